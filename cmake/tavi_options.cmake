@@ -1,0 +1,17 @@
+# Warnings as errors on everything we compile; third-party headers come in as SYSTEM.
+add_library(tavi_options INTERFACE)
+target_compile_options(tavi_options INTERFACE
+    -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor)
+target_compile_definitions(tavi_options INTERFACE
+    TAVI_VERSION="${PROJECT_VERSION}")
+
+if(TAVI_SANITIZE)
+    string(REPLACE ";" "," _tavi_sanitizers "${TAVI_SANITIZE}")
+    target_compile_options(tavi_options INTERFACE
+        -fsanitize=${_tavi_sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(tavi_options INTERFACE -fsanitize=${_tavi_sanitizers})
+endif()
+
+if(TAVI_FUZZ AND NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "TAVI_FUZZ needs Clang (libFuzzer)")
+endif()
