@@ -1,0 +1,69 @@
+#include "commun/texte.h"
+#include "outils/commandes.h"
+#include "outils/options.h"
+
+#include <functional>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr const char* usage = R"(usage : tavi COMMANDE [OPTIONS]
+
+  tavi consigne [FICHIER|-]
+      décode une consigne et l'imprime réencodée (une ligne JSON)
+  tavi regle --maintenant MS [--utilise-jour SECONDES]
+             [--utilise-depuis-consigne SECONDES] [FICHIER|-]
+      imprime la règle en vigueur à l'instant MS (ms depuis 1970, heure du serveur)
+  tavi sieste --maintenant MS --appli IDENTIFIANT [--usage IDENTIFIANT=SECONDES]...
+              [FICHIER|-]
+      imprime la sieste d'une application (usage du jour des applications, 0 par défaut)
+
+La consigne est lue dans FICHIER, ou sur l'entrée standard sans fichier ou avec « - ».
+Le jour local suit le fuseau du système (variable TZ).
+)";
+
+using Commande = std::function<int(const std::vector<std::string>&)>;
+
+const std::map<std::string, Commande>& commandes() {
+    static const std::map<std::string, Commande> table = {
+        {"consigne", tavi::outils::commandeConsigne},
+        {"regle", tavi::outils::commandeRegle},
+        {"sieste", tavi::outils::commandeSieste},
+    };
+    return table;
+}
+
+int erreurUsage(const std::string& message) {
+    std::cerr << "tavi: " << message << "\n\n" << usage;
+    return 2;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    tavi::initialiserTextes(TAVI_CATALOGUES);
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (arguments.empty()) return erreurUsage("commande manquante");
+    if (arguments.front() == "--aide" || arguments.front() == "-h" ||
+        arguments.front() == "--help") {
+        std::cout << usage;
+        return 0;
+    }
+    auto commande = commandes().find(arguments.front());
+    if (commande == commandes().end()) return erreurUsage("commande inconnue : " + arguments.front());
+    arguments.erase(arguments.begin());
+    try {
+        return commande->second(arguments);
+    } catch (const tavi::outils::ErreurUsage& e) {
+        return erreurUsage(e.what());
+    } catch (const tavi::outils::EchecCommande& e) {
+        std::cerr << "tavi: " << e.message << '\n';
+        return 2;
+    } catch (const std::exception& e) {
+        std::cerr << "tavi: " << e.what() << '\n';
+        return 2;
+    }
+}

@@ -1,0 +1,115 @@
+#include "support/processus.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace tavi {
+namespace {
+
+using test::executer;
+using test::Sortie;
+
+Sortie tavi(std::vector<std::string> arguments, const std::string& entree = "",
+            const std::string& fuseau = "Europe/Paris") {
+    arguments.insert(arguments.begin(), TAVI_BINAIRE);
+    return executer(arguments, entree, {{"TZ", fuseau}, {"LANGUAGE", "fr"}});
+}
+
+std::size_t lignes(const std::string& texte) {
+    return static_cast<std::size_t>(std::count(texte.begin(), texte.end(), '\n'));
+}
+
+// 2026-10-25T12:00+01:00: the day of the autumn change in Paris, 25 hours long.
+const std::string midi = "1792926000000";
+const std::string limite = R"({"limite_jour_min": 30, "reste_jour_min": 10})";
+
+TEST(TaviRegle, ImprimeLaRegleEnVigueurSurUneLigneAvecSesSeptCles) {
+    Sortie s = tavi({"regle", "--maintenant", midi, "--utilise-jour", "1800", "-"}, limite);
+    ASSERT_EQ(s.statut, 0) << s.err;
+    EXPECT_EQ(s.out, R"({"bloquer_tout":true,"bloquees":[],"familles":[],"cause":"limite",)"
+                     R"("titre":"Limite du jour","titre_affiche":"Limite du jour",)"
+                     R"("fin":1792965600000})"
+                     "\n");
+    EXPECT_EQ(s.err, "");
+    // The server's remainder counts only when the use since the rule set is known.
+    EXPECT_EQ(tavi({"regle", "--maintenant", midi, "--utilise-jour", "1800",
+                    "--utilise-depuis-consigne", "599"}, limite).out, "null\n");
+    EXPECT_EQ(tavi({"regle", "--maintenant", midi}, limite).out, "null\n") << "use defaults to 0";
+    // 23:00, an hour before the next midnight: the day ends 86,400 s after it began.
+    // The local day follows TZ: in Tokyo the same instant is in a day ending elsewhere.
+    s = tavi({"regle", "--maintenant=" + midi, "--utilise-jour=1800"}, limite, "Asia/Tokyo");
+    EXPECT_EQ(nlohmann::json::parse(s.out)["fin"], 1792940400000);
+}
+
+TEST(TaviRegle, LitLaConsigneDansUnFichierOuSurLEntreeStandard) {
+    const std::string exemple = TAVI_SOURCES "/exemples/consigne.json";
+    Sortie fichier = tavi({"regle", "--maintenant", "1795465800000", exemple});
+    ASSERT_EQ(fichier.statut, 0) << fichier.err;
+    EXPECT_EQ(nlohmann::json::parse(fichier.out)["titre_affiche"], "Dodo");
+    Sortie s = tavi({"consigne", exemple});
+    ASSERT_EQ(s.statut, 0);
+    EXPECT_EQ(lignes(s.out), 1u);
+    EXPECT_EQ(tavi({"consigne"}, s.out).out, s.out) << "its own output decodes to itself";
+}
+
+TEST(TaviSieste, DonneLaSiesteDUneApplicationAvecLUsageNomme) {
+    const std::string c = R"({"mac": {"limites": [{"id": "j", "nom": "Jeux", "minutes": 10,
+                               "applis": ["steam", "mc"]}], "coupees": ["discord"]}})";
+    Sortie s = tavi({"sieste", "--maintenant", midi, "--appli", "mc", "--usage", "steam=300",
+                     "--usage", "mc=300"}, c);
+    ASSERT_EQ(s.statut, 0) << s.err;
+    EXPECT_EQ(s.out, R"({"bloquer_tout":false,"bloquees":["mc","steam"],"familles":[],)"
+                     R"("cause":"limite_appli","titre":"Jeux","titre_affiche":"Limite : Jeux",)"
+                     R"("fin":1792965600000})"
+                     "\n");
+    EXPECT_EQ(tavi({"sieste", "--maintenant", midi, "--appli", "mc", "--usage", "steam=599"}, c)
+                  .out, "null\n") << "unnamed applications count 0";
+    EXPECT_EQ(nlohmann::json::parse(tavi({"sieste", "--maintenant", "0", "--appli", "discord"}, c)
+                                        .out)["cause"], "coupee");
+}
+
+TEST(Tavi, UneConsigneIllisibleNImprimeRienEtDitPourquoiSurUneLigne) {
+    for (const auto& commande : {std::vector<std::string>{"consigne"},
+                                 {"regle", "--maintenant", "0"},
+                                 {"sieste", "--maintenant", "0", "--appli", "x"}}) {
+        Sortie s = tavi(commande, R"({"programme": [{"debut_ms": "hier", "fin_ms": 1}]})");
+        EXPECT_EQ(s.statut, 2);
+        EXPECT_EQ(s.out, "");
+        EXPECT_EQ(lignes(s.err), 1u) << s.err;
+        EXPECT_EQ(s.err.rfind("tavi: ", 0), 0u) << s.err;
+        EXPECT_NE(s.err.find("programme[0].debut_ms"), std::string::npos) << s.err;
+    }
+    Sortie absent = tavi({"consigne", "/nulle/part.json"});
+    EXPECT_EQ(absent.statut, 2);
+    EXPECT_EQ(absent.err.rfind("tavi: impossible de lire /nulle/part.json : ", 0), 0u) << absent.err;
+    EXPECT_EQ(lignes(absent.err), 1u);
+}
+
+TEST(Tavi, UneOptionManquanteOuMalFormeeMontreLUsageEtSortEn2) {
+    const std::vector<std::vector<std::string>> mauvais = {
+        {},
+        {"inconnue"},
+        {"regle"},
+        {"regle", "--maintenant"},
+        {"regle", "--maintenant", "12h"},
+        {"regle", "--maintenant", "99999999999999999999"},
+        {"regle", "--maintenant", "1", "--utilise-jour", "beaucoup"},
+        {"regle", "--maintenant", "1", "--utilise-jour", "nan"},
+        {"regle", "--maintenant", "1", "--maintenant", "2"},
+        {"regle", "--maintenant", "1", "--bavard"},
+        {"regle", "--maintenant", "1", "a.json", "b.json"},
+        {"sieste", "--maintenant", "1"},
+        {"sieste", "--maintenant", "1", "--appli", "x", "--usage", "x"},
+        {"sieste", "--maintenant", "1", "--appli", "x", "--usage", "x=dix"},
+    };
+    for (const auto& arguments : mauvais) {
+        Sortie s = tavi(arguments, "{}");
+        EXPECT_EQ(s.statut, 2) << testing::PrintToString(arguments);
+        EXPECT_EQ(s.out, "");
+        EXPECT_NE(s.err.find("usage : tavi"), std::string::npos) << s.err;
+    }
+}
+
+} // namespace
+} // namespace tavi
