@@ -1,0 +1,79 @@
+#pragma once
+
+#include "platform/reglages.h"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace tavi {
+
+// The defaults store in one SQLite database: a table of (key, type, value), WAL with
+// synchronous=NORMAL, so a crash of the agent loses nothing committed and a power cut at most
+// what came after the last checkpoint (one is made at most a minute after a write).
+//
+// Opening never fails for the agent: a file that cannot be opened or is not a sound database
+// is renamed aside (never deleted, with its -wal and -shm) and a fresh one takes its place; if
+// even that fails, the store lives in memory for this run. Either event writes one log line.
+//
+// Safe to call from several threads: the HTTP client reads the installation identifier off
+// the main thread. A group holds the store for its whole duration, so another thread's writes
+// never land inside it.
+class ReglagesSqlite : public Reglages {
+public:
+    struct EnMemoire {};
+    // A private store that touches no file: the self-test modes must leave the real state alone.
+    static constexpr EnMemoire enMemoire{};
+
+    explicit ReglagesSqlite(const std::filesystem::path& fichier);
+    explicit ReglagesSqlite(EnMemoire);
+    ~ReglagesSqlite() override;
+
+    ReglagesSqlite(const ReglagesSqlite&) = delete;
+    ReglagesSqlite& operator=(const ReglagesSqlite&) = delete;
+
+    std::optional<Valeur> lire(const std::string& cle) const override;
+    void ecrire(const std::string& cle, const Valeur& valeur) override;
+    void supprimer(const std::string& cle) override;
+
+    // Groups nest with savepoints: an inner group that throws undoes only its own writes. An
+    // exception thrown by `ecritures` undoes its writes and reaches the caller unchanged; it
+    // is the caller's, not a failure of the store. If any write of the outer group fails, none
+    // of them is kept.
+    void grouper(const std::function<void()>& ecritures) override;
+
+    // False when this run keeps its values in memory only (asked for, or the file was
+    // unusable).
+    bool persistant() const { return persiste; }
+
+    // Writes given up since opening (disk full, store locked by another process too long, a
+    // value the store cannot keep): counted for diagnostics, never raised.
+    std::int64_t echecs() const;
+
+private:
+    bool ouvrir(const std::filesystem::path& fichier);
+    void ouvrirEnMemoire();
+    bool preparer();
+    void fermer();
+    void abandonner();
+    bool executer(const char* sql);
+    bool appliquer(sqlite3_stmt* requete);
+    void checkpointSiDu();
+
+    mutable std::recursive_mutex verrou;
+    sqlite3* base = nullptr;
+    sqlite3_stmt* requeteLire = nullptr;
+    sqlite3_stmt* requeteEcrire = nullptr;
+    sqlite3_stmt* requeteSupprimer = nullptr;
+    bool persiste = false;
+    int profondeurGroupe = 0;
+    bool groupeEchoue = false;
+    std::int64_t nombreEchecs = 0;
+    std::chrono::steady_clock::time_point dernierCheckpoint;
+};
+
+} // namespace tavi
