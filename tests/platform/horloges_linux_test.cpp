@@ -1,0 +1,75 @@
+#include "platform/linux/horloges_linux.h"
+
+#include <chrono>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <thread>
+
+using namespace tavi;
+
+namespace {
+
+constexpr std::int64_t borne53 = std::int64_t{1} << 53;
+
+std::optional<std::string> bootIdDuNoyau() {
+    std::ifstream fichier("/proc/sys/kernel/random/boot_id");
+    if (!fichier.is_open()) return std::nullopt;
+    return std::string{std::istreambuf_iterator<char>(fichier), {}};
+}
+
+} // namespace
+
+TEST(HorlogesLinux, LIdentiteDeDemarrageEstCelleDuNoyauStableEtSur53Bits) {
+    auto bootId = bootIdDuNoyau();
+    if (!bootId) GTEST_SKIP() << "/proc/sys/kernel/random/boot_id cannot be read here";
+
+    HorlogesLinux horloges;
+    const auto identite = horloges.demarrage();
+    EXPECT_GE(identite, 0);
+    EXPECT_LT(identite, borne53);
+    EXPECT_EQ(identite, identiteDemarrage(*bootId));
+    EXPECT_EQ(identite, HorlogesLinux().demarrage());
+    EXPECT_EQ(static_cast<std::int64_t>(static_cast<double>(identite)), identite);
+}
+
+TEST(HorlogesLinux, UnBootIdSeLitQuelleQueSoitSaCasseEtUnTexteMalFormeDonneMoinsUn) {
+    const std::string bootId = "bdc489e1-72c1-4e14-9930-407ded013ba9";
+    const auto identite = identiteDemarrage(bootId);
+    EXPECT_GE(identite, 0);
+    EXPECT_LT(identite, borne53);
+    EXPECT_EQ(identiteDemarrage(bootId + "\n"), identite);
+    EXPECT_EQ(identiteDemarrage("BDC489E1-72C1-4E14-9930-407DED013BA9"), identite);
+    // Every digit counts, the first and last ones too.
+    EXPECT_NE(identiteDemarrage("bdc489e1-72c1-4e14-9930-407ded013ba8"), identite);
+    EXPECT_NE(identiteDemarrage("cdc489e1-72c1-4e14-9930-407ded013ba9"), identite);
+    EXPECT_NE(identiteDemarrage("bdc489e1-72c1-4e14-a930-407ded013ba9"), identite);
+    EXPECT_LT(identiteDemarrage("ffffffff-ffff-ffff-0000-000000000000"), borne53);
+
+    for (const char* malForme :
+         {"", "bdc489e1-72c1-4e14-9930-407ded013ba", "bdc489e1-72c1-4e14-9930-407ded013bg9",
+          "bdc489e1+72c1-4e14-9930-407ded013ba9", "bdc489e1-72c1-4e14-9930-407ded013ba9\n\n"})
+        EXPECT_EQ(identiteDemarrage(malForme), -1) << malForme;
+}
+
+TEST(HorlogesLinux, LesHorlogesDonnentDesMillisecondesEtLaMonotoneNeReculeJamais) {
+    HorlogesLinux horloges;
+    const auto murale = horloges.muraleMs();
+    const auto systeme = std::chrono::duration_cast<std::chrono::milliseconds>(
+                             std::chrono::system_clock::now().time_since_epoch())
+                             .count();
+    EXPECT_LT(std::abs(murale - systeme), 1000);
+
+    const auto debut = horloges.monotoniqueMs();
+    std::int64_t precedente = debut;
+    for (int i = 0; i < 100'000; ++i) {
+        const auto lue = horloges.monotoniqueMs();
+        ASSERT_GE(lue, precedente);
+        precedente = lue;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const auto ecoule = horloges.monotoniqueMs() - debut;
+    EXPECT_GE(ecoule, 20);
+    EXPECT_LT(ecoule, 20'000);
+}
