@@ -1,0 +1,134 @@
+#include "platform/qt/boucle_qt.h"
+
+#include "commun/journal.h"
+
+#include <QCoreApplication>
+#include <QMetaObject>
+#include <QObject>
+#include <QPointer>
+#include <QThreadPool>
+#include <QTimer>
+#include <algorithm>
+#include <exception>
+#include <limits>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace tavi {
+
+// What background threads keep of the loop: a way back to the main thread that the loop cuts
+// when it goes, so that work finishing later finds no one to resume.
+struct BoucleQt::Lien {
+    std::mutex verrou;
+    // Lives on the main thread; receives the queued tasks. Null once the loop is gone.
+    QObject* contexte = nullptr;
+
+    void poster(Tache tache) {
+        std::lock_guard garde(verrou);
+        if (!contexte) return;
+        // Posting an event is safe from any thread; holding the lock keeps `contexte` alive
+        // while we do.
+        QMetaObject::invokeMethod(contexte, std::move(tache), Qt::QueuedConnection);
+    }
+};
+
+namespace {
+
+constexpr auto plusLongDelai = std::chrono::milliseconds(std::numeric_limits<int>::max());
+
+class MinuterieQt : public Minuterie {
+public:
+    explicit MinuterieQt(QTimer* leMinuteur) : minuteur(leMinuteur) {}
+    ~MinuterieQt() override {
+        // The loop may be gone already (it deletes its timers), and this may run inside the
+        // timer's own task: stop at once, free later.
+        if (minuteur) {
+            minuteur->stop();
+            minuteur->deleteLater();
+        }
+    }
+
+private:
+    QPointer<QTimer> minuteur;
+};
+
+} // namespace
+
+BoucleQt::BoucleQt(std::chrono::milliseconds attente)
+    : lien(std::make_shared<Lien>()), pool(std::make_unique<QThreadPool>()),
+      attenteALaFin(attente) {
+    if (!QCoreApplication::instance())
+        throw std::logic_error("BoucleQt needs a QCoreApplication made before it");
+    lien->contexte = new QObject;
+    pool->setMaxThreadCount(filsArrierePlan);
+}
+
+BoucleQt::~BoucleQt() {
+    QObject* contexte = nullptr;
+    {
+        std::lock_guard garde(lien->verrou);
+        std::swap(contexte, lien->contexte);
+    }
+    pool->clear();
+    if (!pool->waitForDone(static_cast<int>(attenteALaFin.count()))) {
+        // An exchange hung on a dead server would hold the end of the process for up to a
+        // minute. Its thread is left to finish on its own: it finds no loop to resume, and the
+        // pool it runs in must outlive it, so the pool is deliberately not destroyed.
+        static_cast<void>(pool.release());
+    }
+    // Takes with it the timers and the tasks still queued for the main thread.
+    delete contexte;
+}
+
+std::unique_ptr<Minuterie> BoucleQt::repeter(std::chrono::milliseconds periode, Tache tache) {
+    if (periode < std::chrono::milliseconds(1) || periode > plusLongDelai)
+        throw std::invalid_argument("repeter: the period must be between 1 ms and 24 days, not " +
+                                    std::to_string(periode.count()) + " ms");
+    auto* minuteur = new QTimer(lien->contexte);
+    // A coarse timer may drift by 5 %: that is 50 ms on a one-second tick, and it lets the
+    // system group wake-ups.
+    minuteur->setTimerType(Qt::CoarseTimer);
+    minuteur->setInterval(periode);
+    QObject::connect(minuteur, &QTimer::timeout, lien->contexte, std::move(tache));
+    minuteur->start();
+    return std::make_unique<MinuterieQt>(minuteur);
+}
+
+void BoucleQt::plusTard(std::chrono::milliseconds delai, Tache tache) {
+    delai = std::clamp(delai, std::chrono::milliseconds(0), plusLongDelai);
+    QTimer::singleShot(delai, lien->contexte, std::move(tache));
+}
+
+void BoucleQt::poster(Tache tache) {
+    lien->poster(std::move(tache));
+}
+
+void BoucleQt::enArrierePlan(std::function<Tache()> travail) {
+    pool->start([lien = lien, travail = std::move(travail)] {
+        Tache suite;
+        try {
+            suite = travail();
+        } catch (const std::exception& e) {
+            journaliser(std::string("background work ended on an exception: ") + e.what());
+            return;
+        } catch (...) {
+            journaliser("background work ended on an unknown exception");
+            return;
+        }
+        if (suite) lien->poster(std::move(suite));
+    });
+}
+
+int BoucleQt::executer() {
+    return QCoreApplication::exec();
+}
+
+void BoucleQt::quitter(int statut) {
+    // Through the queue: an exit asked before the loop runs would otherwise be lost, and
+    // QCoreApplication::exit must be called on the main thread.
+    lien->poster([statut] { QCoreApplication::exit(statut); });
+}
+
+} // namespace tavi
