@@ -1,0 +1,193 @@
+#include "platform/qt/boucle_qt.h"
+#include "support/application_qt.h"
+
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace tavi;
+using namespace std::chrono_literals;
+using test::attendreQue;
+
+namespace {
+
+// Holds a background thread until `condition` holds, at most `limite`.
+template <class Condition>
+bool retenir(Condition condition, std::chrono::milliseconds limite = 10s) {
+    const auto fin = std::chrono::steady_clock::now() + limite;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > fin) return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+} // namespace
+
+TEST(BoucleQt, UneMinuterieRepeteJusquAEtreDetruiteMemeDepuisSaTache) {
+    BoucleQt boucle;
+    int tics = 0;
+    std::unique_ptr<Minuterie> minuterie;
+    minuterie = boucle.repeter(10ms, [&] {
+        if (++tics == 5) minuterie.reset();
+    });
+    int autres = 0;
+    auto autre = boucle.repeter(10ms, [&] { ++autres; });
+
+    ASSERT_TRUE(attendreQue([&] { return tics == 5 && autres >= 5; }));
+    autre.reset();
+    const int autresALArret = autres;
+    attendreQue([] { return false; }, 100ms);
+    EXPECT_EQ(tics, 5);
+    EXPECT_EQ(autres, autresALArret);
+    EXPECT_THROW(static_cast<void>(boucle.repeter(0ms, [] {})), std::invalid_argument);
+}
+
+TEST(BoucleQt, LesPostesEtLesDelaisPassentDansLOrdreEtQuitterRendSonStatut) {
+    BoucleQt boucle;
+    std::vector<std::string> ordre;
+    boucle.plusTard(60ms, [&] { ordre.push_back("60 ms"); });
+    boucle.plusTard(20ms, [&] { ordre.push_back("20 ms"); });
+    // No delay is a post, in turn with the others.
+    boucle.plusTard(0ms, [&] { ordre.push_back("at once"); });
+    boucle.poster([&] { ordre.push_back("posted"); });
+    boucle.plusTard(40ms, [&] { ordre.push_back("40 ms"); });
+    boucle.plusTard(80ms, [&] { boucle.quitter(3); });
+    // Asked before the loop runs, from another thread: not lost.
+    std::thread([&] { boucle.quitter(7); }).join();
+
+    EXPECT_EQ(boucle.executer(), 7);
+    EXPECT_EQ(boucle.executer(), 3);
+    EXPECT_EQ(ordre, (std::vector<std::string>{"at once", "posted", "20 ms", "40 ms", "60 ms"}));
+}
+
+TEST(BoucleQt, PosterDepuisDAutresFilsRevientSurLeFilPrincipalDansLOrdreDeChacun) {
+    BoucleQt boucle;
+    const auto principal = std::this_thread::get_id();
+    std::vector<std::vector<int>> recus(4);
+    int ailleurs = 0;
+    std::vector<std::thread> posteurs;
+    for (std::size_t f = 0; f < recus.size(); ++f)
+        posteurs.emplace_back([&, f] {
+            for (int i = 0; i < 200; ++i)
+                boucle.poster([&, f, i] {
+                    ailleurs += std::this_thread::get_id() != principal;
+                    recus[f].push_back(i);
+                });
+        });
+    for (auto& posteur : posteurs)
+        posteur.join();
+
+    ASSERT_TRUE(attendreQue([&] { return recus.back().size() == 200 && recus[0].size() == 200; }));
+    EXPECT_EQ(ailleurs, 0);
+    for (const auto& r : recus)
+        for (int i = 0; i < 200; ++i)
+            ASSERT_EQ(r.at(i), i) << "a thread's tasks came out of order";
+}
+
+TEST(BoucleQt, LArrierePlanTourneAilleursEtSaSuiteSurLeFilPrincipal) {
+    BoucleQt boucle;
+    const auto principal = std::this_thread::get_id();
+    std::atomic<bool> travailAilleurs = false;
+    bool suiteIci = false;
+    std::string resultat;
+    boucle.executer<std::string>(
+        [&] {
+            travailAilleurs = std::this_thread::get_id() != principal;
+            return std::string("réponse");
+        },
+        [&](std::string recu) {
+            suiteIci = std::this_thread::get_id() == principal;
+            resultat = std::move(recu);
+        });
+    ASSERT_TRUE(attendreQue([&] { return !resultat.empty(); }));
+    EXPECT_TRUE(travailAilleurs);
+    EXPECT_TRUE(suiteIci);
+    EXPECT_EQ(resultat, "réponse");
+
+    // Work that throws is logged and dropped; the loop goes on.
+    testing::internal::CaptureStderr();
+    boucle.enArrierePlan([]() -> Boucle::Tache { throw std::runtime_error("curl exploded"); });
+    bool apres = false;
+    boucle.executer<int>([] { return 1; }, [&](int) { apres = true; });
+    ASSERT_TRUE(attendreQue([&] { return apres; }));
+    attendreQue([] { return false; }, 50ms);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "background work ended on an exception: curl exploded\n");
+}
+
+TEST(BoucleQt, HuitEchangesBloquesTiennentEnVolEtLesTicsBattentPendantCeTemps) {
+    BoucleQt boucle;
+    int tics = 0;
+    auto minuterie = boucle.repeter(100ms, [&] { ++tics; });
+    std::atomic<int> enVol = 0;
+    int ensemble = 0;
+    int ticsPendantLAttente = -1;
+    for (int i = 0; i < BoucleQt::filsArrierePlan; ++i)
+        boucle.enArrierePlan([&, i]() -> Boucle::Tache {
+            ++enVol;
+            // Each one waits until all of them run at once, as requests to a server that
+            // does not answer: a smaller pool leaves some queued and these give up.
+            const bool tous = retenir([&] { return enVol == BoucleQt::filsArrierePlan; }, 5s);
+            if (i == 0) std::this_thread::sleep_for(2s);
+            return [&, tous, i] {
+                ensemble += tous;
+                if (i == 0) ticsPendantLAttente = tics;
+            };
+        });
+    ASSERT_TRUE(attendreQue([&] { return ticsPendantLAttente >= 0; }));
+    EXPECT_EQ(ensemble, BoucleQt::filsArrierePlan);
+    // 20 ticks in 2 s; a coarse timer may lose a few, a blocked loop loses them all.
+    EXPECT_GE(ticsPendantLAttente, 15);
+}
+
+TEST(BoucleQt, AucuneSuiteNeTourneUneFoisLaBouclePartie) {
+    std::atomic<bool> partie = false;
+    std::atomic<bool> lache = false;
+    std::atomic<int> enCours = 0;
+    std::atomic<int> commencesApres = 0;
+    std::atomic<bool> rapideFini = false;
+    std::atomic<int> lachesFinis = 0;
+    int suites = 0;
+    auto boucle = std::make_unique<BoucleQt>(300ms);
+
+    // Done before the loop goes: its continuation waits in the queue.
+    boucle->enArrierePlan([&]() -> Boucle::Tache {
+        rapideFini = true;
+        return [&] { ++suites; };
+    });
+    ASSERT_TRUE(retenir([&] { return rapideFini.load(); }));
+    // Finishes while the loop waits for it.
+    boucle->enArrierePlan([&]() -> Boucle::Tache {
+        ++enCours;
+        retenir([&] { return partie.load(); });
+        std::this_thread::sleep_for(50ms);
+        return [&] { ++suites; };
+    });
+    // Outlast the wait, and are left behind; the rest has not started when the loop goes.
+    for (int i = 0; i < 3 * BoucleQt::filsArrierePlan; ++i)
+        boucle->enArrierePlan([&]() -> Boucle::Tache {
+            ++enCours;
+            commencesApres += partie.load();
+            retenir([&] { return lache.load(); });
+            ++lachesFinis;
+            return [&] { ++suites; };
+        });
+    boucle->poster([&] { ++suites; });
+    ASSERT_TRUE(retenir([&] { return enCours == BoucleQt::filsArrierePlan; }));
+
+    partie = true;
+    const auto debut = std::chrono::steady_clock::now();
+    boucle.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - debut, 2s) << "the end waited for hung work";
+    lache = true;
+    // One thread took the work that finished during the wait; the others, this.
+    ASSERT_TRUE(attendreQue([&] { return lachesFinis == BoucleQt::filsArrierePlan - 1; }));
+    attendreQue([] { return false; }, 200ms);
+    EXPECT_EQ(suites, 0);
+    EXPECT_EQ(commencesApres, 0);
+}
