@@ -1,0 +1,311 @@
+#include "platform/linux/coffre_fichier.h"
+#include "platform/linux/coffre_secret.h"
+#include "support/dossier_temporaire.h"
+#include "support/processus.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <libsecret/secret.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <thread>
+#include <vector>
+
+using namespace tavi;
+using test::DossierTemporaire;
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+const std::string service = "com.tavi.home.mac";
+const std::string compte = "jeton";
+
+unsigned mode(const fs::path& chemin) {
+    struct stat etat {};
+    return stat(chemin.c_str(), &etat) == 0 ? etat.st_mode & 07777 : 0;
+}
+
+std::vector<std::string> noms(const fs::path& dossier) {
+    std::vector<std::string> trouves;
+    for (const auto& entree : fs::directory_iterator(dossier))
+        trouves.push_back(entree.path().filename().string());
+    std::sort(trouves.begin(), trouves.end());
+    return trouves;
+}
+
+// Every file under `racine` whose bytes contain `secret`.
+std::vector<fs::path> fichiersContenant(const fs::path& racine, const std::string& secret) {
+    std::vector<fs::path> trouves;
+    for (const auto& entree : fs::recursive_directory_iterator(racine)) {
+        if (!entree.is_regular_file()) continue;
+        std::ifstream flux(entree.path(), std::ios::binary);
+        if (std::string(std::istreambuf_iterator<char>(flux), {}).find(secret) != std::string::npos)
+            trouves.push_back(entree.path());
+    }
+    return trouves;
+}
+
+// The store in a process of its own that finds no session bus: what it printed and logged.
+test::Sortie sansBus(const DossierTemporaire& dossier, const std::string& operations) {
+    return test::executer(
+        {TAVI_COFFRE_ESSAI}, operations,
+        {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (dossier / "pas-de-bus").string()},
+         {"XDG_STATE_HOME", (dossier / "etat").string()}});
+}
+
+fs::path fichierSansBus(const DossierTemporaire& dossier) {
+    return dossier / "etat" / "tavi-home" / "secrets" / "com.tavi.home.mac@jeton";
+}
+
+// The test's own view of the keyring, through libsecret rather than the store.
+class Trousseau {
+public:
+    ~Trousseau() {
+        for (auto* element : gardes)
+            g_object_unref(element);
+        if (secrets) g_object_unref(secrets);
+    }
+
+    // Why the keyring tests cannot run here; absent when they can.
+    std::optional<std::string> indisponible() {
+        if (const char* absent = std::getenv("TAVI_TROUSSEAU_ABSENT")) return absent;
+        if (!std::getenv("TAVI_TROUSSEAU_PRIVE"))
+            return "not run through tests/platform/avec_trousseau.sh, which starts a private bus "
+                   "and keyring: the user's own keyring is never used";
+        // The daemon may still be claiming its name on the bus.
+        for (int essai = 0; essai < 50 && !secrets; ++essai, std::this_thread::sleep_for(100ms))
+            secrets = secret_service_get_sync(SECRET_SERVICE_OPEN_SESSION, nullptr, nullptr);
+        if (!secrets) return "no Secret Service answers on the test bus";
+        SecretCollection* parDefaut = secret_collection_for_alias_sync(
+            secrets, SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, nullptr, nullptr);
+        const bool ouvert = parDefaut && !secret_collection_get_locked(parDefaut);
+        if (parDefaut) g_object_unref(parDefaut);
+        if (!ouvert) return "the test keyring has no unlocked default collection";
+        return std::nullopt;
+    }
+
+    // The items with the store's two attributes, whoever made them, either locked or not.
+    std::vector<SecretItem*> elements(const std::string& compteCherche, bool verrouilles = false) {
+        GHashTable* attributs = g_hash_table_new(g_str_hash, g_str_equal);
+        g_hash_table_insert(attributs, const_cast<char*>("service"),
+                            const_cast<char*>(service.c_str()));
+        g_hash_table_insert(attributs, const_cast<char*>("account"),
+                            const_cast<char*>(compteCherche.c_str()));
+        GList* trouves = secret_service_search_sync(secrets, nullptr, attributs, SECRET_SEARCH_ALL,
+                                                    nullptr, nullptr);
+        g_hash_table_unref(attributs);
+        std::vector<SecretItem*> retenus;
+        for (GList* l = trouves; l; l = l->next)
+            if (bool(secret_item_get_locked(SECRET_ITEM(l->data))) == verrouilles)
+                retenus.push_back(SECRET_ITEM(g_object_ref(l->data)));
+        g_list_free_full(trouves, g_object_unref);
+        gardes.insert(gardes.end(), retenus.begin(), retenus.end());
+        return retenus;
+    }
+
+    SecretService* secrets = nullptr;
+
+private:
+    std::vector<SecretItem*> gardes;
+};
+
+// Counts the password dialogs this process asks the Secret Service to show, on the session
+// bus connection libsecret shares with the store.
+class EspionInvites {
+public:
+    EspionInvites() : bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr)) {
+        filtre = g_dbus_connection_add_filter(bus, &EspionInvites::voir, this, nullptr);
+    }
+    ~EspionInvites() {
+        g_dbus_connection_remove_filter(bus, filtre);
+        g_object_unref(bus);
+    }
+    std::atomic<int> invites = 0;
+
+private:
+    static GDBusMessage* voir(GDBusConnection*, GDBusMessage* message, gboolean entrant,
+                              gpointer moi) {
+        const char* membre = g_dbus_message_get_member(message);
+        if (!entrant && membre && std::string_view(membre) == "Prompt")
+            ++static_cast<EspionInvites*>(moi)->invites;
+        return message;
+    }
+    GDBusConnection* bus;
+    guint filtre = 0;
+};
+
+} // namespace
+
+TEST(CoffreFichier, ChaqueSecretASonFichierAuSeulUtilisateurQuelQueSoitLUmask) {
+    DossierTemporaire dossier;
+    const fs::path secrets = dossier / "etat" / "secrets";
+    CoffreFichier coffre(secrets);
+    EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
+
+    const mode_t umaskAvant = umask(0);
+    coffre.ecrire(service, compte, "premier");
+    coffre.ecrire(service, compte, "second");
+    umask(umaskAvant);
+    EXPECT_EQ(mode(secrets), 0700u);
+    EXPECT_EQ(mode(secrets / "com.tavi.home.mac@jeton"), 0600u);
+    EXPECT_EQ(coffre.lire(service, compte), "second");
+
+    coffre.ecrire(service, "autre", "de l'autre compte");
+    coffre.ecrire("a@b", "c", "un");
+    coffre.ecrire("a", "b@c", "deux");
+    coffre.ecrire("../..", "../evasion", "trois");
+    EXPECT_EQ(coffre.lire(service, "autre"), "de l'autre compte");
+    EXPECT_EQ(coffre.lire("a@b", "c"), "un");
+    EXPECT_EQ(coffre.lire("a", "b@c"), "deux");
+    EXPECT_EQ(coffre.lire("../..", "../evasion"), "trois");
+    EXPECT_EQ(noms(dossier / "etat"), std::vector<std::string>{"secrets"});
+    EXPECT_EQ(noms(secrets).size(), 5u) << "a temporary file was left behind";
+
+    // What a crash between writing and renaming leaves holds a secret too.
+    std::ofstream(secrets / "~com.tavi.home.mac@jeton.a1b2c3") << "interrompu";
+    coffre.supprimer(service, compte);
+    EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
+    EXPECT_EQ(fichiersContenant(secrets, "interrompu"), std::vector<fs::path>{});
+    EXPECT_EQ(coffre.lire(service, "autre"), "de l'autre compte");
+    EXPECT_TRUE(coffre.retirer(service, compte)) << "deleting what is gone is no failure";
+
+    const std::string tropLong(200, 'x');
+    EXPECT_FALSE(coffre.deposer(tropLong, tropLong, "refused"));
+    EXPECT_EQ(noms(secrets).size(), 4u);
+}
+
+TEST(CoffreFichier, UnDossierOuvertAuxAutresEstRefermeEtUnLienRefuse) {
+    DossierTemporaire dossier;
+    const fs::path secrets = dossier / "secrets";
+    fs::create_directory(secrets);
+    fs::permissions(secrets, fs::perms(0755));
+    CoffreFichier coffre(secrets);
+    ASSERT_TRUE(coffre.deposer(service, compte, "secret"));
+    EXPECT_EQ(mode(secrets), 0700u);
+
+    fs::permissions(secrets / "com.tavi.home.mac@jeton", fs::perms(0644));
+    EXPECT_EQ(coffre.lire(service, compte), "secret");
+    EXPECT_EQ(mode(secrets / "com.tavi.home.mac@jeton"), 0600u);
+
+    // A link in place of the folder could lead the secret anywhere.
+    fs::create_directory_symlink(secrets, dossier / "lien");
+    EXPECT_FALSE(CoffreFichier(dossier / "lien").deposer(service, compte, "ailleurs"));
+    EXPECT_EQ(CoffreFichier(dossier / "lien").lire(service, compte), std::nullopt);
+}
+
+TEST(CoffreSansService, LeSecretVaDansUnFichierAuSeulUtilisateurEtLeJournalLeDitUneFois) {
+    DossierTemporaire dossier;
+    const auto premier = sansBus(dossier, "lire com.tavi.home.mac jeton\n"
+                                          "ecrire com.tavi.home.mac jeton jeton-ancien-5e1d\n"
+                                          "ecrire com.tavi.home.mac jeton jeton-neuf-9c2a\n"
+                                          "ecrire com.tavi.home.mac autre autre-secret-77b0\n"
+                                          "lire com.tavi.home.mac jeton\n");
+    ASSERT_EQ(premier.statut, 0) << premier.err;
+    EXPECT_EQ(premier.out, "absent\nok\nok\nok\n= jeton-neuf-9c2a\n");
+    const fs::path fichier = fichierSansBus(dossier);
+    EXPECT_EQ(premier.err, "no Secret Service answers: the token is kept in " + fichier.string() +
+                               ", readable by this user only\n");
+    EXPECT_EQ(mode(fichier.parent_path()), 0700u);
+    EXPECT_EQ(mode(fichier), 0600u);
+    EXPECT_EQ(fichiersContenant(dossier.chemin(), "jeton-neuf-9c2a"),
+              std::vector<fs::path>{fichier});
+    EXPECT_EQ(fichiersContenant(dossier.chemin(), "jeton-ancien-5e1d"), std::vector<fs::path>{});
+
+    // Another process reads it, and says so once too; a delete leaves nothing.
+    const auto second = sansBus(dossier, "lire com.tavi.home.mac jeton\n"
+                                         "supprimer com.tavi.home.mac jeton\n"
+                                         "lire com.tavi.home.mac jeton\n");
+    EXPECT_EQ(second.out, "= jeton-neuf-9c2a\nok\nabsent\n");
+    EXPECT_EQ(second.err, premier.err);
+    EXPECT_EQ(fichiersContenant(dossier.chemin(), "jeton-neuf-9c2a"), std::vector<fs::path>{});
+}
+
+TEST(CoffreTrousseau, UnSeulElementParServiceEtCompteMisAJourEnPlace) {
+    Trousseau trousseau;
+    if (auto raison = trousseau.indisponible()) GTEST_SKIP() << *raison;
+    DossierTemporaire dossier;
+    CoffreSecret coffre(dossier / "secrets");
+    testing::internal::CaptureStderr();
+
+    EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
+    coffre.ecrire(service, compte, "jeton-un-41f0");
+    coffre.ecrire(service, compte, "jeton-deux-8d3e");
+    coffre.ecrire(service, "autre", "du-compte-autre");
+    coffre.ecrire("com.autre.service", compte, "du-service-autre");
+    EXPECT_EQ(coffre.lire(service, compte), "jeton-deux-8d3e");
+    EXPECT_EQ(coffre.lire(service, "autre"), "du-compte-autre");
+    EXPECT_EQ(coffre.lire("com.autre.service", compte), "du-service-autre");
+    auto elements = trousseau.elements(compte);
+    ASSERT_EQ(elements.size(), 1u) << "the update added an item instead of replacing it";
+    gchar* libelle = secret_item_get_label(elements[0]);
+    EXPECT_STREQ(libelle, "Tavi Home: jeton (com.tavi.home.mac)");
+    g_free(libelle);
+
+    coffre.supprimer(service, compte);
+    EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
+    EXPECT_TRUE(trousseau.elements(compte).empty());
+    EXPECT_EQ(coffre.lire(service, "autre"), "du-compte-autre");
+
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_FALSE(fs::exists(dossier / "secrets")) << "a file was written beside the keyring";
+    EXPECT_EQ(fichiersContenant(std::getenv("XDG_DATA_HOME"), "du-compte-autre"),
+              std::vector<fs::path>{})
+        << "the keyring keeps the secret in clear";
+}
+
+TEST(CoffreTrousseau, UnSecretGardeSansServiceSecretYEntreDesQuIlRepond) {
+    Trousseau trousseau;
+    if (auto raison = trousseau.indisponible()) GTEST_SKIP() << *raison;
+    DossierTemporaire dossier;
+    const fs::path fichier = fichierSansBus(dossier);
+    CoffreSecret coffre(fichier.parent_path());
+
+    ASSERT_EQ(sansBus(dossier, "ecrire com.tavi.home.mac jeton garde-en-fichier-1\n").statut, 0);
+    EXPECT_EQ(coffre.lire(service, compte), "garde-en-fichier-1");
+    EXPECT_FALSE(fs::exists(fichier));
+    EXPECT_EQ(trousseau.elements(compte).size(), 1u);
+    EXPECT_EQ(coffre.lire(service, compte), "garde-en-fichier-1") << "not moved to the keyring";
+
+    // A write replaces both; a delete removes both.
+    ASSERT_EQ(sansBus(dossier, "ecrire com.tavi.home.mac jeton garde-en-fichier-2\n").statut, 0);
+    coffre.ecrire(service, compte, "ecrit-au-trousseau-3");
+    EXPECT_FALSE(fs::exists(fichier));
+    EXPECT_EQ(coffre.lire(service, compte), "ecrit-au-trousseau-3");
+    ASSERT_EQ(sansBus(dossier, "ecrire com.tavi.home.mac jeton garde-en-fichier-4\n").statut, 0);
+    coffre.supprimer(service, compte);
+    EXPECT_FALSE(fs::exists(fichier));
+    EXPECT_TRUE(trousseau.elements(compte).empty());
+}
+
+TEST(CoffreVerrouille, UnTrousseauVerrouilleRepondAbsentSansDemanderDeMotDePasse) {
+    Trousseau trousseau;
+    if (auto raison = trousseau.indisponible()) GTEST_SKIP() << *raison;
+    DossierTemporaire dossier;
+    CoffreSecret coffre(dossier / "secrets");
+    coffre.ecrire(service, compte, "avant-verrou");
+    SecretCollection* collection = secret_collection_for_alias_sync(
+        trousseau.secrets, SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, nullptr, nullptr);
+    ASSERT_NE(collection, nullptr);
+    GList* objets = g_list_append(nullptr, collection);
+    ASSERT_EQ(secret_service_lock_sync(trousseau.secrets, objets, nullptr, nullptr, nullptr), 1);
+    g_list_free_full(objets, g_object_unref);
+
+    EspionInvites espion;
+    testing::internal::CaptureStderr();
+    const auto debut = std::chrono::steady_clock::now();
+    EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
+    coffre.ecrire(service, compte, "pendant-verrou");
+    coffre.supprimer(service, compte);
+    EXPECT_LT(std::chrono::steady_clock::now() - debut, 3s);
+    // No one can answer a dialog here, so asking fails fast; on a desktop it would wait.
+    EXPECT_EQ(espion.invites, 0) << "the store asked for a password dialog";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(trousseau.elements(compte, true).size(), 1u) << "the item was unlocked or deleted";
+    EXPECT_FALSE(fs::exists(dossier / "secrets")) << "the refused write went to a file";
+}
