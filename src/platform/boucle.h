@@ -1,0 +1,44 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <utility>
+
+namespace tavi {
+
+// A repeating timer; it stops when this handle is destroyed.
+class Minuterie {
+public:
+    virtual ~Minuterie() = default;
+};
+
+// The main loop. Engine, counter and interface state live on the main thread and take no
+// locks: everything that happens elsewhere comes back through `poster`.
+class Boucle {
+public:
+    using Tache = std::function<void()>;
+    virtual ~Boucle() = default;
+
+    // Calls `tache` on the main thread every `periode` until the handle is destroyed.
+    [[nodiscard]] virtual std::unique_ptr<Minuterie> repeter(std::chrono::milliseconds periode,
+                                                             Tache tache) = 0;
+    // Calls `tache` once on the main thread after `delai`.
+    virtual void plusTard(std::chrono::milliseconds delai, Tache tache) = 0;
+    // Queues `tache` for the main thread. Safe from any thread.
+    virtual void poster(Tache tache) = 0;
+    // Runs `travail` on the background pool (several may run at once), then runs the
+    // continuation it returns on the main thread.
+    virtual void enArrierePlan(std::function<Tache()> travail) = 0;
+
+    // `travail` off the main thread, then `suite` with its result on the main thread.
+    template <class T>
+    void executer(std::function<T()> travail, std::function<void(T)> suite) {
+        enArrierePlan([travail = std::move(travail), suite = std::move(suite)]() -> Tache {
+            auto resultat = std::make_shared<T>(travail());
+            return [suite, resultat] { suite(std::move(*resultat)); };
+        });
+    }
+};
+
+} // namespace tavi

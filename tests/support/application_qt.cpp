@@ -1,0 +1,42 @@
+#include "support/application_qt.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace tavi::test {
+
+namespace {
+
+class ApplicationQt : public testing::Environment {
+public:
+    void SetUp() override { application_ = std::make_unique<QCoreApplication>(argc_, argv_); }
+    void TearDown() override { application_.reset(); }
+
+private:
+    int argc_ = 1;
+    char nom_[16] = "tests";
+    char* argv_[2] = {nom_, nullptr};
+    std::unique_ptr<QCoreApplication> application_;
+};
+
+[[maybe_unused]] const testing::Environment* const environnement =
+    testing::AddGlobalTestEnvironment(new ApplicationQt);
+
+} // namespace
+
+bool attendreQue(const std::function<bool()>& condition, std::chrono::milliseconds limite) {
+    const auto fin = std::chrono::steady_clock::now() + limite;
+    // The loop sleeps until an event comes; this timer is one every 20 ms, so that a condition
+    // changed by another thread is seen too.
+    QTimer reveil;
+    reveil.start(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= fin) return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+} // namespace tavi::test
