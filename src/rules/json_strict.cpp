@@ -23,6 +23,18 @@ std::string versCamel(std::string_view cle) {
     return camel;
 }
 
+std::string versSnake(std::string_view nom) {
+    std::string cle;
+    for (char ch : nom) {
+        if (ch >= 'A' && ch <= 'Z') {
+            cle += '_';
+            ch = static_cast<char>(ch - 'A' + 'a');
+        }
+        cle += ch;
+    }
+    return cle;
+}
+
 namespace {
 
 int profondeur(std::string_view texte) {
@@ -143,19 +155,9 @@ const json* ObjetLu::membre(std::string_view nom) const {
 }
 
 std::string ObjetLu::chemin(std::string_view nom) const {
-    std::string cle;
-    if (const Cle* c = trouver(nom)) {
-        cle = c->telleQuelle;
-    } else {
-        // An absent member is named the way the server spells its keys.
-        for (char ch : nom) {
-            if (ch >= 'A' && ch <= 'Z') {
-                cle += '_';
-                ch = static_cast<char>(ch - 'A' + 'a');
-            }
-            cle += ch;
-        }
-    }
+    const Cle* c = trouver(nom);
+    // An absent member is named the way the server spells its keys.
+    const std::string cle = c ? c->telleQuelle : versSnake(nom);
     return chemin_.empty() ? cle : chemin_ + "." + cle;
 }
 

@@ -25,6 +25,8 @@ public:
 // "fin_ms" -> "finMs": each underscore removed and the letter after it capitalised. Keys
 // without underscores pass unchanged, so camelCase keys are understood too.
 std::string versCamel(std::string_view cle);
+// "finMs" -> "fin_ms": a member's name the way the server spells its keys.
+std::string versSnake(std::string_view nom);
 
 // Parses a document, refusing before any allocation one that is larger than `tailleMax` bytes
 // or nested deeper than `profondeurMax` (a deep array costs memory out of all proportion).

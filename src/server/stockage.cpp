@@ -1,0 +1,106 @@
+#include "server/stockage.h"
+
+#include "rules/consigne_json.h"
+
+#include <array>
+#include <curl/curl.h>
+#include <random>
+#include <vector>
+
+namespace tavi {
+
+bool Stockage::estUneAdresse(std::string_view texte) {
+    CURLU* url = curl_url();
+    bool valide = false;
+    const std::string adresse(texte);
+    if (curl_url_set(url, CURLUPART_URL, adresse.c_str(), 0) == CURLUE_OK) {
+        char* schema = nullptr;
+        char* hote = nullptr;
+        if (curl_url_get(url, CURLUPART_SCHEME, &schema, 0) == CURLUE_OK &&
+            curl_url_get(url, CURLUPART_HOST, &hote, 0) == CURLUE_OK) {
+            std::string_view s(schema);
+            valide = (s == "http" || s == "https") && hote[0] != '\0';
+        }
+        curl_free(schema);
+        curl_free(hote);
+    }
+    curl_url_cleanup(url);
+    return valide;
+}
+
+std::string Stockage::serveur(const Reglages& reglages) {
+    if (auto adresse = reglages.texte("serveur"); adresse && estUneAdresse(*adresse))
+        return *adresse;
+    return std::string(adresseParDefaut);
+}
+
+std::optional<Consigne> Stockage::consigneRangee(const Reglages& reglages) {
+    auto donnees = reglages.donnees("consigne");
+    if (!donnees) return std::nullopt;
+    auto consigne = decoderConsigne(*donnees);
+    if (!consigne) return std::nullopt;
+    return std::move(consigne).value();
+}
+
+std::set<std::string> Stockage::clesRequises(const std::optional<Consigne>& consigne) {
+    std::set<std::string> cles;
+    if (!consigne) return cles;
+    if (consigne->rapportApplis && consigne->rapportApplis->actif == true) cles.insert("rapport");
+    if (consigne->historiqueSites && consigne->historiqueSites->actif == true)
+        cles.insert("historique");
+    return cles;
+}
+
+void Stockage::accordCles(Reglages& reglages, const std::set<std::string>& cles) {
+    reglages.ecrire("accord_cles", std::vector<std::string>(cles.begin(), cles.end()));
+}
+
+std::string Stockage::installation(Reglages& reglages) {
+    if (auto existante = reglages.texte("installation")) return *existante;
+    std::random_device alea;
+    std::array<unsigned char, 16> octets{};
+    for (auto& o : octets) o = static_cast<unsigned char>(alea() & 0xFF);
+    octets[6] = static_cast<unsigned char>((octets[6] & 0x0F) | 0x40); // version 4
+    octets[8] = static_cast<unsigned char>((octets[8] & 0x3F) | 0x80); // RFC 4122 variant
+    static constexpr char chiffres[] = "0123456789ABCDEF";
+    std::string uuid;
+    for (std::size_t i = 0; i < octets.size(); ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) uuid += '-';
+        uuid += chiffres[octets[i] >> 4];
+        uuid += chiffres[octets[i] & 0x0F];
+    }
+    reglages.ecrire("installation", uuid);
+    return uuid;
+}
+
+void Stockage::resteBase(Reglages& reglages,
+                         const std::optional<std::pair<double, std::string>>& base) {
+    reglages.grouper([&] {
+        if (base) {
+            reglages.ecrire("reste_base_s", base->first);
+            reglages.ecrire("reste_jour_de", base->second);
+        } else {
+            reglages.supprimer("reste_base_s");
+            reglages.supprimer("reste_jour_de");
+        }
+    });
+}
+
+void Stockage::oublier(Reglages& reglages, Coffre& coffre) {
+    reglages.grouper([&] {
+        for (const char* cle : {"prenom", "ordinateur_id", "accord_vu", "accord_cles", "consigne",
+                                "reste_base_s", "reste_jour_de"})
+            reglages.supprimer(cle);
+    });
+    coffre.supprimer(Trousseau::service, Trousseau::compte);
+}
+
+std::optional<std::string> Trousseau::lire(const Coffre& coffre) {
+    return coffre.lire(service, compte);
+}
+
+void Trousseau::ecrire(Coffre& coffre, const std::string& jeton) {
+    coffre.ecrire(service, compte, jeton);
+}
+
+} // namespace tavi

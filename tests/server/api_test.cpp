@@ -1,0 +1,248 @@
+#include "platform/qt/boucle_qt.h"
+#include "platform/sqlite/reglages_sqlite.h"
+#include "server/api.h"
+#include "server/transport_curl.h"
+#include "support/application_qt.h"
+#include "support/serveur_http.h"
+
+#include <condition_variable>
+#include <gtest/gtest.h>
+
+namespace tavi {
+namespace {
+
+using nlohmann::json;
+
+class ApiContreUnServeur : public testing::Test {
+protected:
+    void demarrer() {
+        serveur.demarrer();
+        api = std::make_unique<Api>(serveur.adresse(), std::nullopt, transport, boucle, reglages);
+        api->jetonNeuf = [this](const std::string& jeton) { renouveles.push_back(jeton); };
+    }
+
+    template <class T>
+    T attendre(std::optional<T>& resultat) {
+        EXPECT_TRUE(test::attendreQue([&] { return resultat.has_value(); }));
+        return std::move(*resultat);
+    }
+
+    ResultatApi<std::string> appeler(const std::string& methode, const std::string& chemin,
+                                     std::optional<json> corps = std::nullopt) {
+        std::optional<ResultatApi<std::string>> r;
+        api->appel(methode, chemin, std::move(corps), [&](auto x) { r = std::move(x); });
+        return attendre(r);
+    }
+
+    static void repondre(httplib::Response& res, int statut, const std::string& corps,
+                         const std::string& type = "application/json") {
+        res.status = statut;
+        res.set_content(corps, type);
+    }
+
+    test::ServeurHttp serveur;
+    ReglagesSqlite reglages{ReglagesSqlite::enMemoire};
+    BoucleQt boucle;
+    std::shared_ptr<Transport> transport = std::make_shared<TransportCurl>();
+    std::unique_ptr<Api> api;
+    std::vector<std::string> renouveles;
+};
+
+ErreurApi refus(const ResultatApi<std::string>& r) {
+    if (r || !std::holds_alternative<ErreurApi>(r.error())) {
+        ADD_FAILURE() << "un refus était attendu";
+        return {};
+    }
+    return std::get<ErreurApi>(r.error());
+}
+
+TEST(Api, LeCheminSAjouteALAdresseDeBaseCommeUnComposant) {
+    EXPECT_EQ(Api::joindre("http://h", "/api/x"), "http://h/api/x");
+    EXPECT_EQ(Api::joindre("http://h/", "/api/x"), "http://h/api/x");
+    EXPECT_EQ(Api::joindre("https://h:8443/tavi", "/api/x"), "https://h:8443/tavi/api/x");
+    EXPECT_EQ(Api::joindre("https://h/tavi//", "api/x"), "https://h/tavi/api/x");
+    EXPECT_EQ(Api::joindre("https://h/tavi?cle=1", "/api/x"), "https://h/tavi/api/x?cle=1");
+}
+
+TEST_F(ApiContreUnServeur, ChaqueRequetePorteSesEnTetesEtLeJetonSeulementUneFoisRelie) {
+    serveur.route("GET", "/api/ping", [](auto&, auto& res) { repondre(res, 200, "{}"); });
+    serveur.route("POST", "/api/enfant/demandes", [](auto&, auto& res) { repondre(res, 201, "{}"); });
+    serveur.route("POST", "/api/enfant/battement", [](auto&, auto& res) { repondre(res, 200, "{}"); });
+    demarrer();
+
+    EXPECT_TRUE(appeler("GET", "/api/ping"));
+    std::optional<ResultatApi<Api::Rien>> demande;
+    api->demanderTemps(10, [&](auto r) { demande = std::move(r); });
+    EXPECT_TRUE(attendre(demande));
+    api->definirJeton("abc");
+    EXPECT_TRUE(appeler("POST", "/api/enfant/battement", json{{"actif", true}}));
+
+    const auto requetes = serveur.requetes();
+    ASSERT_EQ(requetes.size(), 3u);
+    const auto installation = reglages.texte("installation");
+    ASSERT_TRUE(installation) << "created on the first request";
+    for (const auto& r : requetes) {
+        EXPECT_EQ(r.entete("Content-Type"), "application/json") << r.chemin;
+        EXPECT_EQ(r.entete("X-Tavi-Installation"), *installation) << r.chemin;
+        EXPECT_FALSE(r.aEntete("Cookie"));
+    }
+    EXPECT_EQ(requetes[0].methode, "GET");
+    EXPECT_EQ(requetes[0].corps, "");
+    EXPECT_FALSE(requetes[0].aEntete("Authorization"));
+    EXPECT_FALSE(requetes[1].aEntete("Authorization"));
+    EXPECT_EQ(json::parse(requetes[1].corps),
+              (json{{"type", "temps"}, {"minutes", 10}, {"texte", "Sur mon ordinateur"}}));
+    EXPECT_EQ(requetes[2].entete("Authorization"), "Bearer abc");
+    EXPECT_EQ(json::parse(requetes[2].corps), (json{{"actif", true}}));
+}
+
+TEST_F(ApiContreUnServeur, LesRefusDeviennentDesErreursApiQueLEnfantPeutLire) {
+    const std::string parDefaut = "Impossible de joindre Tavi Home pour l'instant.";
+    serveur.route("POST", "/vide", [](auto&, auto& res) { res.status = 204; });
+    serveur.route("POST", "/refuse", [](auto&, auto& res) {
+        repondre(res, 401, R"({"detail": "Ce jeton n'est plus valable."})");
+    });
+    serveur.route("POST", "/panne", [](auto&, auto& res) {
+        repondre(res, 500, "<html><body>Internal Server Error</body></html>", "text/html");
+    });
+    serveur.route("POST", "/detail-nombre", [](auto&, auto& res) {
+        repondre(res, 400, R"({"detail": 12})");
+    });
+    serveur.route("POST", "/texte", [](auto&, auto& res) { repondre(res, 418, "pas du JSON"); });
+    serveur.route("POST", "/texte-ok", [](auto&, auto& res) { repondre(res, 200, "pas du JSON"); });
+    serveur.route("POST", "/ailleurs", [](auto&, auto& res) { res.set_redirect("/cible"); });
+    serveur.route("POST", "/cible", [](auto&, auto& res) { repondre(res, 200, "{}"); });
+    demarrer();
+
+    auto vide = appeler("POST", "/vide");
+    ASSERT_TRUE(vide);
+    EXPECT_EQ(*vide, "");
+    auto r = refus(appeler("POST", "/refuse"));
+    EXPECT_EQ(r.statut, 401);
+    EXPECT_EQ(r.message, "Ce jeton n'est plus valable.");
+    r = refus(appeler("POST", "/panne"));
+    EXPECT_EQ(r.statut, 500);
+    EXPECT_EQ(r.message, parDefaut);
+    EXPECT_EQ(refus(appeler("POST", "/detail-nombre")).message, parDefaut);
+    EXPECT_EQ(refus(appeler("POST", "/texte")).message, parDefaut);
+    EXPECT_EQ(*appeler("POST", "/texte-ok"), "pas du JSON") << "a success body is passed on";
+    // Redirects are not followed: a 3xx is a refusal.
+    EXPECT_EQ(refus(appeler("POST", "/ailleurs")).statut, 302);
+    for (const auto& requete : serveur.requetes()) EXPECT_NE(requete.chemin, "/cible");
+}
+
+TEST_F(ApiContreUnServeur, LeJetonNeSeRenouvelleQueSurUnSuccesAvecUneValeur) {
+    serveur.route("POST", "/renouvelle", [](auto&, auto& res) {
+        res.set_header("X-Tavi-Jeton", "neuf");
+        repondre(res, 200, "{}");
+    });
+    serveur.route("POST", "/refus-avec-jeton", [](auto&, auto& res) {
+        res.set_header("X-Tavi-Jeton", "vole");
+        repondre(res, 403, R"({"detail": "Non."})");
+    });
+    serveur.route("POST", "/jeton-vide", [](auto&, auto& res) {
+        res.set_header("X-Tavi-Jeton", "");
+        repondre(res, 200, "{}");
+    });
+    serveur.route("POST", "/suivante", [](auto&, auto& res) { repondre(res, 200, "{}"); });
+    demarrer();
+    api->definirJeton("ancien");
+
+    EXPECT_TRUE(appeler("POST", "/renouvelle"));
+    EXPECT_EQ(api->jeton(), "neuf");
+    EXPECT_FALSE(appeler("POST", "/refus-avec-jeton"));
+    EXPECT_TRUE(appeler("POST", "/jeton-vide"));
+    EXPECT_EQ(api->jeton(), "neuf");
+    EXPECT_EQ(renouveles, std::vector<std::string>{"neuf"});
+    EXPECT_TRUE(appeler("POST", "/suivante"));
+    EXPECT_EQ(serveur.requetes().back().entete("Authorization"), "Bearer neuf");
+}
+
+TEST_F(ApiContreUnServeur, LaReponseDAppariementSeLitAvecOuSansLangueMaisPasSansOrdinateur) {
+    std::string reponse;
+    serveur.route("POST", "/api/auth/ordinateur",
+                  [&reponse](auto&, auto& res) { repondre(res, 200, reponse); });
+    demarrer();
+    auto rejoindre = [this] {
+        std::optional<ResultatApi<Rejoindre>> r;
+        api->rejoindre("ABCD2345", "PC du salon", "1.2", [&](auto x) { r = std::move(x); });
+        return attendre(r);
+    };
+
+    reponse = R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa", "langue": "fr"},
+                  "ordinateur": {"id": "o", "nom": "PC du salon"}, "en_plus": 1})";
+    auto r = rejoindre();
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->jeton, "j");
+    EXPECT_EQ(r->enfant.prenom, "Léa");
+    EXPECT_EQ(r->enfant.langue, "fr");
+    EXPECT_EQ(r->ordinateur.nom, "PC du salon");
+    EXPECT_EQ(json::parse(serveur.requetes().back().corps),
+              (json{{"code", "ABCD2345"}, {"nom", "PC du salon"}, {"version", "1.2"}}));
+
+    for (const char* sansLangue :
+         {R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa"}, "ordinateur": {"id": "o", "nom": "n"}})",
+          R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa", "langue": null}, "ordinateur": {"id": "o", "nom": "n"}})"}) {
+        reponse = sansLangue;
+        r = rejoindre();
+        ASSERT_TRUE(r);
+        EXPECT_EQ(r->enfant.langue, std::nullopt);
+    }
+    reponse = R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa"}})";
+    r = rejoindre();
+    ASSERT_FALSE(r);
+    ASSERT_TRUE(std::holds_alternative<ErreurDecodage>(r.error()));
+    EXPECT_NE(std::get<ErreurDecodage>(r.error()).message.find("ordinateur"), std::string::npos);
+}
+
+TEST_F(ApiContreUnServeur, PlusieursRequetesSontEnVolEnMemeTemps) {
+    std::mutex verrou;
+    std::condition_variable tous;
+    int arrivees = 0;
+    serveur.route("POST", "/ensemble", [&](auto&, auto& res) {
+        std::unique_lock v(verrou);
+        ++arrivees;
+        tous.notify_all();
+        // Each answer waits for the three requests to be in the server at once.
+        bool ensemble = tous.wait_for(v, std::chrono::seconds(10), [&] { return arrivees >= 3; });
+        repondre(res, ensemble ? 200 : 504, "{}");
+    });
+    demarrer();
+    std::vector<std::optional<ResultatApi<std::string>>> resultats(3);
+    for (auto& r : resultats) api->appel("POST", "/ensemble", std::nullopt, [&r](auto x) { r = std::move(x); });
+    ASSERT_TRUE(test::attendreQue([&] {
+        return std::ranges::all_of(resultats, [](const auto& r) { return r.has_value(); });
+    }, std::chrono::seconds(20)));
+    for (const auto& r : resultats) EXPECT_TRUE(*r);
+}
+
+TEST_F(ApiContreUnServeur, CeQuiNePeutPasPartirOuRevientTropTardNeFaitRien) {
+    serveur.route("POST", "/lent", [](auto&, auto& res) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        repondre(res, 200, "{}");
+    });
+    serveur.route("POST", "/api/enfant/signal", [](auto&, auto& res) { repondre(res, 500, "non"); });
+    demarrer();
+
+    // A body that is not valid UTF-8 cannot be written: nothing is sent.
+    auto r = appeler("POST", "/lent", json{{"texte", std::string("\xff\xfe")}});
+    ASSERT_FALSE(r);
+    EXPECT_TRUE(std::holds_alternative<ErreurSerialisation>(r.error()));
+    EXPECT_TRUE(serveur.requetes().empty());
+
+    // Reporting a site never fails, whatever the server says.
+    api->signalerSite("jeux.example");
+    ASSERT_TRUE(test::attendreQue([&] { return serveur.requetes().size() == 1; }));
+    EXPECT_EQ(json::parse(serveur.requetes()[0].corps),
+              (json{{"nature", "site_bloque"}, {"detail", "jeux.example"}}));
+
+    // An answer that comes back after the client is gone is dropped.
+    bool appele = false;
+    api->appel("POST", "/lent", std::nullopt, [&appele](auto) { appele = true; });
+    api.reset();
+    test::attendreQue([] { return false; }, std::chrono::milliseconds(800));
+    EXPECT_FALSE(appele);
+}
+
+} // namespace
+} // namespace tavi

@@ -1,0 +1,111 @@
+#include "platform/memoire/coffre_memoire.h"
+#include "rules/consigne_json.h"
+#include "platform/sqlite/reglages_sqlite.h"
+#include "server/stockage.h"
+#include "support/dossier_temporaire.h"
+
+#include <gtest/gtest.h>
+#include <regex>
+
+namespace tavi {
+namespace {
+
+TEST(Stockage, LIdentifiantDInstallationEstCreeUneFoisEtGardePourToujours) {
+    test::DossierTemporaire dossier;
+    std::string premier;
+    {
+        ReglagesSqlite reglages(dossier / "reglages.sqlite");
+        premier = Stockage::installation(reglages);
+        EXPECT_EQ(Stockage::installation(reglages), premier);
+        EXPECT_TRUE(std::regex_match(
+            premier, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}")))
+            << premier;
+        CoffreMemoire coffre;
+        Stockage::oublier(reglages, coffre);
+    }
+    ReglagesSqlite rouvert(dossier / "reglages.sqlite");
+    EXPECT_EQ(Stockage::installation(rouvert), premier) << "kept across restarts and unpairing";
+    ReglagesSqlite autre(dossier / "autre.sqlite");
+    EXPECT_NE(Stockage::installation(autre), premier);
+}
+
+TEST(Stockage, OublierRetireLesSeptClesEtLeJetonEtGardeLeReste) {
+    ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
+    CoffreMemoire coffre;
+    const std::vector<std::string> oubliees = {"prenom",      "ordinateur_id", "accord_vu",
+                                               "accord_cles", "consigne",      "reste_base_s",
+                                               "reste_jour_de"};
+    const std::vector<std::string> gardees = {"installation", "serveur", "compteur_s",
+                                              "compteur_jour", "par_appli", "h_serveur_a"};
+    for (const auto& cle : oubliees) reglages.ecrire(cle, std::string("x"));
+    for (const auto& cle : gardees) reglages.ecrire(cle, 1.0);
+    Trousseau::ecrire(coffre, "jeton-secret");
+    coffre.ecrire("autre.service", "jeton", "garde");
+
+    Stockage::oublier(reglages, coffre);
+    for (const auto& cle : oubliees) EXPECT_FALSE(reglages.lire(cle)) << cle;
+    for (const auto& cle : gardees) EXPECT_TRUE(reglages.lire(cle)) << cle;
+    EXPECT_EQ(Trousseau::lire(coffre), std::nullopt);
+    EXPECT_EQ(coffre.lire("autre.service", "jeton"), "garde");
+}
+
+TEST(Stockage, LAdresseDuServeurRetombeSurLaValeurParDefautQuandElleEstInvalide) {
+    ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
+    const std::string defaut(Stockage::adresseParDefaut);
+    EXPECT_EQ(defaut.rfind("https://", 0), 0u);
+    EXPECT_NE(defaut.find(".example"), std::string::npos);
+    EXPECT_EQ(Stockage::serveur(reglages), defaut);
+    for (const std::string mauvaise : {"", "pas une adresse", "ftp://famille.example",
+                                       "file:///etc/passwd", "https://", "//sans.schema"}) {
+        reglages.ecrire("serveur", mauvaise);
+        EXPECT_EQ(Stockage::serveur(reglages), defaut) << mauvaise;
+    }
+    reglages.ecrire("serveur", 42.0);
+    EXPECT_EQ(Stockage::serveur(reglages), defaut) << "another type reads as absent";
+    for (const std::string bonne : {"http://127.0.0.1:8080", "https://famille.example/tavi/"}) {
+        reglages.ecrire("serveur", bonne);
+        EXPECT_EQ(Stockage::serveur(reglages), bonne);
+    }
+}
+
+TEST(Stockage, LaConsigneRangeeSeLitTelleQueRecueEtIllisibleVautAbsente) {
+    ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
+    EXPECT_EQ(Stockage::consigneRangee(reglages), std::nullopt);
+    reglages.ecrire("consigne", Donnees{R"({"prenom": "Léa", "tirelire_min": 5})"});
+    ASSERT_TRUE(Stockage::consigneRangee(reglages));
+    EXPECT_EQ(Stockage::consigneRangee(reglages)->prenom, "Léa");
+    reglages.ecrire("consigne", Donnees{R"({"prenom": 5})"});
+    EXPECT_EQ(Stockage::consigneRangee(reglages), std::nullopt);
+    reglages.ecrire("consigne", std::string(R"({"prenom": "Léa"})"));
+    EXPECT_EQ(Stockage::consigneRangee(reglages), std::nullopt) << "text is not data";
+}
+
+TEST(Stockage, LesClesDAccordSuiventLesInterrupteursDeLaConsigne) {
+    auto requises = [](const char* texte) {
+        auto c = decoderConsigne(texte);
+        return Stockage::clesRequises(c ? std::optional<Consigne>(*c) : std::nullopt);
+    };
+    using Cles = std::set<std::string>;
+    EXPECT_EQ(Stockage::clesRequises(std::nullopt), Cles{});
+    EXPECT_EQ(requises(R"({"rapport_applis": {"actif": true}})"), Cles{"rapport"});
+    EXPECT_EQ(requises(R"({"rapport_applis": {"actif": true}, "historique_sites": {"actif": true}})"),
+              (Cles{"historique", "rapport"}));
+    EXPECT_EQ(requises(R"({"rapport_applis": {}, "historique_sites": {"actif": false}})"), Cles{});
+
+    ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
+    Stockage::accordCles(reglages, {"rapport", "historique"});
+    EXPECT_EQ(reglages.textes("accord_cles"), (std::vector<std::string>{"historique", "rapport"}));
+}
+
+TEST(Stockage, LaBaseDuResteSEcritEtSEffaceEnsemble) {
+    ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
+    Stockage::resteBase(reglages, std::pair{1234.5, std::string("2026-11-22")});
+    EXPECT_EQ(reglages.nombre("reste_base_s"), 1234.5);
+    EXPECT_EQ(reglages.texte("reste_jour_de"), "2026-11-22");
+    Stockage::resteBase(reglages, std::nullopt);
+    EXPECT_FALSE(reglages.lire("reste_base_s"));
+    EXPECT_FALSE(reglages.lire("reste_jour_de"));
+}
+
+} // namespace
+} // namespace tavi

@@ -1,0 +1,68 @@
+#include "support/serveur_brut.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace tavi::test {
+
+ServeurBrut::ServeurBrut(Conduite conduite) : conduite_(std::move(conduite)) {
+    ecoute_ = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in adresse{};
+    adresse.sin_family = AF_INET;
+    adresse.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t taille = sizeof adresse;
+    if (ecoute_ < 0 || bind(ecoute_, reinterpret_cast<sockaddr*>(&adresse), taille) != 0 ||
+        listen(ecoute_, 16) != 0 ||
+        getsockname(ecoute_, reinterpret_cast<sockaddr*>(&adresse), &taille) != 0)
+        throw std::runtime_error("serveur brut : pas de port");
+    port_ = ntohs(adresse.sin_port);
+    accepteur_ = std::thread([this] {
+        while (!arret_) {
+            pollfd p{ecoute_, POLLIN, 0};
+            if (poll(&p, 1, 100) <= 0) continue;
+            int client = accept(ecoute_, nullptr, nullptr);
+            if (client < 0) continue;
+            std::lock_guard v(verrou_);
+            connexions_.emplace_back([this, client] {
+                conduite_(client, arret_);
+                close(client);
+            });
+        }
+    });
+}
+
+ServeurBrut::~ServeurBrut() {
+    arret_ = true;
+    accepteur_.join();
+    close(ecoute_);
+    std::lock_guard v(verrou_);
+    for (auto& c : connexions_) c.join();
+}
+
+void ServeurBrut::lireRequete(int socket) {
+    std::string lu;
+    char tampon[4096];
+    while (lu.find("\r\n\r\n") == std::string::npos) {
+        pollfd p{socket, POLLIN, 0};
+        if (poll(&p, 1, 5000) <= 0) return;
+        ssize_t n = recv(socket, tampon, sizeof tampon, 0);
+        if (n <= 0) return;
+        lu.append(tampon, static_cast<std::size_t>(n));
+    }
+}
+
+bool ServeurBrut::ecrire(int socket, const std::string& octets) {
+    std::size_t envoye = 0;
+    while (envoye < octets.size()) {
+        ssize_t n = send(socket, octets.data() + envoye, octets.size() - envoye, MSG_NOSIGNAL);
+        if (n <= 0) return false;
+        envoye += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+} // namespace tavi::test
