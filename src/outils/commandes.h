@@ -10,6 +10,7 @@ namespace tavi::outils {
 int commandeConsigne(const std::vector<std::string>& arguments);
 int commandeRegle(const std::vector<std::string>& arguments);
 int commandeSieste(const std::vector<std::string>& arguments);
+int commandeReglage(const std::vector<std::string>& arguments);
 
 // Thrown by a command that cannot go on (unreadable input, undecodable rule set): its message
 // is printed after "tavi: " and the command exits with status 2.

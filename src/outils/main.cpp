@@ -21,6 +21,11 @@ constexpr const char* usage = R"(usage : tavi COMMANDE [OPTIONS]
               [FICHIER|-]
       imprime la sieste d'une application (usage du jour des applications, 0 par défaut)
 
+  tavi reglage CLE [VALEUR]
+  tavi reglage --supprimer CLE
+      lit (JSON, ou null), écrit (un texte) ou supprime une clé des réglages de l'agent ;
+      « tavi reglage serveur https://… » pointe l'agent vers un serveur de famille
+
 La consigne est lue dans FICHIER, ou sur l'entrée standard sans fichier ou avec « - ».
 Le jour local suit le fuseau du système (variable TZ).
 )";
@@ -32,6 +37,7 @@ const std::map<std::string, Commande>& commandes() {
         {"consigne", tavi::outils::commandeConsigne},
         {"regle", tavi::outils::commandeRegle},
         {"sieste", tavi::outils::commandeSieste},
+        {"reglage", tavi::outils::commandeReglage},
     };
     return table;
 }

@@ -1,0 +1,59 @@
+#include "outils/commandes.h"
+#include "outils/options.h"
+#include "platform/linux/dossiers_linux.h"
+#include "platform/sqlite/reglages_sqlite.h"
+#include "server/stockage.h"
+
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace tavi::outils {
+
+namespace {
+
+template <class... F>
+struct Selon : F... {
+    using F::operator()...;
+};
+
+nlohmann::json enJson(const Valeur& valeur) {
+    return std::visit(Selon{[](const Dictionnaire& d) { return d.objet; },
+                            [](const Donnees& d) { return nlohmann::json(d.octets); },
+                            [](const auto& v) { return nlohmann::json(v); }},
+                      valeur);
+}
+
+} // namespace
+
+int commandeReglage(const std::vector<std::string>& arguments) {
+    Options options(arguments, {}, {}, {"--supprimer"});
+    const auto& p = options.positionnels();
+    const bool supprimer = options.present("--supprimer");
+    if (p.empty() || p.size() > (supprimer ? 1u : 2u))
+        throw ErreurUsage(supprimer ? "--supprimer attend une clé" : "une clé, et une valeur à écrire");
+    const std::string& cle = p[0];
+    if (cle.empty()) throw ErreurUsage("la clé est vide");
+    if (p.size() == 2 && cle == "serveur" && !Stockage::estUneAdresse(p[1]))
+        throw EchecCommande{"« " + p[1] + " » n'est pas une adresse http(s) : serveur inchangé"};
+
+    auto fichier = Dossiers::reglages();
+    if (!fichier) throw EchecCommande{"pas de dossier d'état (ni XDG_STATE_HOME ni HOME)"};
+    ReglagesSqlite reglages(*fichier);
+    if (!reglages.persistant()) throw EchecCommande{"réglages inaccessibles : " + fichier->string()};
+
+    if (supprimer) {
+        reglages.supprimer(cle);
+    } else if (p.size() == 2) {
+        reglages.ecrire(cle, p[1]);
+    } else {
+        auto valeur = reglages.lire(cle);
+        std::cout << (valeur ? enJson(*valeur) : nlohmann::json())
+                         .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)
+                  << '\n';
+        return 0;
+    }
+    if (reglages.echecs() > 0) throw EchecCommande{"écriture refusée par " + fichier->string()};
+    return 0;
+}
+
+} // namespace tavi::outils
