@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tavi {
+
+// How the agent was asked to start. An option counts only when followed by as many values as
+// it needs; otherwise it is ignored and the agent starts normally.
+struct Lancement {
+    std::optional<std::pair<std::string, std::string>> essaiApi; // server, code
+    std::optional<std::string> capture;                          // folder
+};
+
+// The arguments are searched in order, the program's path included; the first match counts.
+Lancement lireLancement(const std::vector<std::string>& arguments);
+
+} // namespace tavi
