@@ -1,0 +1,181 @@
+#include "depot.h"
+
+#include "temps.h"
+
+#include <date/tz.h>
+
+namespace tavi::famille {
+
+namespace {
+
+// Version 1 of the schema. Per-day tables are keyed by the child's local day ("yyyy-MM-dd");
+// instants are ms since the epoch; minutes are REAL.
+constexpr const char* schema = R"sql(
+CREATE TABLE IF NOT EXISTS enfants (
+    id TEXT PRIMARY KEY,
+    prenom TEXT NOT NULL UNIQUE,
+    langue TEXT NOT NULL,
+    fuseau TEXT NOT NULL,
+    tirelire_min REAL NOT NULL DEFAULT 0,
+    reglages TEXT NOT NULL,
+    cree_ms INTEGER NOT NULL
+);
+CREATE TABLE IF NOT EXISTS codes (
+    empreinte TEXT PRIMARY KEY,
+    enfant_id TEXT NOT NULL REFERENCES enfants(id) ON DELETE CASCADE,
+    cree_ms INTEGER NOT NULL,
+    expire_ms INTEGER NOT NULL,
+    utilise_ms INTEGER
+);
+CREATE TABLE IF NOT EXISTS ordinateurs (
+    id TEXT PRIMARY KEY,
+    enfant_id TEXT NOT NULL REFERENCES enfants(id) ON DELETE CASCADE,
+    installation TEXT NOT NULL,
+    nom TEXT NOT NULL,
+    version TEXT NOT NULL,
+    plateforme TEXT,
+    systeme TEXT,
+    relie_ms INTEGER NOT NULL,
+    dernier_ms INTEGER,
+    dernier_genre TEXT,
+    dernier_resume TEXT
+);
+CREATE INDEX IF NOT EXISTS ordinateurs_enfant ON ordinateurs(enfant_id, installation);
+CREATE TABLE IF NOT EXISTS jetons (
+    empreinte TEXT PRIMARY KEY,
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    cree_ms INTEGER NOT NULL,
+    precedent TEXT
+);
+CREATE INDEX IF NOT EXISTS jetons_ordinateur ON jetons(ordinateur_id);
+CREATE TABLE IF NOT EXISTS usage_jour (
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    jour TEXT NOT NULL,
+    minutes REAL NOT NULL,
+    PRIMARY KEY (ordinateur_id, jour)
+) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS minutes_limites (
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    jour TEXT NOT NULL,
+    appli TEXT NOT NULL,
+    minutes REAL NOT NULL,
+    PRIMARY KEY (ordinateur_id, jour, appli)
+) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS usage_applis (
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    jour TEXT NOT NULL,
+    appli TEXT NOT NULL,
+    minutes REAL NOT NULL,
+    PRIMARY KEY (ordinateur_id, jour, appli)
+) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS noms_applis (
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    appli TEXT NOT NULL,
+    nom TEXT NOT NULL,
+    PRIMARY KEY (ordinateur_id, appli)
+) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS sites (
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    domaine TEXT NOT NULL,
+    heure INTEGER NOT NULL,
+    premier_ms INTEGER NOT NULL,
+    dernier_ms INTEGER NOT NULL,
+    secondes INTEGER NOT NULL,
+    PRIMARY KEY (ordinateur_id, domaine, heure)
+) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS applis_installees (
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    appli TEXT NOT NULL,
+    nom TEXT NOT NULL,
+    categorie TEXT,
+    PRIMARY KEY (ordinateur_id, appli)
+) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS demandes (
+    id INTEGER PRIMARY KEY AUTOINCREMENT,
+    enfant_id TEXT NOT NULL REFERENCES enfants(id) ON DELETE CASCADE,
+    ordinateur_id TEXT REFERENCES ordinateurs(id) ON DELETE SET NULL,
+    genre TEXT NOT NULL,
+    minutes INTEGER NOT NULL,
+    texte TEXT NOT NULL,
+    cree_ms INTEGER NOT NULL,
+    statut TEXT NOT NULL,
+    reponse_ms INTEGER,
+    minutes_accordees INTEGER
+);
+CREATE INDEX IF NOT EXISTS demandes_enfant ON demandes(enfant_id, statut);
+CREATE TABLE IF NOT EXISTS ajouts (
+    id INTEGER PRIMARY KEY,
+    enfant_id TEXT NOT NULL REFERENCES enfants(id) ON DELETE CASCADE,
+    jour TEXT NOT NULL,
+    minutes REAL NOT NULL,
+    origine TEXT NOT NULL,
+    cree_ms INTEGER NOT NULL
+);
+CREATE INDEX IF NOT EXISTS ajouts_enfant ON ajouts(enfant_id, jour);
+CREATE TABLE IF NOT EXISTS signaux (
+    id INTEGER PRIMARY KEY,
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    nature TEXT NOT NULL,
+    detail TEXT NOT NULL,
+    recu_ms INTEGER NOT NULL
+);
+CREATE TABLE IF NOT EXISTS evenements (
+    id INTEGER PRIMARY KEY,
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    genre TEXT NOT NULL,
+    texte TEXT,
+    recu_ms INTEGER NOT NULL
+);
+PRAGMA user_version = 1;
+)sql";
+
+} // namespace
+
+Depot::Depot(const std::string& chemin, Base::Ouverture ouverture) : base_(chemin, ouverture) {
+    creerSchema();
+}
+
+void Depot::creerSchema() {
+    Requete version = base_.requete("PRAGMA user_version");
+    version.ligne();
+    std::int64_t numero = version.entier(0);
+    if (numero == 1) return;
+    if (numero > 1) throw ErreurBase("cette base vient d'une version plus récente de tavi-famille");
+    Transaction t(base_);
+    base_.executer(schema);
+    t.valider();
+}
+
+Enfant Depot::lireEnfant(Requete& r) const {
+    return Enfant{r.texte(0), r.texte(1), r.texte(2),
+                  r.texte(3), r.reel(4),  reglagesDepuisJson(nlohmann::json::parse(r.texte(5)))};
+}
+
+Enfant Depot::enfant(const std::string& prenom) {
+    Requete r = base_.requete(
+        "SELECT id, prenom, langue, fuseau, tirelire_min, reglages FROM enfants WHERE prenom = ?");
+    r.avec(prenom);
+    if (r.ligne()) return lireEnfant(r);
+    std::string connus;
+    Requete tous = base_.requete("SELECT prenom FROM enfants ORDER BY prenom");
+    while (tous.ligne())
+        connus += (connus.empty() ? "" : ", ") + tous.texte(0);
+    throw ErreurFamille("enfant inconnu : " + prenom +
+                        (connus.empty() ? " (aucun enfant : « enfant ajouter PRENOM »)"
+                                        : " (enfants : " + connus + ")"));
+}
+
+std::optional<Enfant> Depot::enfantParId(const std::string& id) {
+    Requete r = base_.requete(
+        "SELECT id, prenom, langue, fuseau, tirelire_min, reglages FROM enfants WHERE id = ?");
+    r.avec(id);
+    if (r.ligne()) return lireEnfant(r);
+    return std::nullopt;
+}
+
+const date::time_zone& fuseauDe(const Enfant& enfant) {
+    if (const auto* zone = trouverFuseau(enfant.fuseau)) return *zone;
+    return *date::locate_zone("UTC");
+}
+
+} // namespace tavi::famille

@@ -1,0 +1,165 @@
+#include "depot.h"
+#include "temps.h"
+
+#include <algorithm>
+#include <date/tz.h>
+
+namespace tavi::famille {
+
+using nlohmann::json;
+
+namespace {
+
+json ligneOrdinateur(Requete& r, std::int64_t maintenantMs) {
+    json o = {{"id", r.texte(0)},
+              {"nom", r.texte(1)},
+              {"version", r.texte(2)},
+              {"relie_ms", r.entier(5)},
+              {"utilise_jour_min", r.reel(9)}};
+    if (auto plateforme = r.texteOuRien(3)) o["plateforme"] = *plateforme;
+    if (auto systeme = r.texteOuRien(4)) o["systeme"] = *systeme;
+    auto dernierMs = r.entierOuRien(6);
+    auto genre = r.texteOuRien(7);
+    o["derniere_nouvelle_ms"] = dernierMs ? json(*dernierMs) : json(nullptr);
+    // Protection runs while the agent beats; a stop report or a long silence (crash, power
+    // off, agent removed) both mean nothing enforces the rules on that computer now.
+    if (!dernierMs) {
+        o["protection"] = "coupée";
+        o["pourquoi"] = "aucune nouvelle depuis l'appairage";
+    } else if (genre && *genre == "arret") {
+        o["protection"] = "coupée";
+        o["pourquoi"] = "arrêt signalé";
+    } else if (maintenantMs - *dernierMs > Depot::silenceMaxMs) {
+        o["protection"] = "coupée";
+        o["pourquoi"] =
+            "aucune nouvelle depuis " + std::to_string((maintenantMs - *dernierMs) / 1000) + " s";
+    } else {
+        o["protection"] = "active";
+    }
+    if (auto texte = r.texteOuRien(8)) {
+        json dit = json::parse(*texte, nullptr, false);
+        if (dit.is_object()) {
+            if (auto actif = dit.find("actif"); actif != dit.end() && actif->is_boolean())
+                o["demarrage_auto"] = *actif;
+            if (auto a = dit.find("autorisations"); a != dit.end() && a->is_object())
+                o["autorisations"] = *a;
+        }
+    }
+    return o;
+}
+
+} // namespace
+
+std::vector<json> Depot::rapport(const std::string& prenom, std::int64_t maintenantMs) {
+    Enfant e = enfant(prenom);
+    const auto& zone = fuseauDe(e);
+    std::string jour = jourLocal(maintenantMs, zone);
+    std::int64_t debutJour = debutJourMs(maintenantMs, zone);
+    UsageDuJour usage = usageDuJour(e.id, jour, std::nullopt);
+    std::vector<json> lignes;
+
+    json fiche = {{"prenom", e.prenom},
+                  {"id", e.id},
+                  {"fuseau", e.fuseau},
+                  {"jour", jour},
+                  {"tirelire_min", e.tirelireMin},
+                  {"utilise_jour_min", usage.utiliseMin},
+                  {"ajoutes_jour_min", usage.ajoutesMin}};
+    json c = consigne(e, usage, maintenantMs, zone);
+    for (const char* cle : {"limite_jour_min", "reste_jour_min", "ouvert_jusqu_ms"})
+        if (auto v = c.find(cle); v != c.end()) fiche[cle] = *v;
+    if (c.value("protege_maintenant", false)) fiche["pause_jusqu_ms"] = c.at("fin_ms");
+    Requete attente = base_.requete(
+        "SELECT COUNT(*) FROM demandes WHERE enfant_id = ? AND statut = 'en_attente'");
+    attente.avec(e.id);
+    if (attente.ligne()) fiche["demandes_en_attente"] = attente.entier(0);
+    lignes.push_back({{"enfant", fiche}});
+
+    Requete ordis = base_.requete(
+        "SELECT o.id, o.nom, o.version, o.plateforme, o.systeme, o.relie_ms, o.dernier_ms, "
+        "o.dernier_genre, o.dernier_resume, COALESCE(u.minutes, 0) FROM ordinateurs o "
+        "LEFT JOIN usage_jour u ON u.ordinateur_id = o.id AND u.jour = ? "
+        "WHERE o.enfant_id = ? ORDER BY o.nom, o.id");
+    ordis.avec(jour, e.id);
+    while (ordis.ligne()) {
+        json o = ligneOrdinateur(ordis, maintenantMs);
+        Requete annonce = base_.requete("SELECT texte, recu_ms FROM evenements WHERE "
+                                        "ordinateur_id = ? AND genre = 'annonce' "
+                                        "ORDER BY recu_ms DESC LIMIT 1");
+        annonce.avec(o["id"].get<std::string>());
+        if (annonce.ligne())
+            o["derniere_annonce"] = {{"texte", annonce.texte(0)}, {"recu_ms", annonce.entier(1)}};
+        lignes.push_back({{"ordinateur", o}});
+    }
+
+    Requete applis =
+        base_.requete("SELECT u.ordinateur_id, u.appli, n.nom, u.minutes FROM usage_applis u "
+                      "JOIN ordinateurs o ON o.id = u.ordinateur_id LEFT JOIN noms_applis n "
+                      "ON n.ordinateur_id = u.ordinateur_id AND n.appli = u.appli "
+                      "WHERE o.enfant_id = ? AND u.jour = ? ORDER BY u.minutes DESC, u.appli");
+    applis.avec(e.id, jour);
+    while (applis.ligne()) {
+        json a = {
+            {"ordinateur", applis.texte(0)}, {"id", applis.texte(1)}, {"minutes", applis.reel(3)}};
+        if (auto nom = applis.texteOuRien(2)) a["nom"] = *nom;
+        lignes.push_back({{"appli", a}});
+    }
+
+    Requete sites = base_.requete(
+        "SELECT s.domaine, SUM(s.secondes), MAX(s.dernier_ms) FROM sites s JOIN ordinateurs o "
+        "ON o.id = s.ordinateur_id WHERE o.enfant_id = ? AND s.dernier_ms >= ? "
+        "GROUP BY s.domaine ORDER BY SUM(s.secondes) DESC, s.domaine");
+    sites.avec(e.id, debutJour);
+    while (sites.ligne())
+        lignes.push_back({{"site",
+                           {{"domaine", sites.texte(0)},
+                            {"secondes", sites.entier(1)},
+                            {"dernier_ms", sites.entier(2)}}}});
+
+    Requete installees = base_.requete(
+        "SELECT a.ordinateur_id, a.appli, a.nom, a.categorie FROM applis_installees a "
+        "JOIN ordinateurs o ON o.id = a.ordinateur_id WHERE o.enfant_id = ? "
+        "ORDER BY a.ordinateur_id, a.nom");
+    installees.avec(e.id);
+    while (installees.ligne()) {
+        json a = {{"ordinateur", installees.texte(0)},
+                  {"id", installees.texte(1)},
+                  {"nom", installees.texte(2)}};
+        if (auto categorie = installees.texteOuRien(3)) a["categorie"] = *categorie;
+        lignes.push_back({{"installee", a}});
+    }
+
+    Requete signaux = base_.requete(
+        "SELECT s.ordinateur_id, s.nature, s.detail, s.recu_ms FROM signaux s "
+        "JOIN ordinateurs o ON o.id = s.ordinateur_id WHERE o.enfant_id = ? AND s.recu_ms >= ? "
+        "ORDER BY s.recu_ms");
+    signaux.avec(e.id, debutJour);
+    while (signaux.ligne())
+        lignes.push_back({{"signal",
+                           {{"ordinateur", signaux.texte(0)},
+                            {"nature", signaux.texte(1)},
+                            {"detail", signaux.texte(2)},
+                            {"recu_ms", signaux.entier(3)}}}});
+    return lignes;
+}
+
+void Depot::elaguer(std::int64_t maintenantMs) {
+    Transaction t(base_);
+    std::int64_t limite = maintenantMs - conservationMs;
+    // Day keys of every zone sort as text; a day of margin covers the zones ahead of UTC.
+    std::string jourLimite = jourLocal(limite - 24 * 3600 * 1000, *date::locate_zone("UTC"));
+    for (const char* table : {"usage_jour", "minutes_limites", "usage_applis", "ajouts"})
+        base_.requete(std::string("DELETE FROM ") + table + " WHERE jour < ?")
+            .avec(jourLimite)
+            .executer();
+    base_.requete("DELETE FROM sites WHERE dernier_ms < ?").avec(limite).executer();
+    base_.requete("DELETE FROM signaux WHERE recu_ms < ?").avec(limite).executer();
+    base_.requete("DELETE FROM evenements WHERE recu_ms < ?").avec(limite).executer();
+    base_.requete("DELETE FROM demandes WHERE statut != 'en_attente' AND reponse_ms < ?")
+        .avec(limite)
+        .executer();
+    base_.requete("DELETE FROM codes WHERE expire_ms < ?").avec(maintenantMs).executer();
+    t.valider();
+}
+
+} // namespace tavi::famille
