@@ -1,0 +1,37 @@
+#include "limiteur.h"
+
+namespace tavi::famille {
+
+Limiteur::Limiteur(std::size_t echecsPermis_, std::int64_t fenetreMs_)
+    : echecsPermis(echecsPermis_), fenetreMs(fenetreMs_) {}
+
+void Limiteur::oublierAnciens(std::deque<std::int64_t>& instants, std::int64_t maintenantMs) const {
+    while (!instants.empty() && instants.front() <= maintenantMs - fenetreMs)
+        instants.pop_front();
+}
+
+bool Limiteur::bloque(std::initializer_list<std::string> cles, std::int64_t maintenantMs) {
+    std::lock_guard garde(verrou);
+    for (const auto& cle : cles) {
+        auto trouve = echecs.find(cle);
+        if (trouve == echecs.end()) continue;
+        oublierAnciens(trouve->second, maintenantMs);
+        if (trouve->second.size() >= echecsPermis) return true;
+    }
+    return false;
+}
+
+void Limiteur::noterEchec(std::initializer_list<std::string> cles, std::int64_t maintenantMs) {
+    std::lock_guard garde(verrou);
+    // Keys are sent by the client, so the table is swept now and then or it would grow with
+    // every invented installation identifier.
+    if (echecs.size() > 1000)
+        for (auto it = echecs.begin(); it != echecs.end();) {
+            oublierAnciens(it->second, maintenantMs);
+            it = it->second.empty() ? echecs.erase(it) : std::next(it);
+        }
+    for (const auto& cle : cles)
+        echecs[cle].push_back(maintenantMs);
+}
+
+} // namespace tavi::famille

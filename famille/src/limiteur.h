@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <initializer_list>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+namespace tavi::famille {
+
+// Counts failed pairing attempts per key (an installation identifier, a remote address) over a
+// sliding window. Kept in memory only: a restart forgives, which costs an attacker a restart
+// of our server, not a guess.
+class Limiteur {
+public:
+    Limiteur(std::size_t echecsPermis, std::int64_t fenetreMs);
+
+    // True when one of the keys has used up its failures within the window.
+    bool bloque(std::initializer_list<std::string> cles, std::int64_t maintenantMs);
+    void noterEchec(std::initializer_list<std::string> cles, std::int64_t maintenantMs);
+
+private:
+    void oublierAnciens(std::deque<std::int64_t>& instants, std::int64_t maintenantMs) const;
+
+    std::size_t echecsPermis;
+    std::int64_t fenetreMs;
+    std::mutex verrou;
+    std::unordered_map<std::string, std::deque<std::int64_t>> echecs;
+};
+
+} // namespace tavi::famille

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "connexions.h"
+#include "limiteur.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace httplib {
+class Server;
+struct Request;
+} // namespace httplib
+
+namespace tavi::famille {
+
+struct OptionsServeur {
+    std::string hote = "127.0.0.1";
+    int port = 8080; // 0: any free port, read back with port()
+    std::optional<std::string> certificat;
+    std::optional<std::string> cle;
+    // A token older than this gets a successor in "X-Tavi-Jeton" on its next 2xx answer.
+    std::optional<std::int64_t> renouvelerApresMs;
+    std::size_t connexionsBase = 1;
+};
+
+// The family server: the agent's endpoints over HTTP (or HTTPS with a certificate), on one
+// store. Runs on its own threads between demarrer() and arreter().
+class Serveur {
+public:
+    Serveur(const std::string& cheminBase, OptionsServeur options);
+    Serveur(const Serveur&) = delete;
+    Serveur& operator=(const Serveur&) = delete;
+    ~Serveur();
+
+    // Binds the address (ErreurFamille when it cannot) and starts serving.
+    void demarrer();
+    int port() const { return port_; }
+    bool tls() const;
+    // Stops accepting, lets the requests in progress finish, ends the idle kept-alive
+    // connections and the upkeep, then returns.
+    void arreter();
+
+private:
+    struct Reponse {
+        int statut = 200;
+        std::optional<nlohmann::json> corps;
+        std::optional<std::string> jetonNeuf;
+    };
+    using Traitement = std::function<Reponse(
+        Depot&, const httplib::Request&, const nlohmann::json& corps, std::int64_t maintenantMs)>;
+    using TraitementEnfant = std::function<Reponse(
+        Depot&, const Acces&, const nlohmann::json& corps, std::int64_t maintenantMs)>;
+
+    // serveur.cpp: framing shared by every endpoint.
+    void configurer();
+    void poster(const std::string& chemin, Traitement traitement);
+    void posterEnfant(const std::string& chemin, TraitementEnfant traitement);
+    void entretenir();
+
+    // routes_enfant.cpp: the agent's endpoints.
+    void installerRoutes();
+    Reponse appairer(Depot& depot, const httplib::Request& requete, const nlohmann::json& corps,
+                     std::int64_t maintenantMs);
+    static Reponse battre(Depot& depot, const Acces& acces, const nlohmann::json& corps,
+                          std::int64_t maintenantMs);
+    static Reponse demander(Depot& depot, const Acces& acces, const nlohmann::json& corps,
+                            std::int64_t maintenantMs);
+    static Reponse utiliserTirelire(Depot& depot, const Acces& acces, const nlohmann::json& corps,
+                                    std::int64_t maintenantMs);
+    static Reponse signaler(Depot& depot, const Acces& acces, const nlohmann::json& corps,
+                            std::int64_t maintenantMs);
+
+    OptionsServeur options;
+    Connexions connexions;
+    Limiteur limiteur;
+    std::unique_ptr<httplib::Server> http;
+    int port_ = 0;
+    int priseEcoute = -1;
+    std::thread ecoute;
+    std::thread entretien;
+    std::mutex verrouEntretien;
+    std::condition_variable reveilEntretien;
+    bool fin = false;
+};
+
+} // namespace tavi::famille
