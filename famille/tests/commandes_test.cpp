@@ -1,0 +1,278 @@
+#include "commandes.h"
+#include "outils_test.h"
+#include "temps.h"
+
+#include <csignal>
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
+
+using namespace tavi::famille;
+using namespace tavi::famille::essai;
+using nlohmann::json;
+
+namespace {
+
+struct Resultat {
+    int statut;
+    std::string sortie;
+    std::string erreurs;
+};
+
+// Runs one command line in this process, as main() would, on the given base.
+Resultat commande(const std::filesystem::path& base, std::vector<std::string> mots) {
+    mots.insert(mots.begin(), {"--base", base.string()});
+    std::ostringstream sortie, erreurs;
+    int statut = executer(mots, sortie, erreurs);
+    return {statut, sortie.str(), erreurs.str()};
+}
+
+json ligne(const Resultat& r) {
+    EXPECT_EQ(r.statut, 0) << r.erreurs;
+    return json::parse(r.sortie.substr(0, r.sortie.find('\n')), nullptr, false);
+}
+
+// The real executable, started with its output on a pipe.
+struct Processus {
+    pid_t pid = -1;
+    FILE* sortie = nullptr;
+
+    explicit Processus(const std::vector<std::string>& arguments) {
+        int tube[2];
+        if (pipe(tube) != 0) throw std::runtime_error("pipe");
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, tube[1], 1);
+        posix_spawn_file_actions_addclose(&actions, tube[0]);
+        std::vector<std::string> mots = {TAVI_FAMILLE_EXE};
+        mots.insert(mots.end(), arguments.begin(), arguments.end());
+        std::vector<char*> argv;
+        for (auto& m : mots)
+            argv.push_back(m.data());
+        argv.push_back(nullptr);
+        if (posix_spawn(&pid, TAVI_FAMILLE_EXE, &actions, nullptr, argv.data(), environ) != 0)
+            throw std::runtime_error("posix_spawn");
+        posix_spawn_file_actions_destroy(&actions);
+        close(tube[1]);
+        sortie = fdopen(tube[0], "r");
+    }
+    ~Processus() {
+        if (pid > 0) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        if (sortie) fclose(sortie);
+    }
+    std::string lireLigne() {
+        char tampon[4096];
+        return fgets(tampon, sizeof tampon, sortie) ? tampon : "";
+    }
+    // The exit status, or -1 if the process is still running after `secondes`.
+    int attendre(int secondes) {
+        for (int i = 0; i < secondes * 20; ++i) {
+            int etat = 0;
+            if (waitpid(pid, &etat, WNOHANG) == pid) {
+                pid = -1;
+                return WIFEXITED(etat) ? WEXITSTATUS(etat) : 128 + WTERMSIG(etat);
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return -1;
+    }
+};
+
+Resultat executable(const std::vector<std::string>& arguments) {
+    Processus p(arguments);
+    std::string tout;
+    for (std::string l = p.lireLigne(); !l.empty(); l = p.lireLigne())
+        tout += l;
+    return {p.attendre(30), tout, ""};
+}
+
+} // namespace
+
+TEST(Commandes, UneFamilleSeSertDepuisUneBaseVideAvecLExecutable) {
+    DossierTemporaire dossier;
+    std::string base = (dossier.chemin / "famille.db").string();
+    auto ajout =
+        executable({"--base", base, "enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"});
+    ASSERT_EQ(ajout.statut, 0);
+    EXPECT_EQ(json::parse(ajout.sortie).at("enfant").at("prenom"), "Léa");
+    auto code = json::parse(executable({"--base", base, "code", "Léa"}).sortie);
+    ASSERT_TRUE(code.at("code").is_string());
+    EXPECT_GT(code.at("expire_ms").get<std::int64_t>(), maintenantMs());
+
+    Processus serveur({"--base", base, "servir", "--adresse", "127.0.0.1:0"});
+    json ecoute = json::parse(serveur.lireLigne(), nullptr, false);
+    ASSERT_TRUE(ecoute.is_object());
+    EXPECT_EQ(ecoute.at("adresse"), "127.0.0.1");
+    EXPECT_EQ(ecoute.at("tls"), false);
+    httplib::Client client("127.0.0.1", ecoute.at("port").get<int>());
+    client.set_keep_alive(true);
+    auto appairage = poster(client, "/api/auth/ordinateur",
+                            {{"code", code.at("code")}, {"nom", "PC"}, {"version", "0.1.0"}});
+    ASSERT_TRUE(appairage);
+    ASSERT_EQ(appairage->status, 200);
+    std::string jeton = corpsJson(appairage).at("jeton");
+
+    // A parents' command writes the base while the server runs; the next heartbeat sees it.
+    ASSERT_EQ(executable({"--base", base, "pause", "Léa", "5"}).statut, 0);
+    auto reponse = poster(client, "/api/enfant/battement", battement(3), jeton);
+    ASSERT_TRUE(reponse);
+    EXPECT_EQ(corpsJson(reponse).at("protege_maintenant"), true);
+
+    // SIGTERM stops it cleanly although the client keeps its connection open (kept alive
+    // 45 s), and what it stored is there.
+    kill(serveur.pid, SIGTERM);
+    EXPECT_EQ(serveur.attendre(30), 0);
+    EXPECT_EQ(json::parse(serveur.lireLigne(), nullptr, false), json({{"arret", "SIGTERM"}}));
+    auto rapport = executable({"--base", base, "rapport", "Léa"});
+    EXPECT_NE(rapport.sortie.find("\"utilise_jour_min\":3.0"), std::string::npos) << rapport.sortie;
+}
+
+TEST(Commandes, UneCommandeRefuseeSortEnStatutDeuxSansRienChanger) {
+    DossierTemporaire dossier;
+    auto base = dossier.chemin / "famille.db";
+    ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
+    ligne(commande(base, {"tirelire", "Léa", "+3"}));
+    auto avant = commande(base, {"reglages", "Léa"}).sortie;
+
+    const std::vector<std::vector<std::string>> refusees = {
+        {},
+        {"danser"},
+        {"pause", "Léa", "abc"},
+        {"pause", "Léa", "0"},
+        {"pause", "Zoé", "5"},
+        {"limite", "Léa", "60", "de-trop"},
+        {"plage", "Léa", "ve-lu", "21:00", "07:00"},
+        {"plage", "Léa", "lu", "21:00", "21:00"},
+        {"plage", "Léa", "lu", "21:00", "7h"},
+        {"plage", "Léa", "lu", "21:00", "07:00", "--famille", "jeux"},
+        {"plage", "Léa", "lu", "21:00", "07:00", "--familles", "jeu"},
+        {"plage-supprimer", "Léa", "4"},
+        {"limite-appli", "Léa", "temps_jeux", "Jeux", "30", "steam"},
+        {"limite-appli", "Léa", "jeux", "Jeux", "30"},
+        {"filtre", "Léa", "actif", "--bloquer", "pas un domaine"},
+        {"filtre", "Léa", "allume"},
+        {"rapports", "Léa", "sites", "oui"},
+        {"tirelire", "Léa", "-5"},
+        {"tirelire", "Léa", "5"},
+        {"fuseau", "Léa", "Lune/Tranquillite"},
+        {"retablir", "Léa", "steam"},
+        {"accorder", "12"},
+        {"enfant", "ajouter", "Léa"},
+        {"enfant", "ajouter", "\xff\xfe"},
+        {"ordinateur", "retirer", "inconnu"},
+        {"servir", "--adresse", "nulle-part"},
+    };
+    for (const auto& mots : refusees) {
+        auto r = commande(base, mots);
+        std::string ligneCommande;
+        for (const auto& m : mots)
+            ligneCommande += m + " ";
+        EXPECT_EQ(r.statut, 2) << ligneCommande;
+        EXPECT_EQ(r.sortie, "") << ligneCommande;
+        EXPECT_EQ(r.erreurs.rfind("tavi-famille: ", 0), 0u) << ligneCommande << r.erreurs;
+        EXPECT_EQ(std::count(r.erreurs.begin(), r.erreurs.end(), '\n'), 1) << r.erreurs;
+    }
+    EXPECT_EQ(commande(base, {"reglages", "Léa"}).sortie, avant);
+
+    auto absente = commande(dossier.chemin / "absente.db", {"enfants"});
+    EXPECT_EQ(absente.statut, 2);
+    EXPECT_FALSE(std::filesystem::exists(dossier.chemin / "absente.db"));
+    std::ostringstream sortie, erreurs;
+    EXPECT_EQ(executer({"--aide"}, sortie, erreurs), 0);
+    for (const char* nom : {"servir", "plage-supprimer", "retablir", "consigne", "accorder"})
+        EXPECT_NE(sortie.str().find(nom), std::string::npos) << nom;
+}
+
+TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
+    DossierTemporaire dossier;
+    auto base = dossier.chemin / "famille.db";
+    ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
+    auto pause = ligne(commande(base, {"pause", "Léa", "10", "--titre", "À table"}));
+    ligne(commande(base, {"ouvrir", "Léa", "30"}));
+    ligne(commande(base, {"limite", "Léa", "90"}));
+    auto plage = ligne(commande(base, {"plage", "Léa", "tous", "21:00", "07:00", "--familles",
+                                       "jeux,videos", "--titre", "Dodo"}));
+    EXPECT_EQ(plage.at("plage").at("id"), 1);
+    ligne(commande(base, {"limite-appli", "Léa", "jeux", "Jeux", "30", "steam", "minecraft"}));
+    ligne(commande(base, {"couper", "Léa", "discord"}));
+    auto filtre =
+        ligne(commande(base, {"filtre", "Léa", "actif", "--bloquer",
+                              "https://WWW.Exemple.fr/page?x=1", "--autoriser", "wikipedia.org"}));
+    EXPECT_EQ(filtre.at("filtre").at("bloques"), json({"exemple.fr"}));
+    ligne(commande(base, {"rapports", "Léa", "applis", "on"}));
+    ligne(commande(base, {"tirelire", "Léa", "+20"}));
+
+    json c = ligne(commande(base, {"consigne", "Léa"}));
+    EXPECT_EQ(c.at("protege_maintenant"), true);
+    EXPECT_EQ(c.at("fin_ms"), pause.at("pause").at("fin_ms"));
+    EXPECT_EQ(c.at("titre"), "À table");
+    EXPECT_TRUE(c.contains("ouvert_jusqu_ms"));
+    EXPECT_EQ(c.at("limite_jour_min"), 90.0);
+    EXPECT_EQ(c.at("reste_jour_min"), 90.0);
+    EXPECT_GE(c.at("programme").size(), 2u);
+    EXPECT_EQ(c.at("programme").at(0).at("regle").at("familles"), json({"jeux", "videos"}));
+    EXPECT_EQ(c.at("mac").at("limites").at(0).at("applis"), json({"minecraft", "steam"}));
+    EXPECT_EQ(c.at("mac").at("coupees"), json({"discord"}));
+    EXPECT_EQ(c.at("filtre_web").at("actif"), true);
+    EXPECT_EQ(c.at("filtre_web").at("domaines_autorises"), json({"wikipedia.org"}));
+    EXPECT_EQ(c.at("rapport_applis").at("actif"), true);
+    EXPECT_EQ(c.at("tirelire_min"), 20.0);
+
+    for (const std::vector<std::string>& annuler :
+         {std::vector<std::string>{"fin-pause", "Léa"},
+          {"fin-ouverture", "Léa"},
+          {"limite", "Léa", "aucune"},
+          {"plage-supprimer", "Léa", "1"},
+          {"limite-appli-supprimer", "Léa", "jeux"},
+          {"retablir", "Léa", "discord"},
+          {"filtre", "Léa", "inactif", "--retirer", "exemple.fr", "--retirer", "wikipedia.org"},
+          {"rapports", "Léa", "applis", "off"},
+          {"tirelire", "Léa", "-20"}})
+        ligne(commande(base, annuler));
+    json vide = ligne(commande(base, {"consigne", "Léa"}));
+    EXPECT_EQ(vide.at("protege_maintenant"), false);
+    for (const char* cle : {"ouvert_jusqu_ms", "limite_jour_min", "reste_jour_min", "fin_ms"})
+        EXPECT_FALSE(vide.contains(cle)) << cle;
+    EXPECT_EQ(vide.at("programme"), json::array());
+    EXPECT_EQ(vide.at("mac"), json({{"limites", json::array()}, {"coupees", json::array()}}));
+    EXPECT_EQ(vide.at("filtre_web"), json({{"actif", false},
+                                           {"domaines_bloques", json::array()},
+                                           {"domaines_autorises", json::array()}}));
+    EXPECT_EQ(vide.at("tirelire_min"), 0.0);
+    EXPECT_EQ(commande(base, {"plages", "Léa"}).sortie, "");
+}
+
+TEST(Commandes, LesDemandesDeLEnfantSeListentSAccordentEtSeRefusent) {
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    auto client = serveur.client();
+    for (int minutes : {15, 30})
+        ASSERT_EQ(poster(client, "/api/enfant/demandes",
+                         {{"type", "temps"}, {"minutes", minutes}, {"texte", "Sur mon ordinateur"}},
+                         jeton)
+                      ->status,
+                  201);
+    auto liste = commande(serveur.base(), {"demandes", "Léa"});
+    ASSERT_EQ(std::count(liste.sortie.begin(), liste.sortie.end(), '\n'), 2) << liste.sortie;
+    auto premiere = json::parse(liste.sortie.substr(0, liste.sortie.find('\n'))).at("demande");
+    EXPECT_EQ(premiere.at("minutes"), 15);
+    EXPECT_EQ(premiere.at("statut"), "en_attente");
+    auto id = std::to_string(premiere.at("id").get<std::int64_t>());
+    auto autre = std::to_string(premiere.at("id").get<std::int64_t>() + 1);
+
+    auto accord = ligne(commande(serveur.base(), {"accorder", id}));
+    EXPECT_EQ(accord.at("demande").at("minutes_accordees"), 15);
+    EXPECT_EQ(ligne(commande(serveur.base(), {"refuser", autre})).at("demande").at("statut"),
+              "refusee");
+    EXPECT_EQ(commande(serveur.base(), {"demandes", "Léa"}).sortie, "");
+    auto toutes = commande(serveur.base(), {"demandes", "Léa", "--toutes"}).sortie;
+    EXPECT_EQ(std::count(toutes.begin(), toutes.end(), '\n'), 2);
+    auto rapport = ligne(commande(serveur.base(), {"rapport", "Léa"}));
+    EXPECT_EQ(rapport.at("enfant").at("ajoutes_jour_min"), 15.0);
+}

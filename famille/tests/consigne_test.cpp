@@ -1,0 +1,227 @@
+#include "consigne.h"
+#include "semaine.h"
+
+#include <date/tz.h>
+#include <gtest/gtest.h>
+
+using namespace tavi::famille;
+using nlohmann::json;
+
+namespace {
+
+// An instant given in UTC, in ms: the expected values are written out in UTC so that a wrong
+// offset in the code under test cannot cancel out in the test.
+std::int64_t utc(int annee, unsigned mois, unsigned jour, int heure, int minute = 0) {
+    using namespace std::chrono;
+    auto t = date::sys_days(date::year(annee) / date::month(mois) / date::day(jour)) +
+             hours(heure) + minutes(minute);
+    return duration_cast<milliseconds>(t.time_since_epoch()).count();
+}
+
+const date::time_zone& paris() {
+    return *date::locate_zone("Europe/Paris");
+}
+
+Enfant enfant(Reglages reglages = {}) {
+    return Enfant{"id-lea", "Léa", "fr", "Europe/Paris", 12.5, std::move(reglages)};
+}
+
+PlageHebdo plage(std::set<int> jours, int debut, int fin) {
+    PlageHebdo p;
+    p.id = 1;
+    p.jours = std::move(jours);
+    p.debutMin = debut;
+    p.finMin = fin;
+    return p;
+}
+
+std::vector<std::pair<std::int64_t, std::int64_t>> intervalles(const json& c) {
+    std::vector<std::pair<std::int64_t, std::int64_t>> liste;
+    for (const auto& p : c.at("programme"))
+        liste.emplace_back(p.at("debut_ms").get<std::int64_t>(),
+                           p.at("fin_ms").get<std::int64_t>());
+    return liste;
+}
+
+const std::set<int> tous = {0, 1, 2, 3, 4, 5, 6};
+
+} // namespace
+
+TEST(Consigne, LaPauseFamilleTientJusquaSaFinPuisNEstPlusEnvoyee) {
+    std::int64_t t = utc(2026, 11, 22, 17);
+    Reglages r;
+    r.pause = Pause{t + 10 * 60000, "À table"};
+    json pendant = consigne(enfant(r), {}, t, paris());
+    EXPECT_EQ(pendant.at("protege_maintenant"), true);
+    EXPECT_EQ(pendant.at("fin_ms"), t + 10 * 60000);
+    EXPECT_EQ(pendant.at("cause"), "pause_famille");
+    EXPECT_EQ(pendant.at("titre"), "À table");
+    EXPECT_EQ(pendant.at("regle"), json({{"mode", "tout"}}));
+
+    json apres = consigne(enfant(r), {}, t + 10 * 60000, paris());
+    EXPECT_EQ(apres.at("protege_maintenant"), false);
+    for (const char* cle : {"fin_ms", "cause", "titre", "regle"})
+        EXPECT_FALSE(apres.contains(cle)) << cle;
+}
+
+TEST(Consigne, UneOuvertureLaissePasserLaPauseFamilleEtFinitSeule) {
+    std::int64_t t = utc(2026, 11, 22, 17);
+    Reglages r;
+    r.ouvertJusquMs = t + 30 * 60000;
+    r.pause = Pause{t + 10 * 60000, std::nullopt};
+    json c = consigne(enfant(r), {}, t, paris());
+    EXPECT_EQ(c.at("ouvert_jusqu_ms"), t + 30 * 60000);
+    EXPECT_EQ(c.at("protege_maintenant"), true);
+    EXPECT_EQ(c.at("cause"), "pause_famille");
+    EXPECT_FALSE(c.contains("titre"));
+
+    EXPECT_FALSE(consigne(enfant(r), {}, t + 30 * 60000, paris()).contains("ouvert_jusqu_ms"));
+}
+
+TEST(Consigne, LesPlagesDeNuitTraversentMinuitEnHeureDeLEnfant) {
+    Reglages r;
+    r.plages = {plage(tous, 21 * 60, 7 * 60)};
+    // Sunday 22 November 2026, 13:00 in Paris (UTC+1): tonight's and tomorrow's nights; last
+    // night's has ended and Tuesday's starts after the 48 hours.
+    EXPECT_EQ(intervalles(consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris())),
+              (std::vector<std::pair<std::int64_t, std::int64_t>>{
+                  {utc(2026, 11, 22, 20), utc(2026, 11, 23, 6)},
+                  {utc(2026, 11, 23, 20), utc(2026, 11, 24, 6)}}));
+    // At 03:00 in Paris the night that began yesterday is still running and is sent whole.
+    auto nuit = intervalles(consigne(enfant(r), {}, utc(2026, 11, 22, 2), paris()));
+    ASSERT_FALSE(nuit.empty());
+    EXPECT_EQ(nuit.front(), std::make_pair(utc(2026, 11, 21, 20), utc(2026, 11, 22, 6)));
+
+    // Week days only: nothing starts on Sunday, Monday night is the next one.
+    r.plages = {plage({0, 1, 2, 3, 4}, 21 * 60, 7 * 60)};
+    EXPECT_EQ(intervalles(consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris())),
+              (std::vector<std::pair<std::int64_t, std::int64_t>>{
+                  {utc(2026, 11, 23, 20), utc(2026, 11, 24, 6)}}));
+
+    // An end at 24:00 is the next midnight.
+    r.plages = {plage({0}, 22 * 60, 1440)};
+    EXPECT_EQ(intervalles(consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris())),
+              (std::vector<std::pair<std::int64_t, std::int64_t>>{
+                  {utc(2026, 11, 23, 21), utc(2026, 11, 23, 23)}}));
+}
+
+TEST(Consigne, LesPlagesSuiventLesChangementsDHeureDuFuseau) {
+    Reglages r;
+    r.plages = {plage(tous, 21 * 60, 7 * 60)};
+    // 25 October 2026: 03:00 summer time becomes 02:00 winter time, the night lasts 11 hours.
+    auto automne = intervalles(consigne(enfant(r), {}, utc(2026, 10, 24, 12), paris()));
+    ASSERT_EQ(automne.size(), 2u);
+    EXPECT_EQ(automne[0], std::make_pair(utc(2026, 10, 24, 19), utc(2026, 10, 25, 6)));
+    EXPECT_EQ(automne[1], std::make_pair(utc(2026, 10, 25, 20), utc(2026, 10, 26, 6)));
+
+    // 29 March 2026: 02:00 winter time becomes 03:00 summer time, the night lasts 9 hours.
+    auto printemps = intervalles(consigne(enfant(r), {}, utc(2026, 3, 28, 12), paris()));
+    ASSERT_FALSE(printemps.empty());
+    EXPECT_EQ(printemps[0], std::make_pair(utc(2026, 3, 28, 20), utc(2026, 3, 29, 5)));
+
+    // A range starting in the skipped hour starts at the jump; one inside it disappears.
+    r.plages = {plage({6}, 2 * 60 + 30, 4 * 60), plage({6}, 2 * 60 + 10, 2 * 60 + 50)};
+    EXPECT_EQ(intervalles(consigne(enfant(r), {}, utc(2026, 3, 28, 12), paris())),
+              (std::vector<std::pair<std::int64_t, std::int64_t>>{
+                  {utc(2026, 3, 29, 1), utc(2026, 3, 29, 2)}}));
+
+    // The same weekly range in another zone lands elsewhere in absolute time.
+    r.plages = {plage(tous, 21 * 60, 7 * 60)};
+    auto newYork = intervalles(
+        consigne(enfant(r), {}, utc(2026, 11, 22, 18), *date::locate_zone("America/New_York")));
+    ASSERT_FALSE(newYork.empty());
+    EXPECT_EQ(newYork[0], std::make_pair(utc(2026, 11, 23, 2), utc(2026, 11, 23, 12)));
+}
+
+TEST(Consigne, LesPlagesPortentLeurRegleLeurCauseEtLeurTitre) {
+    Reglages r;
+    PlageHebdo devoirs = plage(tous, 17 * 60, 18 * 60);
+    devoirs.familles = std::set<std::string>{"jeux", "videos"};
+    devoirs.cause = "gage";
+    devoirs.titre = "Devoirs";
+    r.plages = {devoirs};
+    json premiere = consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris()).at("programme").at(0);
+    EXPECT_EQ(premiere.at("regle"),
+              json({{"mode", "familles"}, {"familles", json::array({"jeux", "videos"})}}));
+    EXPECT_EQ(premiere.at("cause"), "gage");
+    EXPECT_EQ(premiere.at("titre"), "Devoirs");
+
+    r.plages = {plage(tous, 17 * 60, 18 * 60)};
+    json simple = consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris()).at("programme").at(0);
+    EXPECT_EQ(simple.at("regle"), json({{"mode", "tout"}}));
+    EXPECT_FALSE(simple.contains("cause"));
+    EXPECT_FALSE(simple.contains("titre"));
+}
+
+TEST(Consigne, LeResteDuJourCompteTousLesOrdinateursLesAccordsEtLaTirelire) {
+    std::int64_t t = utc(2026, 11, 22, 12);
+    EXPECT_FALSE(consigne(enfant(), {35, 10, {}}, t, paris()).contains("limite_jour_min"));
+    EXPECT_FALSE(consigne(enfant(), {35, 10, {}}, t, paris()).contains("reste_jour_min"));
+
+    Reglages r;
+    r.limiteJourMin = 60;
+    json c = consigne(enfant(r), {35.3, 10, {}}, t, paris());
+    EXPECT_EQ(c.at("limite_jour_min"), 60.0);
+    EXPECT_EQ(c.at("reste_jour_min"), 34.7);
+    EXPECT_EQ(consigne(enfant(r), {80, 10, {}}, t, paris()).at("reste_jour_min"), 0.0);
+}
+
+TEST(Consigne, LesLimitesDApplisSommentLeGroupeSurLesAutresOrdinateurs) {
+    Reglages r;
+    r.limitesApplis = {{"jeux", "Jeux", 30, {"steam", "minecraft"}},
+                       {"video.2", "Vidéo", 20, {"vlc"}}};
+    r.coupees = {"discord"};
+    UsageDuJour usage{0, 0, {{"steam", 5}, {"minecraft", 2.5}, {"firefox", 9}}};
+    json c = consigne(enfant(r), usage, utc(2026, 11, 22, 12), paris());
+    EXPECT_EQ(c.at("limites_autres"), json({{"jeux", 7.5}, {"video.2", 0.0}}));
+    EXPECT_EQ(c.at("mac").at("limites").at(0),
+              json({{"id", "jeux"},
+                    {"nom", "Jeux"},
+                    {"minutes", 30.0},
+                    {"applis", json::array({"minecraft", "steam"})}}));
+    EXPECT_EQ(c.at("mac").at("coupees"), json({"discord"}));
+    EXPECT_FALSE(idLimiteValide("temps_jeux")) << "the agent would read this key as tempsJeux";
+    EXPECT_TRUE(idLimiteValide("jeux-video.2"));
+}
+
+TEST(Consigne, LesMembresOntLesTypesQueLAgentDecode) {
+    std::int64_t t = utc(2026, 11, 22, 12);
+    Reglages r;
+    r.pause = Pause{t + 60000, std::nullopt};
+    r.ouvertJusquMs = t + 120000;
+    r.plages = {plage(tous, 21 * 60, 7 * 60)};
+    json c = consigne(enfant(r), {}, t, paris());
+    // Integer members must be integral JSON numbers, or the agent refuses the whole document.
+    for (const char* cle : {"heure_serveur_ms", "fin_ms", "ouvert_jusqu_ms"})
+        EXPECT_TRUE(c.at(cle).is_number_integer()) << cle;
+    EXPECT_TRUE(c.at("programme").at(0).at("debut_ms").is_number_integer());
+    EXPECT_EQ(c.at("prenom"), "Léa");
+    EXPECT_EQ(c.at("tirelire_min"), 12.5);
+    EXPECT_EQ(c.at("rapport_applis"), json({{"actif", false}}));
+    EXPECT_EQ(c.at("historique_sites"), json({{"actif", false}}));
+    EXPECT_FALSE(c.contains("filtre_web")) << "no filter set: the agent reads no browser";
+
+    r.filtre = Filtre{false, {"exemple.fr"}, {"wikipedia.org"}};
+    r.historiqueSites = true;
+    json f = consigne(enfant(r), {}, t, paris());
+    EXPECT_EQ(f.at("filtre_web"), json({{"actif", false},
+                                        {"domaines_bloques", {"exemple.fr"}},
+                                        {"domaines_autorises", {"wikipedia.org"}}}));
+    EXPECT_EQ(f.at("historique_sites"), json({{"actif", true}}));
+}
+
+TEST(Semaine, LesJoursEtLesHeuresSeLisentCommeLesParentsLesEcrivent) {
+    EXPECT_EQ(lireJours("tous"), tous);
+    EXPECT_EQ(lireJours("lu-ve"), (std::set<int>{0, 1, 2, 3, 4}));
+    EXPECT_EQ(lireJours("sa,di"), (std::set<int>{5, 6}));
+    EXPECT_EQ(lireJours("lu-me,ve"), (std::set<int>{0, 1, 2, 4}));
+    for (const char* faux : {"", "ve-lu", "lundi", "lu,", "lu--ma", "Lu"})
+        EXPECT_FALSE(lireJours(faux)) << faux;
+    EXPECT_EQ(ecrireJours({0, 1, 2, 3, 4}), "lu,ma,me,je,ve");
+
+    EXPECT_EQ(lireHeure("07:05", false), 425);
+    EXPECT_EQ(lireHeure("24:00", true), 1440);
+    for (const char* faux : {"24:00", "7:00", "12:60", "ab:cd", "12h00"})
+        EXPECT_FALSE(lireHeure(faux, false)) << faux;
+    EXPECT_FALSE(lireHeure("24:01", true));
+}

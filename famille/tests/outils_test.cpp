@@ -1,0 +1,102 @@
+#include "outils_test.h"
+
+#include "temps.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+namespace tavi::famille::essai {
+
+using nlohmann::json;
+
+DossierTemporaire::DossierTemporaire() {
+    std::string modele = (std::filesystem::temp_directory_path() / "tavi-famille-XXXXXX");
+    if (!mkdtemp(modele.data())) throw std::runtime_error("mkdtemp");
+    chemin = modele;
+}
+
+DossierTemporaire::~DossierTemporaire() {
+    std::error_code ignore;
+    std::filesystem::remove_all(chemin, ignore);
+}
+
+ServeurEssai::ServeurEssai(OptionsServeur options_)
+    : base_(dossier.chemin / "famille.db"), options(std::move(options_)) {
+    options.hote = "127.0.0.1";
+    options.port = 0;
+    redemarrer();
+    depot_ = std::make_unique<Depot>(base_.string(), Base::Ouverture::existante);
+}
+
+ServeurEssai::~ServeurEssai() {
+    if (serveur) serveur->arreter();
+}
+
+void ServeurEssai::redemarrer() {
+    if (serveur) serveur->arreter();
+    serveur.reset();
+    serveur = std::make_unique<Serveur>(base_.string(), options);
+    serveur->demarrer();
+}
+
+httplib::Client ServeurEssai::client() const {
+    httplib::Client client("127.0.0.1", serveur->port());
+    client.set_keep_alive(true);
+    client.set_tcp_nodelay(true);
+    client.set_read_timeout(20, 0);
+    return client;
+}
+
+std::string ServeurEssai::enfantEtOrdinateur(const std::string& prenom,
+                                             const std::string& installation) {
+    depot_->ajouterEnfant(prenom, "fr", "Europe/Paris", maintenantMs());
+    return appairer(prenom, installation);
+}
+
+std::string ServeurEssai::appairer(const std::string& prenom, const std::string& installation) {
+    auto code = depot_->creerCode(prenom, maintenantMs());
+    auto c = client();
+    auto reponse = poster(c, "/api/auth/ordinateur",
+                          {{"code", code.code}, {"nom", "PC de " + prenom}, {"version", "0.1.0"}},
+                          {}, installation);
+    if (!reponse || reponse->status != 200) throw std::runtime_error("appairage refusé");
+    return json::parse(reponse->body).at("jeton").get<std::string>();
+}
+
+httplib::Result poster(httplib::Client& client, const std::string& chemin, const json& corps,
+                       const std::string& jeton, const std::string& installation) {
+    httplib::Headers entetes = {{"X-Tavi-Installation", installation}};
+    if (!jeton.empty()) entetes.emplace("Authorization", "Bearer " + jeton);
+    return client.Post(chemin.c_str(), entetes, corps.dump(), "application/json");
+}
+
+httplib::Result posterTexte(httplib::Client& client, const std::string& chemin,
+                            const std::string& corps, const std::string& jeton) {
+    httplib::Headers entetes = {{"X-Tavi-Installation", "installation-essai"}};
+    if (!jeton.empty()) entetes.emplace("Authorization", "Bearer " + jeton);
+    return client.Post(chemin.c_str(), entetes, corps, "application/json");
+}
+
+std::string detail(const httplib::Result& reponse) {
+    if (!reponse) return "pas de réponse";
+    json corps = json::parse(reponse->body, nullptr, false);
+    if (!corps.is_object() || !corps.contains("detail") || !corps["detail"].is_string()) return "";
+    return corps["detail"].get<std::string>();
+}
+
+json corpsJson(const httplib::Result& reponse) {
+    if (!reponse) return nullptr;
+    return json::parse(reponse->body, nullptr, false);
+}
+
+json battement(double utiliseJourMin) {
+    return {{"actif", true},
+            {"incertain", false},
+            {"plateforme", "linux"},
+            {"version", "0.1.0"},
+            {"systeme", "Debian 12"},
+            {"autorisations", {{"ouverture_session", true}, {"automatisation", true}}},
+            {"utilise_jour_min", utiliseJourMin}};
+}
+
+} // namespace tavi::famille::essai

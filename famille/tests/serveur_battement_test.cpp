@@ -1,0 +1,260 @@
+// A tavi-famille server on a free loopback port, SQLite in a temporary folder, and real HTTP.
+#include "lecture.h"
+#include "outils_test.h"
+#include "temps.h"
+
+#include <atomic>
+#include <date/tz.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace tavi::famille;
+using namespace tavi::famille::essai;
+using nlohmann::json;
+
+namespace {
+
+std::string aujourdhui() {
+    return jourLocal(maintenantMs(), *date::locate_zone("Europe/Paris"));
+}
+
+std::int64_t compter(Depot& depot, const std::string& sql) {
+    auto r = depot.base().requete(sql);
+    return r.ligne() ? r.entier(0) : -1;
+}
+
+std::vector<json> lignes(ServeurEssai& serveur, const std::string& genre,
+                         std::int64_t instant = maintenantMs()) {
+    std::vector<json> trouvees;
+    for (const auto& ligne : serveur.depot().rapport("Léa", instant))
+        if (ligne.contains(genre)) trouvees.push_back(ligne.at(genre));
+    return trouvees;
+}
+
+} // namespace
+
+TEST(Battement, ChaqueLotDuBattementEstEnregistre) {
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    auto client = serveur.client();
+    std::int64_t heure = maintenantMs() / 3600000 * 3600000;
+
+    json corps = battement(42.5);
+    corps["sites"] = {
+        {{"d", "exemple.fr"}, {"p", heure + 1000}, {"f", heure + 5000}, {"s", 3000}},
+        {{"d", "wikipedia.org"}, {"p", heure + 2000}, {"f", heure + 3000}, {"s", 60}}};
+    corps["minutes_limites"] = {{"steam", 12.5}};
+    corps["usage_applis"] = {
+        {"jours",
+         {{aujourdhui(), {{"firefox", 30.5}, {"steam", 12.5}}}, {"2026-01-02", {{"vlc", 3.0}}}}},
+        {"noms", {{"firefox", "Firefox"}, {"steam", "Steam"}, {"vlc", "VLC"}}}};
+    corps["applis_installees"] = {{{"p", "firefox"}, {"n", "Firefox"}, {"c", "web"}},
+                                  {{"p", "steam"}, {"n", "Steam"}}};
+    ASSERT_EQ(poster(client, "/api/enfant/battement", corps, jeton)->status, 200);
+
+    // The next batch: more time on a site in the same hour (capped at an hour), a day of app
+    // usage restated, a new list of installed applications.
+    json suite = battement(43);
+    suite["sites"] = {{{"d", "exemple.fr"}, {"p", heure + 6000}, {"f", heure + 9000}, {"s", 900}}};
+    suite["usage_applis"] = {{"jours", {{aujourdhui(), {{"firefox", 31.0}}}}},
+                             {"noms", json::object()}};
+    suite["applis_installees"] = {{{"p", "vlc"}, {"n", "VLC"}}};
+    ASSERT_EQ(poster(client, "/api/enfant/battement", suite, jeton)->status, 200);
+
+    auto ordinateurs = lignes(serveur, "ordinateur");
+    ASSERT_EQ(ordinateurs.size(), 1u);
+    EXPECT_EQ(ordinateurs[0].at("utilise_jour_min"), 43.0);
+    EXPECT_EQ(ordinateurs[0].at("systeme"), "Debian 12");
+    EXPECT_EQ(ordinateurs[0].at("protection"), "active");
+    EXPECT_EQ(ordinateurs[0].at("demarrage_auto"), true);
+    EXPECT_EQ(lignes(serveur, "appli"), (std::vector<json>{{{"ordinateur", ordinateurs[0].at("id")},
+                                                            {"id", "firefox"},
+                                                            {"nom", "Firefox"},
+                                                            {"minutes", 31.0}}}));
+    EXPECT_EQ(
+        compter(serveur.depot(), "SELECT COUNT(*) FROM usage_applis WHERE jour = '2026-01-02'"), 1)
+        << "a day missing from a batch keeps what it had";
+    auto sites = lignes(serveur, "site");
+    ASSERT_EQ(sites.size(), 2u);
+    EXPECT_EQ(sites[0],
+              json({{"domaine", "exemple.fr"}, {"secondes", 3600}, {"dernier_ms", heure + 9000}}));
+    EXPECT_EQ(sites[1].at("domaine"), "wikipedia.org");
+    auto installees = lignes(serveur, "installee");
+    ASSERT_EQ(installees.size(), 1u);
+    EXPECT_EQ(installees[0].at("id"), "vlc");
+    EXPECT_EQ(compter(serveur.depot(), "SELECT COUNT(*) FROM minutes_limites"), 1);
+}
+
+TEST(Battement, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    auto client = serveur.client();
+    ASSERT_EQ(poster(client, "/api/enfant/battement", battement(5), jeton)->status, 200);
+    EXPECT_EQ(lignes(serveur, "ordinateur").at(0).at("protection"), "active");
+    auto silence = lignes(serveur, "ordinateur", maintenantMs() + Depot::silenceMaxMs + 2000);
+    EXPECT_EQ(silence.at(0).at("protection"), "coupée");
+    EXPECT_NE(silence.at(0).at("pourquoi").get<std::string>().find("aucune nouvelle"),
+              std::string::npos);
+
+    json annonce = {{"actif", true},      {"incertain", true},   {"plateforme", "linux"},
+                    {"version", "0.1.0"}, {"annonce", "veille"}, {"utilise_jour_min", 6}};
+    ASSERT_EQ(poster(client, "/api/enfant/battement", annonce, jeton)->status, 200);
+    auto apresAnnonce = lignes(serveur, "ordinateur").at(0);
+    EXPECT_EQ(apresAnnonce.at("derniere_annonce").at("texte"), "veille");
+    EXPECT_EQ(apresAnnonce.at("utilise_jour_min"), 6.0);
+
+    json arret = {{"actif", false},
+                  {"incertain", false},
+                  {"plateforme", "linux"},
+                  {"version", "0.1.0"},
+                  {"utilise_jour_min", 7}};
+    auto reponse = poster(client, "/api/enfant/battement", arret, jeton);
+    EXPECT_EQ(reponse->status, 200);
+    auto arrete = lignes(serveur, "ordinateur").at(0);
+    EXPECT_EQ(arrete.at("protection"), "coupée");
+    EXPECT_EQ(arrete.at("pourquoi"), "arrêt signalé");
+}
+
+TEST(Battement, LeResteDuJourEtLesLimitesDApplisComptentLesDeuxOrdinateurs) {
+    ServeurEssai serveur;
+    std::string portable = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    std::string fixe = serveur.appairer("Léa", "pc-2");
+    serveur.depot().modifier("Léa", [](Enfant& e) {
+        e.reglages.limiteJourMin = 60;
+        e.reglages.limitesApplis = {{"jeux", "Jeux", 30, {"steam", "minecraft"}}};
+    });
+    auto client = serveur.client();
+    auto avec = [](double jour, double steam) {
+        json corps = battement(jour);
+        corps["minutes_limites"] = {{"steam", steam}};
+        return corps;
+    };
+
+    json c1 = corpsJson(poster(client, "/api/enfant/battement", avec(20, 8), portable));
+    EXPECT_EQ(c1.at("reste_jour_min"), 40.0);
+    EXPECT_EQ(c1.at("limites_autres"), json({{"jeux", 0.0}}));
+    json c2 = corpsJson(poster(client, "/api/enfant/battement", avec(15, 3), fixe));
+    EXPECT_EQ(c2.at("reste_jour_min"), 25.0);
+    EXPECT_EQ(c2.at("limites_autres"), json({{"jeux", 8.0}}));
+    // The latest figure of a computer replaces its previous one.
+    json c3 = corpsJson(poster(client, "/api/enfant/battement", avec(22, 9), portable));
+    EXPECT_EQ(c3.at("reste_jour_min"), 23.0);
+    EXPECT_EQ(c3.at("limites_autres"), json({{"jeux", 3.0}}));
+}
+
+TEST(Battement, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    auto client = serveur.client();
+    auto sites = [](json entree) {
+        json corps = battement(10);
+        corps["sites"] = json::array({entree});
+        return corps;
+    };
+    json usageMalDate = battement(10);
+    usageMalDate["usage_applis"] = {{"jours", {{"22/11/2026", {{"vlc", 1}}}}}};
+    json texteAuLieuDeNombre = battement(10);
+    texteAuLieuDeNombre["utilise_jour_min"] = "10";
+    json negatif = battement(-1);
+    json applisPasListe = battement(10);
+    applisPasListe["applis_installees"] = {{"p", "vlc"}};
+
+    const std::vector<std::pair<std::string, std::string>> mauvais = {
+        {"pas du JSON", "JSON"},
+        {"[1, 2]", "objet"},
+        {"{}", "« actif »"},
+        {texteAuLieuDeNombre.dump(), "« utilise_jour_min »"},
+        {negatif.dump(), "« utilise_jour_min »"},
+        {sites({{"d", "a.fr"}, {"p", 1}, {"f", 2}, {"s", 1.5}}).dump(), "« sites[0].s »"},
+        {sites({{"d", "a.fr"}, {"p", 1}, {"f", 2}}).dump(), "« sites[0].s »"},
+        {sites("a.fr").dump(), "« sites[0] »"},
+        {usageMalDate.dump(), "22/11/2026"},
+        {applisPasListe.dump(), "« applis_installees »"},
+        // Deeply nested arrays, built and freed whole, must not exhaust the stack.
+        {std::string(400000, '[') + std::string(400000, ']'), "objet"},
+    };
+    for (const auto& [corps, attendu] : mauvais) {
+        auto reponse = posterTexte(client, "/api/enfant/battement", corps, jeton);
+        ASSERT_TRUE(reponse) << corps.substr(0, 60);
+        EXPECT_EQ(reponse->status, 400) << corps.substr(0, 60);
+        EXPECT_NE(detail(reponse).find(attendu), std::string::npos)
+            << corps.substr(0, 60) << " → " << detail(reponse);
+    }
+
+    json gros = battement(10);
+    gros["annonce"] = std::string(tailleMaxCorps, 'x');
+    auto tropGros = posterTexte(client, "/api/enfant/battement", gros.dump(), jeton);
+    EXPECT_EQ(tropGros->status, 400);
+    EXPECT_EQ(detail(tropGros), "La requête dépasse 1 Mio.");
+    // Without a declared length (chunked), the bound holds all the same.
+    auto envoye = std::make_shared<std::string>(gros.dump());
+    auto client2 = serveur.client();
+    auto parMorceaux = client2.Post(
+        "/api/enfant/battement", {{"Authorization", "Bearer " + jeton}},
+        [envoye](std::size_t position, httplib::DataSink& puits) {
+            if (position < envoye->size())
+                puits.write(envoye->data() + position,
+                            std::min<std::size_t>(65536, envoye->size() - position));
+            else
+                puits.done();
+            return true;
+        },
+        "application/json");
+    ASSERT_TRUE(parMorceaux);
+    EXPECT_EQ(parMorceaux->status, 400);
+    EXPECT_EQ(detail(parMorceaux), "La requête dépasse 1 Mio.");
+
+    EXPECT_TRUE(lignes(serveur, "ordinateur").at(0).at("derniere_nouvelle_ms").is_null())
+        << "nothing of a refused message is stored";
+    EXPECT_EQ(compter(serveur.depot(), "SELECT COUNT(*) FROM usage_jour"), 0);
+    auto bon = serveur.client();
+    EXPECT_EQ(poster(bon, "/api/enfant/battement", battement(10), jeton)->status, 200);
+}
+
+TEST(Battement, LesDonneesEtLesJetonsSurviventAUnRedemarrage) {
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 90; });
+    {
+        auto client = serveur.client();
+        ASSERT_EQ(poster(client, "/api/enfant/battement", battement(30), jeton)->status, 200);
+    }
+    serveur.redemarrer();
+    auto client = serveur.client();
+    auto reponse = poster(client, "/api/enfant/battement", battement(31), jeton);
+    ASSERT_EQ(reponse->status, 200);
+    EXPECT_EQ(corpsJson(reponse).at("reste_jour_min"), 59.0);
+    EXPECT_EQ(corpsJson(reponse).at("prenom"), "Léa");
+}
+
+TEST(Battement, CinquanteOrdinateursBattentEnMemeTempsSansErreur) {
+    ServeurEssai serveur;
+    constexpr int enfants = 5;
+    constexpr int parEnfant = 10;
+    std::vector<std::string> jetons;
+    for (int e = 0; e < enfants; ++e) {
+        std::string prenom = "Enfant" + std::to_string(e);
+        serveur.depot().ajouterEnfant(prenom, "fr", "Europe/Paris", maintenantMs());
+        serveur.depot().modifier(prenom, [](Enfant& x) { x.reglages.limiteJourMin = 600; });
+        for (int o = 0; o < parEnfant; ++o)
+            jetons.push_back(serveur.appairer(prenom, prenom + "-pc-" + std::to_string(o)));
+    }
+    std::atomic<int> echecs = 0;
+    std::vector<std::thread> ordinateurs;
+    for (std::size_t i = 0; i < jetons.size(); ++i)
+        ordinateurs.emplace_back([&, i] {
+            auto client = serveur.client();
+            for (int tour = 1; tour <= 5; ++tour) {
+                auto reponse = poster(client, "/api/enfant/battement", battement(tour), jetons[i]);
+                if (!reponse || reponse->status != 200) ++echecs;
+            }
+        });
+    for (auto& t : ordinateurs)
+        t.join();
+    EXPECT_EQ(echecs, 0);
+    for (int e = 0; e < enfants; ++e) {
+        auto c = serveur.depot().consigneDe(serveur.depot().enfant("Enfant" + std::to_string(e)),
+                                            std::nullopt, maintenantMs());
+        EXPECT_EQ(c.at("reste_jour_min"), 600.0 - 5 * parEnfant);
+    }
+}

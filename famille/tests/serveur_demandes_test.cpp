@@ -1,0 +1,149 @@
+// A tavi-famille server on a free loopback port, SQLite in a temporary folder, and real HTTP.
+#include "outils_test.h"
+#include "temps.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+using namespace tavi::famille;
+using namespace tavi::famille::essai;
+using nlohmann::json;
+
+namespace {
+
+json demandeTemps(int minutes) {
+    return {{"type", "temps"}, {"minutes", minutes}, {"texte", "Sur mon ordinateur"}};
+}
+
+double reste(httplib::Client& client, const std::string& jeton, double utilise) {
+    return corpsJson(poster(client, "/api/enfant/battement", battement(utilise), jeton))
+        .at("reste_jour_min")
+        .get<double>();
+}
+
+} // namespace
+
+TEST(Demandes, UneDemandeAccordeeAjouteSesMinutesALaJourneeUneSeuleFois) {
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 60; });
+    auto client = serveur.client();
+    EXPECT_EQ(reste(client, jeton, 60), 0.0);
+
+    auto reponse = poster(client, "/api/enfant/demandes", demandeTemps(15), jeton);
+    ASSERT_EQ(reponse->status, 201);
+    auto id = std::stoll(corpsJson(reponse).at("id").get<std::string>());
+    auto enAttente = serveur.depot().demandes("Léa", false);
+    ASSERT_EQ(enAttente.size(), 1u);
+    EXPECT_EQ(enAttente[0].minutes, 15);
+    EXPECT_EQ(enAttente[0].texte, "Sur mon ordinateur");
+
+    auto accordee = serveur.depot().accorder(id, 20, maintenantMs());
+    EXPECT_EQ(accordee.statut, "accordee");
+    EXPECT_EQ(reste(client, jeton, 60), 20.0);
+    EXPECT_THROW(serveur.depot().accorder(id, std::nullopt, maintenantMs()), ErreurFamille);
+    EXPECT_THROW(serveur.depot().refuser(id, maintenantMs()), ErreurFamille);
+    EXPECT_EQ(reste(client, jeton, 60), 20.0);
+    EXPECT_TRUE(serveur.depot().demandes("Léa", false).empty());
+
+    for (const json& faux :
+         {json{{"type", "temps"}, {"minutes", "15"}}, json{{"type", "temps"}, {"minutes", 0}},
+          json{{"type", "glace"}, {"minutes", 5}}, json{{"minutes", 5}}}) {
+        auto refus = poster(client, "/api/enfant/demandes", faux, jeton);
+        EXPECT_EQ(refus->status, 400) << faux.dump();
+        EXPECT_FALSE(detail(refus).empty()) << faux.dump();
+    }
+}
+
+TEST(Demandes, DixDemandesSansReponseSuffisent) {
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    auto client = serveur.client();
+    for (int i = 0; i < 10; ++i)
+        ASSERT_EQ(poster(client, "/api/enfant/demandes", demandeTemps(5), jeton)->status, 201);
+    auto refus = poster(client, "/api/enfant/demandes", demandeTemps(5), jeton);
+    EXPECT_EQ(refus->status, 429);
+    EXPECT_FALSE(detail(refus).empty());
+}
+
+TEST(Tirelire, DepenserDeplaceLesMinutesDeLaTirelireVersLaJournee) {
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    serveur.depot().modifier("Léa", [](Enfant& e) { e.tirelireMin = 25; });
+    auto client = serveur.client();
+
+    auto sansLimite = poster(client, "/api/enfant/tirelire/utiliser", {{"minutes", 10}}, jeton);
+    EXPECT_EQ(sansLimite->status, 409) << "without a limit the minutes would be wasted";
+    EXPECT_EQ(serveur.depot().enfant("Léa").tirelireMin, 25.0);
+
+    serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 30; });
+    EXPECT_EQ(reste(client, jeton, 30), 0.0);
+    auto trop = poster(client, "/api/enfant/tirelire/utiliser", {{"minutes", 26}}, jeton);
+    EXPECT_EQ(trop->status, 409);
+    EXPECT_EQ(detail(trop), "Pas assez de minutes dans ta tirelire.");
+
+    auto fait = poster(client, "/api/enfant/tirelire/utiliser", {{"minutes", 10}}, jeton);
+    ASSERT_EQ(fait->status, 200);
+    EXPECT_EQ(corpsJson(fait), json({{"tirelire_min", 15.0}, {"reste_jour_min", 10.0}}));
+    json c = corpsJson(poster(client, "/api/enfant/battement", battement(30), jeton));
+    EXPECT_EQ(c.at("tirelire_min"), 15.0);
+    EXPECT_EQ(c.at("reste_jour_min"), 10.0);
+
+    auto entier = poster(client, "/api/enfant/tirelire/utiliser", {{"minutes", 2.5}}, jeton);
+    EXPECT_EQ(entier->status, 400);
+    EXPECT_EQ(detail(entier), "« minutes » doit être un nombre entier.");
+}
+
+TEST(Signal, UnSiteBloqueSignaleParaitDansLeRapportDuJour) {
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    auto client = serveur.client();
+    auto reponse = poster(client, "/api/enfant/signal",
+                          {{"nature", "site_bloque"}, {"detail", "exemple.fr"}}, jeton);
+    EXPECT_EQ(reponse->status, 204);
+    EXPECT_EQ(poster(client, "/api/enfant/signal", {{"nature", "site_bloque"}}, jeton)->status,
+              400);
+    std::vector<json> signaux;
+    for (const auto& ligne : serveur.depot().rapport("Léa", maintenantMs()))
+        if (ligne.contains("signal")) signaux.push_back(ligne.at("signal"));
+    ASSERT_EQ(signaux.size(), 1u);
+    EXPECT_EQ(signaux[0].at("nature"), "site_bloque");
+    EXPECT_EQ(signaux[0].at("detail"), "exemple.fr");
+}
+
+TEST(Ecoute, UnSecondServeurSurLeMemePortEchoueAuLieuDeLePartager) {
+    ServeurEssai premier;
+    DossierTemporaire dossier;
+    OptionsServeur options;
+    options.port = premier.port();
+    Serveur second((dossier.chemin / "autre.db").string(), options);
+    EXPECT_THROW(second.demarrer(), ErreurFamille);
+}
+
+TEST(Ecoute, AvecUnCertificatLeServeurRepondEnHttps) {
+    DossierTemporaire dossier;
+    auto cle = dossier.chemin / "cle.pem";
+    auto certificat = dossier.chemin / "certificat.pem";
+    std::string commande = "openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=localhost"
+                           " -keyout " +
+                           cle.string() + " -out " + certificat.string() + " >/dev/null 2>&1";
+    if (std::system(commande.c_str()) != 0) GTEST_SKIP() << "openssl ne crée pas de certificat ici";
+    OptionsServeur options;
+    options.certificat = certificat.string();
+    options.cle = cle.string();
+    ServeurEssai serveur(options);
+    serveur.depot().ajouterEnfant("Léa", "fr", "Europe/Paris", maintenantMs());
+    auto code = serveur.depot().creerCode("Léa", maintenantMs());
+
+    httplib::SSLClient client("127.0.0.1", serveur.port());
+    client.set_ca_cert_path(certificat.c_str());
+    client.enable_server_certificate_verification(false);
+    auto reponse = client.Post("/api/auth/ordinateur", {{"X-Tavi-Installation", "pc-1"}},
+                               json({{"code", code.code}, {"nom", "PC"}, {"version", "1"}}).dump(),
+                               "application/json");
+    ASSERT_TRUE(reponse) << httplib::to_string(reponse.error());
+    EXPECT_EQ(reponse->status, 200);
+    httplib::Client clair("127.0.0.1", serveur.port());
+    EXPECT_FALSE(clair.Post("/api/auth/ordinateur", "{}", "application/json"))
+        << "plain HTTP must not be answered on a TLS port";
+}
