@@ -1,3 +1,4 @@
+#include "commun/selon.h"
 #include "outils/commandes.h"
 #include "outils/options.h"
 #include "platform/linux/dossiers_linux.h"
@@ -10,11 +11,6 @@
 namespace tavi::outils {
 
 namespace {
-
-template <class... F>
-struct Selon : F... {
-    using F::operator()...;
-};
 
 nlohmann::json enJson(const Valeur& valeur) {
     return std::visit(Selon{[](const Dictionnaire& d) { return d.objet; },
@@ -30,7 +26,8 @@ int commandeReglage(const std::vector<std::string>& arguments) {
     const auto& p = options.positionnels();
     const bool supprimer = options.present("--supprimer");
     if (p.empty() || p.size() > (supprimer ? 1u : 2u))
-        throw ErreurUsage(supprimer ? "--supprimer attend une clé" : "une clé, et une valeur à écrire");
+        throw ErreurUsage(supprimer ? "--supprimer attend une clé"
+                                    : "une clé, et une valeur à écrire");
     const std::string& cle = p[0];
     if (cle.empty()) throw ErreurUsage("la clé est vide");
     if (p.size() == 2 && cle == "serveur" && !Stockage::estUneAdresse(p[1]))
@@ -39,7 +36,8 @@ int commandeReglage(const std::vector<std::string>& arguments) {
     auto fichier = Dossiers::reglages();
     if (!fichier) throw EchecCommande{"pas de dossier d'état (ni XDG_STATE_HOME ni HOME)"};
     ReglagesSqlite reglages(*fichier);
-    if (!reglages.persistant()) throw EchecCommande{"réglages inaccessibles : " + fichier->string()};
+    if (!reglages.persistant())
+        throw EchecCommande{"réglages inaccessibles : " + fichier->string()};
 
     if (supprimer) {
         reglages.supprimer(cle);

@@ -1,25 +1,21 @@
 #include "server/erreur_api.h"
 
+#include "commun/selon.h"
 #include "commun/texte.h"
 
 namespace tavi {
-
-namespace {
-template <class... F>
-struct Selon : F... {
-    using F::operator()...;
-};
-} // namespace
 
 std::string decrire(const EchecApi& echec) {
     return std::visit(
         Selon{[](const ErreurApi& e) { return std::to_string(e.statut) + " " + e.message; },
               [](const ErreurTransport& e) {
-                  return "pas de réponse HTTP (" + e.message + ", code " +
-                         std::to_string(e.code) + ")";
+                  return "pas de réponse HTTP (" + e.message + ", code " + std::to_string(e.code) +
+                         ")";
               },
               [](const ErreurDecodage& e) { return "réponse illisible : " + e.message; },
-              [](const ErreurSerialisation& e) { return "corps impossible à écrire : " + e.message; }},
+              [](const ErreurSerialisation& e) {
+                  return "corps impossible à écrire : " + e.message;
+              }},
         echec);
 }
 
