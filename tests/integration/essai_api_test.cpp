@@ -15,7 +15,8 @@ using nlohmann::json;
 std::vector<std::string> lignes(const std::string& texte) {
     std::vector<std::string> resultat;
     std::istringstream flux(texte);
-    for (std::string ligne; std::getline(flux, ligne);) resultat.push_back(ligne);
+    for (std::string ligne; std::getline(flux, ligne);)
+        resultat.push_back(ligne);
     return resultat;
 }
 
@@ -50,7 +51,8 @@ TEST_F(EssaiApi, RejointBatEtDemandeSansJamaisMontrerLeJeton) {
         bool relie = req.get_header_value("Authorization") == "Bearer jeton-tres-secret";
         res.status = relie ? 200 : 401;
         res.set_content(relie ? R"({"heure_serveur_ms": 1795392000000, "prenom": "Léa",
-            "rapport_applis": {"actif": true}})" : R"({"detail": "Qui es-tu ?"})",
+            "rapport_applis": {"actif": true}})"
+                              : R"({"detail": "Qui es-tu ?"})",
                         "application/json");
     });
     serveur.route("POST", "/api/enfant/demandes", [](const auto&, auto& res) {
@@ -63,7 +65,8 @@ TEST_F(EssaiApi, RejointBatEtDemandeSansJamaisMontrerLeJeton) {
     EXPECT_EQ(s.statut, 0) << s.out << s.err;
     auto l = lignes(s.out);
     ASSERT_EQ(l.size(), 4u) << s.out;
-    for (const auto& ligne : l) EXPECT_EQ(ligne.rfind("ok ", 0), 0u) << ligne;
+    for (const auto& ligne : l)
+        EXPECT_EQ(ligne.rfind("ok ", 0), 0u) << ligne;
     EXPECT_NE(l[0].find(serveur.adresse()), std::string::npos);
     EXPECT_NE(l[1].find("Léa"), std::string::npos);
     EXPECT_NE(l[1].find("o7"), std::string::npos);
