@@ -17,8 +17,12 @@ void* operator new(std::size_t taille) {
     if (void* p = std::malloc(taille ? taille : 1)) return p;
     throw std::bad_alloc();
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
 
 namespace {
 
@@ -29,7 +33,8 @@ constexpr std::int64_t heure = 3'600'000;
 
 nlohmann::json domainesBloques() {
     nlohmann::json domaines = nlohmann::json::array();
-    for (int i = 0; i < 40; ++i) domaines.push_back("site-bloque-" + std::to_string(i) + ".example");
+    for (int i = 0; i < 40; ++i)
+        domaines.push_back("site-bloque-" + std::to_string(i) + ".example");
     return domaines;
 }
 
@@ -57,8 +62,8 @@ std::string consigneRealiste() {
                              {"fin_ms", j + 20 * heure},
                              {"regle", {{"mode", "familles"}, {"familles", {"reseaux"}}}},
                              {"titre", "Dîner"}});
-        programme.push_back({{"debut_ms", j + 21 * heure}, {"fin_ms", j + 31 * heure},
-                             {"titre", "Dodo"}});
+        programme.push_back(
+            {{"debut_ms", j + 21 * heure}, {"fin_ms", j + 31 * heure}, {"titre", "Dodo"}});
     }
     nlohmann::json c = {
         {"heure_serveur_ms", lundi + 10 * heure},
@@ -69,9 +74,13 @@ std::string consigneRealiste() {
         {"programme", programme},
         {"mac",
          {{"limites",
-           {{{"id", "jeux"}, {"nom", "Jeux"}, {"minutes", 60},
+           {{{"id", "jeux"},
+             {"nom", "Jeux"},
+             {"minutes", 60},
              {"applis", {"steam", "org.prismlauncher.PrismLauncher", "net.lutris.Lutris"}}},
-            {{"id", "video"}, {"nom", "Vidéos"}, {"minutes", 45},
+            {{"id", "video"},
+             {"nom", "Vidéos"},
+             {"minutes", 45},
              {"applis", {"org.videolan.VLC", "mpv"}}}}},
           {"coupees", {"com.discordapp.Discord"}}}},
         {"limites_autres", {{"jeux", 12.5}, {"video", 3}}},
@@ -96,14 +105,19 @@ void evaluer(benchmark::State& etat, std::int64_t maintenant, std::optional<doub
         auto regle = tavi::Programme::regleCourante(c, maintenant, depuis, 600);
         benchmark::DoNotOptimize(regle);
     }
-    etat.counters["allocations"] =
-        benchmark::Counter(static_cast<double>(allocations.load() - avant),
-                           benchmark::Counter::kAvgIterations);
+    etat.counters["allocations"] = benchmark::Counter(
+        static_cast<double>(allocations.load() - avant), benchmark::Counter::kAvgIterations);
 }
 
-void RegleCourante_AucunePlage(benchmark::State& e) { evaluer(e, lundi + 7 * heure, 60.0); }
-void RegleCourante_PlageEcole(benchmark::State& e) { evaluer(e, lundi + 10 * heure, 60.0); }
-void RegleCourante_LimiteAtteinte(benchmark::State& e) { evaluer(e, lundi + 7 * heure, 1e5); }
+void RegleCourante_AucunePlage(benchmark::State& e) {
+    evaluer(e, lundi + 7 * heure, 60.0);
+}
+void RegleCourante_PlageEcole(benchmark::State& e) {
+    evaluer(e, lundi + 10 * heure, 60.0);
+}
+void RegleCourante_LimiteAtteinte(benchmark::State& e) {
+    evaluer(e, lundi + 7 * heure, 1e5);
+}
 BENCHMARK(RegleCourante_AucunePlage);
 BENCHMARK(RegleCourante_PlageEcole);
 BENCHMARK(RegleCourante_LimiteAtteinte);

@@ -79,8 +79,8 @@ void EssaiApi::battre() {
                        dire(false, "battement : consigne illisible : " + consigne.error().message);
                    } else {
                        std::string heure = consigne->heureServeurMs
-                                               ? std::to_string(*consigne->heureServeurMs) +
-                                                     " (" + enUtc(*consigne->heureServeurMs) + ")"
+                                               ? std::to_string(*consigne->heureServeurMs) + " (" +
+                                                     enUtc(*consigne->heureServeurMs) + ")"
                                                : "absente";
                        dire(true, "battement : consigne avec " + membres(*consigne) +
                                       " ; heure du serveur " + heure);
@@ -91,8 +91,10 @@ void EssaiApi::battre() {
 
 void EssaiApi::demander() {
     api_.demanderTemps(minutesDemandees, [this](ResultatApi<Api::Rien> r) {
-        if (r) dire(true, "demande : " + std::to_string(minutesDemandees) + " minutes demandées");
-        else dire(false, "demande : " + decrire(r.error()));
+        if (r)
+            dire(true, "demande : " + std::to_string(minutesDemandees) + " minutes demandées");
+        else
+            dire(false, "demande : " + decrire(r.error()));
         fini_(toutBon_ ? 0 : 1);
     });
 }

@@ -9,7 +9,9 @@ namespace {
 constexpr const char* domaine = "tavi-home";
 }
 
-std::string texte(const char* francais) { return dgettext(domaine, francais); }
+std::string texte(const char* francais) {
+    return dgettext(domaine, francais);
+}
 
 std::string texteAvec(const char* modele, std::string_view valeur) {
     std::string resultat = texte(modele);

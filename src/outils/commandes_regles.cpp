@@ -63,7 +63,8 @@ int commandeConsigne(const std::vector<std::string>& arguments) {
 
 int commandeRegle(const std::vector<std::string>& arguments) {
     Options options(arguments, {"--maintenant", "--utilise-jour", "--utilise-depuis-consigne"});
-    const std::int64_t maintenant = lireEntierOption("--maintenant", options.requis("--maintenant"));
+    const std::int64_t maintenant =
+        lireEntierOption("--maintenant", options.requis("--maintenant"));
     const double utiliseJour = options.nombre("--utilise-jour").value_or(0);
     const std::optional<double> depuisConsigne = options.nombre("--utilise-depuis-consigne");
     std::optional<Consigne> consigne = lireConsigne(options.positionnels());
@@ -73,7 +74,8 @@ int commandeRegle(const std::vector<std::string>& arguments) {
 
 int commandeSieste(const std::vector<std::string>& arguments) {
     Options options(arguments, {"--maintenant", "--appli", "--usage"}, {"--usage"});
-    const std::int64_t maintenant = lireEntierOption("--maintenant", options.requis("--maintenant"));
+    const std::int64_t maintenant =
+        lireEntierOption("--maintenant", options.requis("--maintenant"));
     const std::string appli = options.requis("--appli");
     std::map<std::string, double> usage;
     for (const std::string& u : options.valeurs("--usage")) {

@@ -59,7 +59,8 @@ int main(int argc, char** argv) {
         return 0;
     }
     auto commande = commandes().find(arguments.front());
-    if (commande == commandes().end()) return erreurUsage("commande inconnue : " + arguments.front());
+    if (commande == commandes().end())
+        return erreurUsage("commande inconnue : " + arguments.front());
     arguments.erase(arguments.begin());
     try {
         return commande->second(arguments);

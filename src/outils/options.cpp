@@ -38,7 +38,9 @@ Options::Options(const std::vector<std::string>& arguments, const std::set<std::
     }
 }
 
-bool Options::present(const std::string& option) const { return valeurs_.contains(option); }
+bool Options::present(const std::string& option) const {
+    return valeurs_.contains(option);
+}
 
 std::optional<std::string> Options::valeur(const std::string& option) const {
     auto it = valeurs_.find(option);

@@ -21,7 +21,8 @@ public:
 class Options {
 public:
     Options(const std::vector<std::string>& arguments, const std::set<std::string>& avecValeur,
-            const std::set<std::string>& repetables = {}, const std::set<std::string>& drapeaux = {});
+            const std::set<std::string>& repetables = {},
+            const std::set<std::string>& drapeaux = {});
 
     bool present(const std::string& option) const;
     std::optional<std::string> valeur(const std::string& option) const;

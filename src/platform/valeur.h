@@ -21,7 +21,7 @@ struct Dictionnaire {
 
 // One typed value of the defaults store. Integers are stored as doubles, as the agent has
 // always done: every instant we keep fits in 53 bits.
-using Valeur = std::variant<double, std::string, bool, std::vector<std::string>, Dictionnaire,
-                            Donnees>;
+using Valeur =
+    std::variant<double, std::string, bool, std::vector<std::string>, Dictionnaire, Donnees>;
 
 } // namespace tavi

@@ -102,7 +102,8 @@ ordered_json encoder(const MacJSON& m) {
     mettre(o, "familles", m.familles);
     mettre(o, "limites", m.limites, [](const std::vector<LimiteMac>& limites) {
         ordered_json l = ordered_json::array();
-        for (const auto& limite : limites) l.push_back(encoder(limite));
+        for (const auto& limite : limites)
+            l.push_back(encoder(limite));
         return l;
     });
     mettre(o, "coupees", m.coupees);
@@ -153,7 +154,8 @@ ordered_json encoderConsigne(const Consigne& c) {
     mettre(o, "mac", c.mac, parEncoder);
     mettre(o, "programme", c.programme, [](const std::vector<Plage>& plages) {
         ordered_json l = ordered_json::array();
-        for (const auto& p : plages) l.push_back(encoder(p));
+        for (const auto& p : plages)
+            l.push_back(encoder(p));
         return l;
     });
     mettre(o, "ouvertJusquMs", c.ouvertJusquMs);

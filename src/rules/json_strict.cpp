@@ -42,9 +42,12 @@ int profondeur(std::string_view texte) {
     bool dansTexte = false, echappe = false;
     for (char c : texte) {
         if (dansTexte) {
-            if (echappe) echappe = false;
-            else if (c == '\\') echappe = true;
-            else if (c == '"') dansTexte = false;
+            if (echappe)
+                echappe = false;
+            else if (c == '\\')
+                echappe = true;
+            else if (c == '"')
+                dansTexte = false;
         } else if (c == '"') {
             dansTexte = true;
         } else if (c == '[' || c == '{') {
@@ -58,12 +61,18 @@ int profondeur(std::string_view texte) {
 
 std::string typeDe(const json& v) {
     switch (v.type()) {
-    case json::value_t::null: return "null";
-    case json::value_t::boolean: return "un booléen";
-    case json::value_t::string: return "un texte";
-    case json::value_t::array: return "une liste";
-    case json::value_t::object: return "un objet";
-    default: return "un nombre";
+    case json::value_t::null:
+        return "null";
+    case json::value_t::boolean:
+        return "un booléen";
+    case json::value_t::string:
+        return "un texte";
+    case json::value_t::array:
+        return "une liste";
+    case json::value_t::object:
+        return "un objet";
+    default:
+        return "un nombre";
     }
 }
 
@@ -100,8 +109,8 @@ std::int64_t lireEntier(const json& v, const std::string& chemin) {
     }
     if (v.is_number_float()) {
         double d = v.get<double>();
-        if (std::trunc(d) != d) throw DocumentInvalide(chemin + " : entier attendu, " +
-                                                       v.dump() + " trouvé");
+        if (std::trunc(d) != d)
+            throw DocumentInvalide(chemin + " : entier attendu, " + v.dump() + " trouvé");
         if (d < -borne || d >= borne) throw DocumentInvalide(chemin + " : entier hors des 64 bits");
         return static_cast<std::int64_t>(d);
     }
@@ -136,7 +145,8 @@ std::map<std::string, double> lireCarteDoubles(const json& v, const std::string&
 }
 
 ObjetLu::ObjetLu(const json& valeur, std::string chemin) : chemin_(std::move(chemin)) {
-    if (!valeur.is_object()) mauvaisType(chemin_.empty() ? "le document" : chemin_, "objet", valeur);
+    if (!valeur.is_object())
+        mauvaisType(chemin_.empty() ? "le document" : chemin_, "objet", valeur);
     cles_.reserve(valeur.size());
     for (auto it = valeur.begin(); it != valeur.end(); ++it)
         cles_.push_back({versCamel(it.key()), it.key(), &it.value()});

@@ -27,7 +27,9 @@ std::set<std::string> enEnsemble(const std::optional<std::vector<std::string>>& 
 
 // The end of the local day of `maintenant`: its start plus a fixed 86,400 s. On a day with a
 // daylight-saving change this is an hour off the next midnight, and that is intended.
-std::int64_t finJour(std::int64_t maintenant) { return debutJourLocalMs(maintenant) + 86'400'000; }
+std::int64_t finJour(std::int64_t maintenant) {
+    return debutJourLocalMs(maintenant) + 86'400'000;
+}
 
 bool estActive(const Plage& plage, std::int64_t maintenant) {
     return plage.debutMs <= maintenant && maintenant < plage.finMs;
@@ -65,8 +67,10 @@ RegleMac instantane(const Consigne& consigne) {
     // Families are deliberately not expanded into identifiers here: in the immediate rule a
     // family blocks only through the application's category.
     if (mac) regle.bloquees = enEnsemble(mac->bloquees);
-    if (mac && mac->familles) regle.familles = enEnsemble(mac->familles);
-    else if (mode == "familles") regle.familles = enEnsemble(consigne.regle->familles);
+    if (mac && mac->familles)
+        regle.familles = enEnsemble(mac->familles);
+    else if (mode == "familles")
+        regle.familles = enEnsemble(consigne.regle->familles);
     regle.cause = consigne.cause.value_or("");
     regle.titre = consigne.titre.value_or("");
     regle.fin = consigne.finMs.value_or(0);
@@ -88,8 +92,10 @@ std::optional<RegleMac> regleCourante(const std::optional<Consigne>& consigne,
             if (!estActive(plage, maintenant)) continue;
             // During an open period only a family pause still holds.
             if (periodeOuverte && plage.cause != "pause_famille") continue;
-            if (!regle) regle = regleDePlage(plage);
-            else regle->fusionner(regleDePlage(plage));
+            if (!regle)
+                regle = regleDePlage(plage);
+            else
+                regle->fusionner(regleDePlage(plage));
         }
     }
 
@@ -100,8 +106,10 @@ std::optional<RegleMac> regleCourante(const std::optional<Consigne>& consigne,
             if (!periodeOuverte || inst.cause == "pause_famille") {
                 // The schedule's rule is the receiver: its message wins unless the immediate
                 // rule is what makes the block total.
-                if (!regle) regle = std::move(inst);
-                else regle->fusionner(inst);
+                if (!regle)
+                    regle = std::move(inst);
+                else
+                    regle->fusionner(inst);
             } else {
                 return regle;
             }
@@ -171,15 +179,17 @@ std::optional<RegleMac> siesteAppli(const std::string& identifiant,
         if (limite.minutes <= 0) continue;
         // The allowance belongs to the whole group, and to the family's other devices too.
         double utilise = 0;
-        for (const auto& appli : limite.applis) utilise += secondesAppli(appli);
+        for (const auto& appli : limite.applis)
+            utilise += secondesAppli(appli);
         double ailleurs = 0;
         if (consigne->limitesAutres)
             if (auto it = consigne->limitesAutres->find(limite.id);
                 it != consigne->limitesAutres->end())
                 ailleurs = it->second * 60;
         if (limite.minutes * 60 <= utilise + ailleurs)
-            return RegleMac{false,        {limite.applis.begin(), limite.applis.end()}, {},
-                            "limite_appli", limite.nom, finJour(maintenant)};
+            return RegleMac{false,      {limite.applis.begin(), limite.applis.end()},
+                            {},         "limite_appli",
+                            limite.nom, finJour(maintenant)};
     }
     return std::nullopt;
 }

@@ -28,9 +28,18 @@ const std::map<std::string, std::set<std::string>>& famillesMac() {
 const std::set<std::string>& jamais() {
     // The agent, the file managers (some draw the desktop itself) and the settings panels.
     static const std::set<std::string> table = {
-        identifiantAgent(),   "org.gnome.Nautilus",    "nautilus",    "org.kde.dolphin",
-        "thunar",             "pcmanfm",               "nemo",        "caja",
-        "org.gnome.Settings", "gnome-control-center", "systemsettings", "xfce-settings-manager",
+        identifiantAgent(),
+        "org.gnome.Nautilus",
+        "nautilus",
+        "org.kde.dolphin",
+        "thunar",
+        "pcmanfm",
+        "nemo",
+        "caja",
+        "org.gnome.Settings",
+        "gnome-control-center",
+        "systemsettings",
+        "xfce-settings-manager",
     };
     return table;
 }

@@ -25,9 +25,9 @@ const std::map<std::string, std::set<std::string>>& famillesMac() {
 }
 
 const std::set<std::string>& jamais() {
-    static const std::set<std::string> table = {
-        identifiantAgent(), "com.apple.finder", "com.apple.systempreferences",
-        "com.apple.Settings", "com.apple.loginwindow"};
+    static const std::set<std::string> table = {identifiantAgent(), "com.apple.finder",
+                                                "com.apple.systempreferences", "com.apple.Settings",
+                                                "com.apple.loginwindow"};
     return table;
 }
 

@@ -26,21 +26,21 @@ std::string Api::joindre(const std::string& base, const std::string& chemin) {
     std::string url = base;
     // The path goes before any query or fragment of the base.
     std::string suffixe;
-    if (auto fin = url.find_first_of("?#", url.find("://") == std::string::npos
-                                               ? 0
-                                               : url.find("://") + 3);
+    if (auto fin =
+            url.find_first_of("?#", url.find("://") == std::string::npos ? 0 : url.find("://") + 3);
         fin != std::string::npos) {
         suffixe = url.substr(fin);
         url.erase(fin);
     }
-    while (!url.empty() && url.back() == '/') url.pop_back();
+    while (!url.empty() && url.back() == '/')
+        url.pop_back();
     std::size_t debut = chemin.find_first_not_of('/');
     if (debut != std::string::npos) url += "/" + chemin.substr(debut);
     return url + suffixe;
 }
 
-void Api::appel(const std::string& methode, const std::string& chemin,
-                std::optional<json> corps, std::function<void(ResultatApi<std::string>)> suite) {
+void Api::appel(const std::string& methode, const std::string& chemin, std::optional<json> corps,
+                std::function<void(ResultatApi<std::string>)> suite) {
     RequeteHttp requete{methode, joindre(base_, chemin), {}, std::nullopt};
     requete.entetes.emplace_back("Content-Type", "application/json");
     requete.entetes.emplace_back("X-Tavi-Installation", Stockage::installation(reglages_));
@@ -62,8 +62,8 @@ void Api::appel(const std::string& methode, const std::string& chemin,
     std::shared_ptr<Transport> transport = transport_;
     boucle_.enArrierePlan([transport, requete = std::move(requete), vivant,
                            suite = std::move(suite)]() -> Boucle::Tache {
-        auto echange = std::make_shared<Attendu<ReponseHttp, ErreurTransport>>(
-            transport->echanger(requete));
+        auto echange =
+            std::make_shared<Attendu<ReponseHttp, ErreurTransport>>(transport->echanger(requete));
         return [vivant, suite, echange] {
             if (auto api = vivant.lock()) suite((*api)->conclure(std::move(*echange)));
         };
@@ -109,8 +109,8 @@ void Api::rejoindre(const std::string& code, const std::string& nom, const std::
 }
 
 namespace {
-std::function<void(ResultatApi<std::string>)> sansCorps(
-    std::function<void(ResultatApi<Api::Rien>)> suite) {
+std::function<void(ResultatApi<std::string>)>
+sansCorps(std::function<void(ResultatApi<Api::Rien>)> suite) {
     return [suite = std::move(suite)](ResultatApi<std::string> reponse) {
         if (!reponse) return suite(reponse.error());
         suite(Api::Rien{});

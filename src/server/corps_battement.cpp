@@ -4,7 +4,9 @@
 
 namespace tavi {
 
-double minutesUneDecimale(double secondes) { return std::round(secondes / 60 * 10) / 10; }
+double minutesUneDecimale(double secondes) {
+    return std::round(secondes / 60 * 10) / 10;
+}
 
 nlohmann::json clesFixesBattement(const Systeme& systeme, const std::string& version,
                                   const EtatAgent& etat) {

@@ -59,7 +59,8 @@ std::string Stockage::installation(Reglages& reglages) {
     if (auto existante = reglages.texte("installation")) return *existante;
     std::random_device alea;
     std::array<unsigned char, 16> octets{};
-    for (auto& o : octets) o = static_cast<unsigned char>(alea() & 0xFF);
+    for (auto& o : octets)
+        o = static_cast<unsigned char>(alea() & 0xFF);
     octets[6] = static_cast<unsigned char>((octets[6] & 0x0F) | 0x40); // version 4
     octets[8] = static_cast<unsigned char>((octets[8] & 0x3F) | 0x80); // RFC 4122 variant
     static constexpr char chiffres[] = "0123456789ABCDEF";

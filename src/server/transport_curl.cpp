@@ -126,7 +126,8 @@ Attendu<ReponseHttp, ErreurTransport> TransportCurl::echanger(const RequeteHttp&
         curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https");
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYHOST, 2L);
-        curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(bornes_.connexion.count()));
+        curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS,
+                         static_cast<long>(bornes_.connexion.count()));
         curl_easy_setopt(e, CURLOPT_TIMEOUT_MS, static_cast<long>(bornes_.total.count()));
         curl_easy_setopt(e, CURLOPT_LOW_SPEED_LIMIT, 1L);
         curl_easy_setopt(e, CURLOPT_LOW_SPEED_TIME,

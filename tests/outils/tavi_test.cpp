@@ -34,7 +34,10 @@ TEST(TaviRegle, ImprimeLaRegleEnVigueurSurUneLigneAvecSesSeptCles) {
     EXPECT_EQ(s.err, "");
     // The server's remainder counts only when the use since the rule set is known.
     EXPECT_EQ(tavi({"regle", "--maintenant", midi, "--utilise-jour", "1800",
-                    "--utilise-depuis-consigne", "599"}, limite).out, "null\n");
+                    "--utilise-depuis-consigne", "599"},
+                   limite)
+                  .out,
+              "null\n");
     EXPECT_EQ(tavi({"regle", "--maintenant", midi}, limite).out, "null\n") << "use defaults to 0";
     // 23:00, an hour before the next midnight: the day ends 86,400 s after it began.
     // The local day follows TZ: in Tokyo the same instant is in a day ending elsewhere.
@@ -57,16 +60,20 @@ TEST(TaviSieste, DonneLaSiesteDUneApplicationAvecLUsageNomme) {
     const std::string c = R"({"mac": {"limites": [{"id": "j", "nom": "Jeux", "minutes": 10,
                                "applis": ["steam", "mc"]}], "coupees": ["discord"]}})";
     Sortie s = tavi({"sieste", "--maintenant", midi, "--appli", "mc", "--usage", "steam=300",
-                     "--usage", "mc=300"}, c);
+                     "--usage", "mc=300"},
+                    c);
     ASSERT_EQ(s.statut, 0) << s.err;
     EXPECT_EQ(s.out, R"({"bloquer_tout":false,"bloquees":["mc","steam"],"familles":[],)"
                      R"("cause":"limite_appli","titre":"Jeux","titre_affiche":"Limite : Jeux",)"
                      R"("fin":1792965600000})"
                      "\n");
-    EXPECT_EQ(tavi({"sieste", "--maintenant", midi, "--appli", "mc", "--usage", "steam=599"}, c)
-                  .out, "null\n") << "unnamed applications count 0";
-    EXPECT_EQ(nlohmann::json::parse(tavi({"sieste", "--maintenant", "0", "--appli", "discord"}, c)
-                                        .out)["cause"], "coupee");
+    EXPECT_EQ(
+        tavi({"sieste", "--maintenant", midi, "--appli", "mc", "--usage", "steam=599"}, c).out,
+        "null\n")
+        << "unnamed applications count 0";
+    EXPECT_EQ(nlohmann::json::parse(
+                  tavi({"sieste", "--maintenant", "0", "--appli", "discord"}, c).out)["cause"],
+              "coupee");
 }
 
 TEST(Tavi, UneConsigneIllisibleNImprimeRienEtDitPourquoiSurUneLigne) {
@@ -82,7 +89,8 @@ TEST(Tavi, UneConsigneIllisibleNImprimeRienEtDitPourquoiSurUneLigne) {
     }
     Sortie absent = tavi({"consigne", "/nulle/part.json"});
     EXPECT_EQ(absent.statut, 2);
-    EXPECT_EQ(absent.err.rfind("tavi: impossible de lire /nulle/part.json : ", 0), 0u) << absent.err;
+    EXPECT_EQ(absent.err.rfind("tavi: impossible de lire /nulle/part.json : ", 0), 0u)
+        << absent.err;
     EXPECT_EQ(lignes(absent.err), 1u);
 }
 

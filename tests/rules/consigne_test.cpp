@@ -87,7 +87,8 @@ TEST(DecodageConsigne, LesEntiersSontDesNombresIntegrauxSur64BitsEtLesDoublesTou
     EXPECT_NE(erreurDe(R"({"fin_ms": 9223372036854775808})").find("hors des 64 bits"),
               std::string::npos);
     EXPECT_NE(erreurDe(R"({"fin_ms": 1e19})").find("hors des 64 bits"), std::string::npos);
-    EXPECT_EQ(decoder(R"({"tirelire_min": 18446744073709551615})").tirelireMin, 1.8446744073709552e19);
+    EXPECT_EQ(decoder(R"({"tirelire_min": 18446744073709551615})").tirelireMin,
+              1.8446744073709552e19);
     EXPECT_EQ(decoder(R"({"tirelire_min": -0.25})").tirelireMin, -0.25);
 }
 

@@ -24,7 +24,9 @@ std::optional<RegleMac> regle(const std::string& texte, std::int64_t maintenant,
     return regleCourante(consigne(texte), maintenant, depuisConsigne, duJour);
 }
 
-std::set<std::string> famille(const std::string& nom) { return Programme::famillesMac().at(nom); }
+std::set<std::string> famille(const std::string& nom) {
+    return Programme::famillesMac().at(nom);
+}
 
 // 2026-10-25 in Paris has 25 hours: summer time ends at 03:00.
 constexpr std::int64_t midiParis25Octobre = 1792926000000;   // 2026-10-25T12:00+01:00
@@ -56,11 +58,16 @@ TEST(RegleCourante, LesPlagesActivesSeFusionnentDansLOrdreDuProgramme) {
     EXPECT_EQ(r->fin, 9000);
     // An unknown mode blocks nothing but still speaks; an unknown family adds nothing.
     EXPECT_EQ(*regle(R"({"programme": [{"debut_ms": 0, "fin_ms": 9, "regle": {"mode": "rien"},
-        "cause": "x", "titre": "T"}]})", 1), (RegleMac{false, {}, {}, "x", "T", 9}));
+        "cause": "x", "titre": "T"}]})",
+                     1),
+              (RegleMac{false, {}, {}, "x", "T", 9}));
     EXPECT_EQ(regle(R"({"programme": [{"debut_ms": 0, "fin_ms": 9, "regle": {"mode":
-        "familles", "familles": ["inconnue", "ecole"]}}]})", 1)->bloquees, std::set<std::string>{});
-    EXPECT_TRUE(regle(R"({"programme": [{"debut_ms": 0, "fin_ms": 9, "regle": {}}]})", 1)
-                    ->bloquerTout);
+        "familles", "familles": ["inconnue", "ecole"]}}]})",
+                    1)
+                  ->bloquees,
+              std::set<std::string>{});
+    EXPECT_TRUE(
+        regle(R"({"programme": [{"debut_ms": 0, "fin_ms": 9, "regle": {}}]})", 1)->bloquerTout);
 }
 
 TEST(RegleCourante, PendantUnePeriodeOuverteSeuleLaPauseFamilleTient) {
@@ -69,14 +76,17 @@ TEST(RegleCourante, PendantUnePeriodeOuverteSeuleLaPauseFamilleTient) {
                        std::nullopt, 1e6))
         << "range without cause and reached allowance both ignored";
     auto r = regle("{" + ouvert + R"("programme": [{"debut_ms": 0, "fin_ms": 9000},
-        {"debut_ms": 0, "fin_ms": 8000, "cause": "pause_famille"}]})", 100, std::nullopt, 1e6);
+        {"debut_ms": 0, "fin_ms": 8000, "cause": "pause_famille"}]})",
+                   100, std::nullopt, 1e6);
     EXPECT_EQ(r, (RegleMac{true, {}, {}, "pause_famille", "", 8000}));
     EXPECT_FALSE(regle("{" + ouvert + R"("protege_maintenant": true, "cause": "gage"})", 100));
     EXPECT_EQ(regle("{" + ouvert + R"("protege_maintenant": true, "cause": "pause_famille"})", 100)
-                  ->cause, "pause_famille");
+                  ->cause,
+              "pause_famille");
     // Once the open period is over, everything applies again.
-    EXPECT_EQ(regle("{" + ouvert + R"("programme": [{"debut_ms": 0, "fin_ms": 90000}]})", 10000)
-                  ->cause, "moment");
+    EXPECT_EQ(
+        regle("{" + ouvert + R"("programme": [{"debut_ms": 0, "fin_ms": 90000}]})", 10000)->cause,
+        "moment");
 }
 
 TEST(RegleCourante, LaRegleImmediateTientJusquASaFinEtSeFondDansLeProgramme) {
@@ -88,23 +98,28 @@ TEST(RegleCourante, LaRegleImmediateTientJusquASaFinEtSeFondDansLeProgramme) {
     EXPECT_FALSE(regle(R"({"cause": "gage"})", 1));
     // The computer-specific member wins over the mode.
     auto r = regle(R"({"protege_maintenant": true, "regle": {"mode": "tout"},
-        "mac": {"bloquer_tout": false, "bloquees": ["steam"]}})", 1);
+        "mac": {"bloquer_tout": false, "bloquees": ["steam"]}})",
+                   1);
     EXPECT_EQ(r, (RegleMac{false, {"steam"}, {}, "", "", 0}));
     // Families of the immediate rule are not expanded: they block through the category.
     r = regle(R"({"protege_maintenant": true, "regle": {"mode": "familles", "familles":
-        ["jeux"]}})", 1);
+        ["jeux"]}})",
+              1);
     EXPECT_EQ(r, (RegleMac{false, {}, {"jeux"}, "", "", 0}));
     r = regle(R"({"protege_maintenant": true, "regle": {"mode": "familles", "familles": ["jeux"]},
-        "mac": {"familles": ["videos"]}})", 1);
+        "mac": {"familles": ["videos"]}})",
+              1);
     EXPECT_EQ(r->familles, std::set<std::string>{"videos"});
     // With a schedule rule, the schedule is the receiver: its message wins unless the
     // immediate rule is what makes the block total.
     r = regle(R"({"protege_maintenant": true, "cause": "pause_famille", "fin_ms": 50,
         "programme": [{"debut_ms": 0, "fin_ms": 90, "regle": {"mode": "familles",
-        "familles": ["jeux"]}, "titre": "Devoirs"}]})", 1);
+        "familles": ["jeux"]}, "titre": "Devoirs"}]})",
+              1);
     EXPECT_EQ(r, (RegleMac{true, famille("jeux"), {"jeux"}, "pause_famille", "", 90}));
     r = regle(R"({"protege_maintenant": true, "cause": "gage", "mac": {"bloquer_tout": false},
-        "programme": [{"debut_ms": 0, "fin_ms": 90, "titre": "Dodo"}]})", 1);
+        "programme": [{"debut_ms": 0, "fin_ms": 90, "titre": "Dodo"}]})",
+              1);
     EXPECT_EQ(r, (RegleMac{true, {}, {}, "moment", "Dodo", 90}));
 }
 
@@ -127,17 +142,18 @@ TEST(RegleCourante, LaLimiteDuJourFinitUnJourFixeDe86400SecondesApresMinuit) {
     test::FuseauFixe paris("Europe/Paris");
     // The day of the change has 25 hours: the end is 23:00, an hour before the next midnight.
     auto r = regle(R"({"limite_jour_min": 1})", midiParis25Octobre, std::nullopt, 60);
-    EXPECT_EQ(r, (RegleMac{true, {}, {}, "limite", "Limite du jour",
-                           minuitParis25Octobre + 86'400'000}));
+    EXPECT_EQ(
+        r, (RegleMac{true, {}, {}, "limite", "Limite du jour", minuitParis25Octobre + 86'400'000}));
     // Over a partial block it becomes total with its own message; over a total one it keeps
     // the message; the later end wins.
     r = regle(R"({"limite_jour_min": 1, "programme": [{"debut_ms": 0, "fin_ms": 1893452400000,
         "regle": {"mode": "familles", "familles": ["jeux"]}, "titre": "Devoirs"}]})",
               midiParis25Octobre, std::nullopt, 60);
-    EXPECT_EQ(r, (RegleMac{true, famille("jeux"), {"jeux"}, "limite", "Limite du jour",
-                           1893452400000}));
+    EXPECT_EQ(
+        r, (RegleMac{true, famille("jeux"), {"jeux"}, "limite", "Limite du jour", 1893452400000}));
     r = regle(R"({"limite_jour_min": 1, "programme": [{"debut_ms": 0,
-        "fin_ms": 1792926000001, "titre": "Dodo"}]})", midiParis25Octobre, std::nullopt, 60);
+        "fin_ms": 1792926000001, "titre": "Dodo"}]})",
+              midiParis25Octobre, std::nullopt, 60);
     EXPECT_EQ(r, (RegleMac{true, {}, {}, "moment", "Dodo", minuitParis25Octobre + 86'400'000}));
     // Another zone, another day start.
     test::FuseauFixe tokyo("Asia/Tokyo");
@@ -184,8 +200,8 @@ TEST(SiesteAppli, UneApplicationCoupeeOuAuBoutDeSaLimiteDeGroupeFaitLaSieste) {
               (RegleMac{false, {"discord"}, {}, "coupee", "", 0}));
     // 20 + 9 minutes here and 1 on another device reach the shared 30 minutes, even during an
     // open period.
-    const RegleMac jeux{false, {"steam", "minecraft"}, {}, "limite_appli", "Jeux",
-                        minuitParis25Octobre + 86'400'000};
+    const RegleMac jeux{false,  {"steam", "minecraft"},           {}, "limite_appli",
+                        "Jeux", minuitParis25Octobre + 86'400'000};
     EXPECT_EQ(siesteAppli("minecraft", c, secondes, midiParis25Octobre), jeux);
     EXPECT_EQ(siesteAppli("steam", c, secondes, midiParis25Octobre), jeux) << "first reached wins";
     usage["minecraft"] = 539;

@@ -66,8 +66,10 @@ TEST(Api, LeCheminSAjouteALAdresseDeBaseCommeUnComposant) {
 
 TEST_F(ApiContreUnServeur, ChaqueRequetePorteSesEnTetesEtLeJetonSeulementUneFoisRelie) {
     serveur.route("GET", "/api/ping", [](auto&, auto& res) { repondre(res, 200, "{}"); });
-    serveur.route("POST", "/api/enfant/demandes", [](auto&, auto& res) { repondre(res, 201, "{}"); });
-    serveur.route("POST", "/api/enfant/battement", [](auto&, auto& res) { repondre(res, 200, "{}"); });
+    serveur.route("POST", "/api/enfant/demandes",
+                  [](auto&, auto& res) { repondre(res, 201, "{}"); });
+    serveur.route("POST", "/api/enfant/battement",
+                  [](auto&, auto& res) { repondre(res, 200, "{}"); });
     demarrer();
 
     EXPECT_TRUE(appeler("GET", "/api/ping"));
@@ -105,9 +107,8 @@ TEST_F(ApiContreUnServeur, LesRefusDeviennentDesErreursApiQueLEnfantPeutLire) {
     serveur.route("POST", "/panne", [](auto&, auto& res) {
         repondre(res, 500, "<html><body>Internal Server Error</body></html>", "text/html");
     });
-    serveur.route("POST", "/detail-nombre", [](auto&, auto& res) {
-        repondre(res, 400, R"({"detail": 12})");
-    });
+    serveur.route("POST", "/detail-nombre",
+                  [](auto&, auto& res) { repondre(res, 400, R"({"detail": 12})"); });
     serveur.route("POST", "/texte", [](auto&, auto& res) { repondre(res, 418, "pas du JSON"); });
     serveur.route("POST", "/texte-ok", [](auto&, auto& res) { repondre(res, 200, "pas du JSON"); });
     serveur.route("POST", "/ailleurs", [](auto&, auto& res) { res.set_redirect("/cible"); });
@@ -128,7 +129,8 @@ TEST_F(ApiContreUnServeur, LesRefusDeviennentDesErreursApiQueLEnfantPeutLire) {
     EXPECT_EQ(*appeler("POST", "/texte-ok"), "pas du JSON") << "a success body is passed on";
     // Redirects are not followed: a 3xx is a refusal.
     EXPECT_EQ(refus(appeler("POST", "/ailleurs")).statut, 302);
-    for (const auto& requete : serveur.requetes()) EXPECT_NE(requete.chemin, "/cible");
+    for (const auto& requete : serveur.requetes())
+        EXPECT_NE(requete.chemin, "/cible");
 }
 
 TEST_F(ApiContreUnServeur, LeJetonNeSeRenouvelleQueSurUnSuccesAvecUneValeur) {
@@ -180,9 +182,10 @@ TEST_F(ApiContreUnServeur, LaReponseDAppariementSeLitAvecOuSansLangueMaisPasSans
     EXPECT_EQ(json::parse(serveur.requetes().back().corps),
               (json{{"code", "ABCD2345"}, {"nom", "PC du salon"}, {"version", "1.2"}}));
 
-    for (const char* sansLangue :
-         {R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa"}, "ordinateur": {"id": "o", "nom": "n"}})",
-          R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa", "langue": null}, "ordinateur": {"id": "o", "nom": "n"}})"}) {
+    for (
+        const char* sansLangue :
+        {R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa"}, "ordinateur": {"id": "o", "nom": "n"}})",
+         R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa", "langue": null}, "ordinateur": {"id": "o", "nom": "n"}})"}) {
         reponse = sansLangue;
         r = rejoindre();
         ASSERT_TRUE(r);
@@ -209,11 +212,13 @@ TEST_F(ApiContreUnServeur, PlusieursRequetesSontEnVolEnMemeTemps) {
     });
     demarrer();
     std::vector<std::optional<ResultatApi<std::string>>> resultats(3);
-    for (auto& r : resultats) api->appel("POST", "/ensemble", std::nullopt, [&r](auto x) { r = std::move(x); });
-    ASSERT_TRUE(test::attendreQue([&] {
-        return std::ranges::all_of(resultats, [](const auto& r) { return r.has_value(); });
-    }, std::chrono::seconds(20)));
-    for (const auto& r : resultats) EXPECT_TRUE(*r);
+    for (auto& r : resultats)
+        api->appel("POST", "/ensemble", std::nullopt, [&r](auto x) { r = std::move(x); });
+    ASSERT_TRUE(test::attendreQue(
+        [&] { return std::ranges::all_of(resultats, [](const auto& r) { return r.has_value(); }); },
+        std::chrono::seconds(20)));
+    for (const auto& r : resultats)
+        EXPECT_TRUE(*r);
 }
 
 TEST_F(ApiContreUnServeur, CeQuiNePeutPasPartirOuRevientTropTardNeFaitRien) {
@@ -221,7 +226,8 @@ TEST_F(ApiContreUnServeur, CeQuiNePeutPasPartirOuRevientTropTardNeFaitRien) {
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
         repondre(res, 200, "{}");
     });
-    serveur.route("POST", "/api/enfant/signal", [](auto&, auto& res) { repondre(res, 500, "non"); });
+    serveur.route("POST", "/api/enfant/signal",
+                  [](auto&, auto& res) { repondre(res, 500, "non"); });
     demarrer();
 
     // A body that is not valid UTF-8 cannot be written: nothing is sent.

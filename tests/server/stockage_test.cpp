@@ -1,6 +1,6 @@
 #include "platform/memoire/coffre_memoire.h"
-#include "rules/consigne_json.h"
 #include "platform/sqlite/reglages_sqlite.h"
+#include "rules/consigne_json.h"
 #include "server/stockage.h"
 #include "support/dossier_temporaire.h"
 
@@ -18,7 +18,8 @@ TEST(Stockage, LIdentifiantDInstallationEstCreeUneFoisEtGardePourToujours) {
         premier = Stockage::installation(reglages);
         EXPECT_EQ(Stockage::installation(reglages), premier);
         EXPECT_TRUE(std::regex_match(
-            premier, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}")))
+            premier,
+            std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}")))
             << premier;
         CoffreMemoire coffre;
         Stockage::oublier(reglages, coffre);
@@ -32,19 +33,23 @@ TEST(Stockage, LIdentifiantDInstallationEstCreeUneFoisEtGardePourToujours) {
 TEST(Stockage, OublierRetireLesSeptClesEtLeJetonEtGardeLeReste) {
     ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
     CoffreMemoire coffre;
-    const std::vector<std::string> oubliees = {"prenom",      "ordinateur_id", "accord_vu",
-                                               "accord_cles", "consigne",      "reste_base_s",
+    const std::vector<std::string> oubliees = {"prenom",       "ordinateur_id", "accord_vu",
+                                               "accord_cles",  "consigne",      "reste_base_s",
                                                "reste_jour_de"};
-    const std::vector<std::string> gardees = {"installation", "serveur", "compteur_s",
+    const std::vector<std::string> gardees = {"installation",  "serveur",   "compteur_s",
                                               "compteur_jour", "par_appli", "h_serveur_a"};
-    for (const auto& cle : oubliees) reglages.ecrire(cle, std::string("x"));
-    for (const auto& cle : gardees) reglages.ecrire(cle, 1.0);
+    for (const auto& cle : oubliees)
+        reglages.ecrire(cle, std::string("x"));
+    for (const auto& cle : gardees)
+        reglages.ecrire(cle, 1.0);
     Trousseau::ecrire(coffre, "jeton-secret");
     coffre.ecrire("autre.service", "jeton", "garde");
 
     Stockage::oublier(reglages, coffre);
-    for (const auto& cle : oubliees) EXPECT_FALSE(reglages.lire(cle)) << cle;
-    for (const auto& cle : gardees) EXPECT_TRUE(reglages.lire(cle)) << cle;
+    for (const auto& cle : oubliees)
+        EXPECT_FALSE(reglages.lire(cle)) << cle;
+    for (const auto& cle : gardees)
+        EXPECT_TRUE(reglages.lire(cle)) << cle;
     EXPECT_EQ(Trousseau::lire(coffre), std::nullopt);
     EXPECT_EQ(coffre.lire("autre.service", "jeton"), "garde");
 }
@@ -88,8 +93,9 @@ TEST(Stockage, LesClesDAccordSuiventLesInterrupteursDeLaConsigne) {
     using Cles = std::set<std::string>;
     EXPECT_EQ(Stockage::clesRequises(std::nullopt), Cles{});
     EXPECT_EQ(requises(R"({"rapport_applis": {"actif": true}})"), Cles{"rapport"});
-    EXPECT_EQ(requises(R"({"rapport_applis": {"actif": true}, "historique_sites": {"actif": true}})"),
-              (Cles{"historique", "rapport"}));
+    EXPECT_EQ(
+        requises(R"({"rapport_applis": {"actif": true}, "historique_sites": {"actif": true}})"),
+        (Cles{"historique", "rapport"}));
     EXPECT_EQ(requises(R"({"rapport_applis": {}, "historique_sites": {"actif": false}})"), Cles{});
 
     ReglagesSqlite reglages(ReglagesSqlite::enMemoire);

@@ -17,7 +17,8 @@ using namespace std::chrono_literals;
 using test::ServeurBrut;
 
 void attendreArret(const std::atomic<bool>& arret) {
-    while (!arret) std::this_thread::sleep_for(20ms);
+    while (!arret)
+        std::this_thread::sleep_for(20ms);
 }
 
 struct Faute {
@@ -30,35 +31,44 @@ struct Faute {
 // in a transport error, and the main loop must keep ticking meanwhile.
 TEST(FautesDuServeur, ChaqueFauteFinitEnErreurBorneeSansArreterLaBoucle) {
     const std::vector<Faute> fautes = {
-        {"muet", [](int s, const auto& arret) {
+        {"muet",
+         [](int s, const auto& arret) {
              ServeurBrut::lireRequete(s);
              attendreArret(arret);
          }},
-        {"coupure", [](int s, const auto&) {
+        {"coupure",
+         [](int s, const auto&) {
              ServeurBrut::lireRequete(s);
              linger brutal{1, 0}; // close with a reset, not a goodbye
              setsockopt(s, SOL_SOCKET, SO_LINGER, &brutal, sizeof brutal);
          }},
-        {"charabia", [](int s, const auto&) {
+        {"charabia",
+         [](int s, const auto&) {
              ServeurBrut::lireRequete(s);
              ServeurBrut::ecrire(s, "n'importe quoi\r\n\r\n{}");
          }},
-        {"goutte a goutte", [](int s, const auto& arret) {
+        {"goutte a goutte",
+         [](int s, const auto& arret) {
              ServeurBrut::lireRequete(s);
              ServeurBrut::ecrire(s, "HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n");
-             while (!arret && ServeurBrut::ecrire(s, "{")) std::this_thread::sleep_for(200ms);
+             while (!arret && ServeurBrut::ecrire(s, "{"))
+                 std::this_thread::sleep_for(200ms);
          }},
-        {"geant annonce", [](int s, const auto& arret) {
+        {"geant annonce",
+         [](int s, const auto& arret) {
              ServeurBrut::lireRequete(s);
              ServeurBrut::ecrire(s, "HTTP/1.1 200 OK\r\nContent-Length: 9437184\r\n\r\n");
              const std::string mega(1 << 20, 'x');
-             for (int i = 0; i < 9 && !arret && ServeurBrut::ecrire(s, mega); ++i) {}
+             for (int i = 0; i < 9 && !arret && ServeurBrut::ecrire(s, mega); ++i) {
+             }
          }},
-        {"geant sans longueur", [](int s, const auto& arret) {
+        {"geant sans longueur",
+         [](int s, const auto& arret) {
              ServeurBrut::lireRequete(s);
              ServeurBrut::ecrire(s, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
              const std::string mega(1 << 20, 'x');
-             for (int i = 0; i < 9 && !arret && ServeurBrut::ecrire(s, mega); ++i) {}
+             for (int i = 0; i < 9 && !arret && ServeurBrut::ecrire(s, mega); ++i) {
+             }
          }},
     };
 
@@ -99,7 +109,8 @@ TEST(FautesDuServeur, ChaqueFauteFinitEnErreurBorneeSansArreterLaBoucle) {
         RecordProperty(fautes[i].nom, std::to_string(durees[i].count()) + " ms");
     }
     // Bounded: nothing outlives the 60 s bound by more than scheduling noise.
-    for (const auto& d : durees) EXPECT_LT(d, 75s);
+    for (const auto& d : durees)
+        EXPECT_LT(d, 75s);
     // The answers too large say so.
     EXPECT_NE(decrire(resultats[4]->error()).find("8388608 octets"), std::string::npos);
     EXPECT_NE(decrire(resultats[5]->error()).find("8388608 octets"), std::string::npos);

@@ -16,8 +16,10 @@ public:
         tzset();
     }
     ~FuseauFixe() {
-        if (avant_) setenv("TZ", avant_->c_str(), 1);
-        else unsetenv("TZ");
+        if (avant_)
+            setenv("TZ", avant_->c_str(), 1);
+        else
+            unsetenv("TZ");
         tzset();
     }
     FuseauFixe(const FuseauFixe&) = delete;

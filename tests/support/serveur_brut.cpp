@@ -40,7 +40,8 @@ ServeurBrut::~ServeurBrut() {
     accepteur_.join();
     close(ecoute_);
     std::lock_guard v(verrou_);
-    for (auto& c : connexions_) c.join();
+    for (auto& c : connexions_)
+        c.join();
 }
 
 void ServeurBrut::lireRequete(int socket) {

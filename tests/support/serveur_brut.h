@@ -23,7 +23,7 @@ public:
     std::string adresse() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
     // Helpers for conduites.
-    static void lireRequete(int socket);                  // reads up to the blank line
+    static void lireRequete(int socket); // reads up to the blank line
     static bool ecrire(int socket, const std::string& octets);
 
 private:

@@ -24,11 +24,16 @@ void ServeurHttp::route(const std::string& methode, const std::string& chemin, R
         }
         reponse(req, res);
     };
-    if (methode == "GET") serveur_.Get(chemin, gerer);
-    else if (methode == "POST") serveur_.Post(chemin, gerer);
-    else if (methode == "PUT") serveur_.Put(chemin, gerer);
-    else if (methode == "DELETE") serveur_.Delete(chemin, gerer);
-    else throw std::invalid_argument("méthode " + methode);
+    if (methode == "GET")
+        serveur_.Get(chemin, gerer);
+    else if (methode == "POST")
+        serveur_.Post(chemin, gerer);
+    else if (methode == "PUT")
+        serveur_.Put(chemin, gerer);
+    else if (methode == "DELETE")
+        serveur_.Delete(chemin, gerer);
+    else
+        throw std::invalid_argument("méthode " + methode);
 }
 
 void ServeurHttp::demarrer() {
@@ -36,10 +41,13 @@ void ServeurHttp::demarrer() {
     if (port_ <= 0) throw std::runtime_error("pas de port libre");
     fil_ = std::thread([this] { serveur_.listen_after_bind(); });
     // The socket already listens: connections wait in its backlog until the loop runs.
-    while (!serveur_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (!serveur_.is_running())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-std::string ServeurHttp::adresse() const { return "http://127.0.0.1:" + std::to_string(port_); }
+std::string ServeurHttp::adresse() const {
+    return "http://127.0.0.1:" + std::to_string(port_);
+}
 
 std::vector<ServeurHttp::Requete> ServeurHttp::requetes() const {
     std::lock_guard v(verrou_);
