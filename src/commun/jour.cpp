@@ -34,7 +34,10 @@ std::int64_t debutJourLocalMs(std::int64_t instantMs) {
     if (localtime_r(&avant, &verif) && verif.tm_mday == minuit.tm_mday &&
         verif.tm_mon == minuit.tm_mon && verif.tm_hour == 0 && verif.tm_min == 0)
         t = avant;
-    return static_cast<std::int64_t>(t) * 1000;
+    std::int64_t ms;
+    if (__builtin_mul_overflow(static_cast<std::int64_t>(t), 1000, &ms))
+        throw std::range_error("début de jour hors des millisecondes sur 64 bits");
+    return ms;
 }
 
 std::string jourLocal(std::int64_t instantMs) {

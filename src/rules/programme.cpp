@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <stdexcept>
 
 namespace tavi::Programme {
 
@@ -28,7 +29,10 @@ std::set<std::string> enEnsemble(const std::optional<std::vector<std::string>>& 
 // The end of the local day of `maintenant`: its start plus a fixed 86,400 s. On a day with a
 // daylight-saving change this is an hour off the next midnight, and that is intended.
 std::int64_t finJour(std::int64_t maintenant) {
-    return debutJourLocalMs(maintenant) + 86'400'000;
+    std::int64_t fin;
+    if (__builtin_add_overflow(debutJourLocalMs(maintenant), 86'400'000, &fin))
+        throw std::range_error("fin de jour hors des millisecondes sur 64 bits");
+    return fin;
 }
 
 bool estActive(const Plage& plage, std::int64_t maintenant) {

@@ -87,6 +87,13 @@ TEST(Tavi, UneConsigneIllisibleNImprimeRienEtDitPourquoiSurUneLigne) {
         EXPECT_EQ(s.err.rfind("tavi: ", 0), 0u) << s.err;
         EXPECT_NE(s.err.find("programme[0].debut_ms"), std::string::npos) << s.err;
     }
+    // An instant whose day cannot be counted in 64-bit milliseconds is refused, not wrapped.
+    Sortie horsBornes =
+        tavi({"regle", "--maintenant", "9223372036854775807", "--utilise-jour", "100"},
+             R"({"limite_jour_min": 1})");
+    EXPECT_EQ(horsBornes.statut, 2);
+    EXPECT_EQ(horsBornes.out, "");
+    EXPECT_EQ(lignes(horsBornes.err), 1u) << horsBornes.err;
     Sortie absent = tavi({"consigne", "/nulle/part.json"});
     EXPECT_EQ(absent.statut, 2);
     EXPECT_EQ(absent.err.rfind("tavi: impossible de lire /nulle/part.json : ", 0), 0u)
