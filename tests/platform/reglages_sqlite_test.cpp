@@ -58,93 +58,62 @@ std::vector<fs::path> misDeCote(const DossierTemporaire& dossier) {
 
 } // namespace
 
-TEST(ReglagesSqlite, RendChaqueTypeOctetPourOctetAvantEtApresReouverture) {
+TEST(ReglagesSqlite, RendChaqueTypeOctetPourOctetApresReouvertureEtRienDAutre) {
     DossierTemporaire dossier;
+    const auto fichier = dossier / "reglages.sqlite";
     const std::vector<std::pair<std::string, Valeur>> valeurs = {
         {"deux53", 0x1p53},
-        {"negatif", -0.5},
         {"zeroNegatif", -0.0},
         {"infini", -INFINITY},
-        {"texte", std::string("Léa \xf0\x9f\x8c\x99")},
-        {"texteNul", std::string("a\0b", 3)},
+        {"texte", std::string("Léa") + '\0' + "\xf0\x9f\x8c\x99"},
         {"vrai", true},
         {"faux", false},
-        {"textes", std::vector<std::string>{"historique", "rapport", ""}},
-        {"textesVides", std::vector<std::string>{}},
+        {"textes", std::vector<std::string>{"historique", ""}},
         {"dictionnaire", Dictionnaire{{{"org.mozilla.firefox", {{"s", 12.5}, {"nom", "Fx"}}}}}},
         {"donnees", Donnees{std::string("\0\xff\xfe{\"a\":1}\0\x80", 12)}},
         {"donneesVides", Donnees{}},
     };
-    auto verifier = [&](const ReglagesSqlite& reglages) {
-        for (const auto& [cle, attendue] : valeurs)
-            EXPECT_EQ(reglages.lire(cle), attendue) << cle;
-        EXPECT_TRUE(std::signbit(*reglages.nombre("zeroNegatif")));
-    };
     {
-        ReglagesSqlite reglages(dossier / "reglages.sqlite");
+        ReglagesSqlite reglages(fichier);
         ASSERT_TRUE(reglages.persistant());
         for (const auto& [cle, valeur] : valeurs)
             reglages.ecrire(cle, valeur);
-        verifier(reglages);
-    }
-    ReglagesSqlite rouvert(dossier / "reglages.sqlite");
-    verifier(rouvert);
-    EXPECT_EQ(rouvert.echecs(), 0);
-}
-
-TEST(ReglagesSqlite, UneCleAbsenteDUnAutreTypeOuMalFormeeSeLitAbsente) {
-    DossierTemporaire dossier;
-    const auto fichier = dossier / "reglages.sqlite";
-    {
-        ReglagesSqlite reglages(fichier);
-        reglages.ecrire("installation", std::string("8F1C"));
-        reglages.ecrire("consigne", Donnees{"{}"});
-        EXPECT_FALSE(reglages.lire("jamais_ecrite"));
-        EXPECT_FALSE(reglages.nombre("installation"));
-        EXPECT_FALSE(reglages.texte("consigne"));
-        EXPECT_FALSE(reglages.dictionnaire("consigne"));
-    }
-    // Rows edited by hand whose value does not have the shape their type promises.
-    sqlDirect(fichier, "INSERT INTO reglages VALUES ('b', 'booleen', 2), ('n', 'nombre', 'x'), "
-                       "('l', 'textes', '[1]'), ('d', 'dictionnaire', '{'), "
-                       "('o', 'donnees', 'texte'), ('t', 'inconnu', 1)");
-    ReglagesSqlite reglages(fichier);
-    for (const char* cle : {"b", "n", "l", "d", "o", "t"})
-        EXPECT_FALSE(reglages.lire(cle)) << cle;
-}
-
-TEST(ReglagesSqlite, EcraseSupprimeEtVoitAussitotLesEcrituresDUnAutreProcessus) {
-    DossierTemporaire dossier;
-    const auto fichier = dossier / "reglages.sqlite";
-    {
-        ReglagesSqlite reglages(fichier);
+        // Overwritten with another type, deleted, and deleting what never was.
         reglages.ecrire("prenom", std::string("Léa"));
         reglages.ecrire("prenom", true);
         reglages.ecrire("ordinateur_id", std::string("c-12"));
         reglages.supprimer("ordinateur_id");
         reglages.supprimer("jamais_ecrite");
-        EXPECT_EQ(reglages.echecs(), 0);
     }
-    ReglagesSqlite reglages(fichier);
-    EXPECT_EQ(reglages.booleen("prenom"), true);
-    EXPECT_FALSE(reglages.lire("ordinateur_id"));
+    // Rows edited by hand whose value does not have the shape their type promises.
+    sqlDirect(fichier, "INSERT INTO reglages VALUES ('b', 'booleen', 2), ('n', 'nombre', 'x'), "
+                       "('l', 'textes', '[1]'), ('d', 'dictionnaire', '{'), "
+                       "('o', 'donnees', 'texte'), ('t', 'inconnu', 1)");
+    ReglagesSqlite rouvert(fichier);
+    for (const auto& [cle, attendue] : valeurs)
+        EXPECT_EQ(rouvert.lire(cle), attendue) << cle;
+    EXPECT_TRUE(std::signbit(*rouvert.nombre("zeroNegatif")));
+    EXPECT_EQ(rouvert.booleen("prenom"), true);
+    for (const char* absente : {"ordinateur_id", "jamais_ecrite", "b", "n", "l", "d", "o", "t"})
+        EXPECT_FALSE(rouvert.lire(absente)) << absente;
+    // Another type reads absent.
+    EXPECT_FALSE(rouvert.nombre("texte"));
+    EXPECT_FALSE(rouvert.texte("donnees"));
+    EXPECT_EQ(rouvert.echecs(), 0);
 
     // `tavi reglage` writes through a connection of its own; nothing is cached here.
     ReglagesSqlite(fichier).ecrire("serveur", std::string("https://famille.example"));
-    EXPECT_EQ(reglages.texte("serveur"), "https://famille.example");
+    EXPECT_EQ(rouvert.texte("serveur"), "https://famille.example");
 }
 
 TEST(ReglagesSqlite, RefuseUneValeurQuIlNeGarderaitPasFidelementEtGardeLAncienne) {
     ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
     reglages.ecrire("reste_base_s", 60.0);
-    reglages.ecrire("accord_cles", std::vector<std::string>{"rapport"});
-
     reglages.ecrire("reste_base_s", NAN);
     reglages.ecrire("accord_cles", std::vector<std::string>{"\xff"});
     reglages.ecrire("noms_applis", Dictionnaire{{{"a", "\xc3"}}});
-
     EXPECT_EQ(reglages.nombre("reste_base_s"), 60.0);
-    EXPECT_EQ(reglages.textes("accord_cles"), std::vector<std::string>{"rapport"});
+    EXPECT_FALSE(reglages.lire("accord_cles"));
     EXPECT_FALSE(reglages.lire("noms_applis"));
     EXPECT_EQ(reglages.echecs(), 3);
 }
@@ -157,19 +126,15 @@ TEST(ReglagesSqlite, UnGroupeEcritToutOuRienEtRendLExceptionDeSonAppelant) {
         reglages.ecrire("h_ar", 200.0);
         reglages.grouper([&] {
             reglages.ecrire("exterieur", 1.0);
-            EXPECT_EQ(reglages.nombre("exterieur"), 1.0);
-            reglages.grouper([&] { reglages.ecrire("interieur", 2.0); });
             // An inner group that throws undoes its own writes only.
             try {
                 reglages.grouper([&] {
-                    reglages.ecrire("annule", 3.0);
                     reglages.ecrire("exterieur", 4.0);
                     throw std::runtime_error("intérieur");
                 });
             } catch (const std::runtime_error&) {
             }
         });
-
         auto echoue = [&] {
             reglages.grouper([&] {
                 reglages.supprimer("h_ar");
@@ -182,8 +147,6 @@ TEST(ReglagesSqlite, UnGroupeEcritToutOuRienEtRendLExceptionDeSonAppelant) {
     }
     ReglagesSqlite reglages(fichier);
     EXPECT_EQ(reglages.nombre("exterieur"), 1.0);
-    EXPECT_EQ(reglages.nombre("interieur"), 2.0);
-    EXPECT_FALSE(reglages.lire("annule"));
     EXPECT_EQ(reglages.nombre("h_ar"), 200.0);
     EXPECT_FALSE(reglages.lire("perdu"));
     EXPECT_EQ(reglages.nombre("apres"), 1.0);
@@ -201,7 +164,6 @@ TEST(ReglagesSqlite, UnFichierAbimeEstMisDeCoteIntactAvecSonJournalEtRemplacePar
     const auto journal = testing::internal::GetCapturedStderr();
     EXPECT_EQ(lignes(journal), 1) << journal;
     EXPECT_NE(journal.find(fichier.string()), std::string::npos) << journal;
-
     auto deCote = misDeCote(dossier);
     ASSERT_EQ(deCote.size(), 1u);
     EXPECT_EQ(contenu(deCote[0]), dechets);
@@ -209,16 +171,16 @@ TEST(ReglagesSqlite, UnFichierAbimeEstMisDeCoteIntactAvecSonJournalEtRemplacePar
 
     // The fresh store is a real one, opened again in silence.
     testing::internal::CaptureStderr();
-    EXPECT_EQ(ReglagesSqlite(fichier).texte("installation"), "neuve");
+    {
+        ReglagesSqlite neuf(fichier);
+        EXPECT_EQ(neuf.texte("installation"), "neuve");
+        for (int i = 0; i < 100; ++i)
+            neuf.ecrire("cle" + std::to_string(i), std::string(99, 'x'));
+    }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 
     // A sound header over damaged pages is caught too, and the copy set aside first (most
     // likely within the same second) keeps its name.
-    {
-        ReglagesSqlite remplie(fichier);
-        for (int i = 0; i < 100; ++i)
-            remplie.ecrire("cle" + std::to_string(i), std::string(99, 'x'));
-    }
     std::string octets = contenu(fichier);
     ASSERT_GT(octets.size(), 8192u);
     std::fill(octets.begin() + 4096, octets.begin() + 4096 + 64, '\xee');
