@@ -142,7 +142,7 @@ private:
 
 } // namespace
 
-TEST(CoffreFichier, ChaqueSecretASonFichierAuSeulUtilisateurQuelQueSoitLUmask) {
+TEST(CoffreFichier, ChaqueSecretASonFichierAuSeulUtilisateurSansCollisionNiEvasion) {
     DossierTemporaire dossier;
     const fs::path secrets = dossier / "etat" / "secrets";
     CoffreFichier coffre(secrets);
@@ -156,28 +156,25 @@ TEST(CoffreFichier, ChaqueSecretASonFichierAuSeulUtilisateurQuelQueSoitLUmask) {
     EXPECT_EQ(mode(secrets / "com.tavi.home.mac@jeton"), 0600u);
     EXPECT_EQ(coffre.lire(service, compte), "second");
 
-    coffre.ecrire(service, "autre", "de l'autre compte");
+    // Names that could meet in one file name, or lead out of the folder.
     coffre.ecrire("a@b", "c", "un");
     coffre.ecrire("a", "b@c", "deux");
     coffre.ecrire("../..", "../evasion", "trois");
-    EXPECT_EQ(coffre.lire(service, "autre"), "de l'autre compte");
     EXPECT_EQ(coffre.lire("a@b", "c"), "un");
     EXPECT_EQ(coffre.lire("a", "b@c"), "deux");
     EXPECT_EQ(coffre.lire("../..", "../evasion"), "trois");
     EXPECT_EQ(noms(dossier / "etat"), std::vector<std::string>{"secrets"});
-    EXPECT_EQ(noms(secrets).size(), 5u) << "a temporary file was left behind";
+    EXPECT_EQ(noms(secrets).size(), 4u) << "a temporary file was left behind";
 
     // What a crash between writing and renaming leaves holds a secret too.
     std::ofstream(secrets / "~com.tavi.home.mac@jeton.a1b2c3") << "interrompu";
     coffre.supprimer(service, compte);
     EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
     EXPECT_EQ(fichiersContenant(secrets, "interrompu"), std::vector<fs::path>{});
-    EXPECT_EQ(coffre.lire(service, "autre"), "de l'autre compte");
+    EXPECT_EQ(coffre.lire("a@b", "c"), "un");
     EXPECT_TRUE(coffre.retirer(service, compte)) << "deleting what is gone is no failure";
-
     const std::string tropLong(200, 'x');
     EXPECT_FALSE(coffre.deposer(tropLong, tropLong, "refused"));
-    EXPECT_EQ(noms(secrets).size(), 4u);
 }
 
 TEST(CoffreFichier, UnDossierOuvertAuxAutresEstRefermeEtUnLienRefuse) {
@@ -188,7 +185,6 @@ TEST(CoffreFichier, UnDossierOuvertAuxAutresEstRefermeEtUnLienRefuse) {
     CoffreFichier coffre(secrets);
     ASSERT_TRUE(coffre.deposer(service, compte, "secret"));
     EXPECT_EQ(mode(secrets), 0700u);
-
     fs::permissions(secrets / "com.tavi.home.mac@jeton", fs::perms(0644));
     EXPECT_EQ(coffre.lire(service, compte), "secret");
     EXPECT_EQ(mode(secrets / "com.tavi.home.mac@jeton"), 0600u);
@@ -204,20 +200,17 @@ TEST(CoffreSansService, LeSecretVaDansUnFichierAuSeulUtilisateurEtLeJournalLeDit
     const auto premier = sansBus(dossier, "lire com.tavi.home.mac jeton\n"
                                           "ecrire com.tavi.home.mac jeton jeton-ancien-5e1d\n"
                                           "ecrire com.tavi.home.mac jeton jeton-neuf-9c2a\n"
-                                          "ecrire com.tavi.home.mac autre autre-secret-77b0\n"
                                           "lire com.tavi.home.mac jeton\n");
     ASSERT_EQ(premier.statut, 0) << premier.err;
-    EXPECT_EQ(premier.out, "absent\nok\nok\nok\n= jeton-neuf-9c2a\n");
+    EXPECT_EQ(premier.out, "absent\nok\nok\n= jeton-neuf-9c2a\n");
     const fs::path fichier = fichierSansBus(dossier);
     EXPECT_EQ(premier.err, "no Secret Service answers: the token is kept in " + fichier.string() +
                                ", readable by this user only\n");
     EXPECT_EQ(mode(fichier.parent_path()), 0700u);
     EXPECT_EQ(mode(fichier), 0600u);
-    EXPECT_EQ(fichiersContenant(dossier.chemin(), "jeton-neuf-9c2a"),
-              std::vector<fs::path>{fichier});
     EXPECT_EQ(fichiersContenant(dossier.chemin(), "jeton-ancien-5e1d"), std::vector<fs::path>{});
 
-    // Another process reads it, and says so once too; a delete leaves nothing.
+    // Another process reads it and says so once too; a delete leaves nothing.
     const auto second = sansBus(dossier, "lire com.tavi.home.mac jeton\n"
                                          "supprimer com.tavi.home.mac jeton\n"
                                          "lire com.tavi.home.mac jeton\n");
@@ -237,26 +230,16 @@ TEST(CoffreTrousseau, UnSeulElementParServiceEtCompteMisAJourEnPlace) {
     coffre.ecrire(service, compte, "jeton-un-41f0");
     coffre.ecrire(service, compte, "jeton-deux-8d3e");
     coffre.ecrire(service, "autre", "du-compte-autre");
-    coffre.ecrire("com.autre.service", compte, "du-service-autre");
     EXPECT_EQ(coffre.lire(service, compte), "jeton-deux-8d3e");
-    EXPECT_EQ(coffre.lire(service, "autre"), "du-compte-autre");
-    EXPECT_EQ(coffre.lire("com.autre.service", compte), "du-service-autre");
-    auto elements = trousseau.elements(compte);
-    ASSERT_EQ(elements.size(), 1u) << "the update added an item instead of replacing it";
-    gchar* libelle = secret_item_get_label(elements[0]);
-    EXPECT_STREQ(libelle, "Tavi Home: jeton (com.tavi.home.mac)");
-    g_free(libelle);
+    EXPECT_EQ(trousseau.elements(compte).size(), 1u)
+        << "the update added an item instead of replacing it";
 
     coffre.supprimer(service, compte);
     EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
     EXPECT_TRUE(trousseau.elements(compte).empty());
     EXPECT_EQ(coffre.lire(service, "autre"), "du-compte-autre");
-
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_FALSE(fs::exists(dossier / "secrets")) << "a file was written beside the keyring";
-    EXPECT_EQ(fichiersContenant(std::getenv("XDG_DATA_HOME"), "du-compte-autre"),
-              std::vector<fs::path>{})
-        << "the keyring keeps the secret in clear";
 }
 
 TEST(CoffreTrousseau, UnSecretGardeSansServiceSecretYEntreDesQuIlRepond) {
@@ -265,19 +248,21 @@ TEST(CoffreTrousseau, UnSecretGardeSansServiceSecretYEntreDesQuIlRepond) {
     DossierTemporaire dossier;
     const fs::path fichier = fichierSansBus(dossier);
     CoffreSecret coffre(fichier.parent_path());
+    auto ecrireSansBus = [&](const std::string& secret) {
+        ASSERT_EQ(sansBus(dossier, "ecrire com.tavi.home.mac jeton " + secret + "\n").statut, 0);
+    };
 
-    ASSERT_EQ(sansBus(dossier, "ecrire com.tavi.home.mac jeton garde-en-fichier-1\n").statut, 0);
+    ecrireSansBus("garde-en-fichier-1");
     EXPECT_EQ(coffre.lire(service, compte), "garde-en-fichier-1");
     EXPECT_FALSE(fs::exists(fichier));
-    EXPECT_EQ(trousseau.elements(compte).size(), 1u);
-    EXPECT_EQ(coffre.lire(service, compte), "garde-en-fichier-1") << "not moved to the keyring";
+    EXPECT_EQ(trousseau.elements(compte).size(), 1u) << "not moved to the keyring";
 
     // A write replaces both; a delete removes both.
-    ASSERT_EQ(sansBus(dossier, "ecrire com.tavi.home.mac jeton garde-en-fichier-2\n").statut, 0);
+    ecrireSansBus("garde-en-fichier-2");
     coffre.ecrire(service, compte, "ecrit-au-trousseau-3");
     EXPECT_FALSE(fs::exists(fichier));
     EXPECT_EQ(coffre.lire(service, compte), "ecrit-au-trousseau-3");
-    ASSERT_EQ(sansBus(dossier, "ecrire com.tavi.home.mac jeton garde-en-fichier-4\n").statut, 0);
+    ecrireSansBus("garde-en-fichier-4");
     coffre.supprimer(service, compte);
     EXPECT_FALSE(fs::exists(fichier));
     EXPECT_TRUE(trousseau.elements(compte).empty());
@@ -298,11 +283,9 @@ TEST(CoffreVerrouille, UnTrousseauVerrouilleRepondAbsentSansDemanderDeMotDePasse
 
     EspionInvites espion;
     testing::internal::CaptureStderr();
-    const auto debut = std::chrono::steady_clock::now();
     EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
     coffre.ecrire(service, compte, "pendant-verrou");
     coffre.supprimer(service, compte);
-    EXPECT_LT(std::chrono::steady_clock::now() - debut, 3s);
     // No one can answer a dialog here, so asking fails fast; on a desktop it would wait.
     EXPECT_EQ(espion.invites, 0) << "the store asked for a password dialog";
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
