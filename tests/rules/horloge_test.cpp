@@ -39,38 +39,25 @@ protected:
 
 } // namespace
 
-TEST_F(HorlogeServeur, SansEchantillonCEstLHeureMuraleEtUnEchantillonSansHeureNeComptePas) {
+TEST_F(HorlogeServeur, UnEchantillonSansHeureOuAuDelaDeTroisSecondesDAllerRetourEstIgnore) {
     EXPECT_EQ(maintenant(), horloges.murale);
     noterAvec(0, 100);
     noterAvec(-5, 100);
-    EXPECT_FALSE(cle("h_serveur_a"));
+    noterAvec(50'000, 3001);
     EXPECT_EQ(maintenant(), horloges.murale);
-}
-
-TEST_F(HorlogeServeur, UnAllerRetourDePlusDeTroisSecondesEstIgnore) {
-    horloges.mono = 4001;
-    Horloge::noter(*reglages, horloges, 50'000, 1000, 4001);
-    EXPECT_FALSE(cle("h_serveur_a"));
-
-    horloges.mono = 4000;
-    Horloge::noter(*reglages, horloges, 50'000, 1000, 4000);
-    EXPECT_EQ(cle("h_serveur_a"), 51'500);
-    EXPECT_EQ(cle("h_ar"), 3000);
-    EXPECT_EQ(cle("h_mono_a"), 4000);
-    EXPECT_EQ(cle("h_demarrage"), horloges.identite);
-    EXPECT_EQ(cle("h_ecart"), 51'500 - horloges.murale);
+    noterAvec(50'000, 3000);
+    EXPECT_EQ(maintenant(), 51'500);
 }
 
 TEST_F(HorlogeServeur, LeServeurRetenuEstAvanceDeLaMoitieDeLAllerRetourArrondieVersLeBas) {
     noterAvec(10'000, 201);
-    EXPECT_EQ(cle("h_serveur_a"), 10'100);
     horloges.avancer(2'500);
     EXPECT_EQ(maintenant(), 12'600);
 
     // A reversed round trip from a confused caller: halving still rounds toward minus infinity.
     horloges.avancer(6 * minute);
     noterAvec(10'000, -3);
-    EXPECT_EQ(cle("h_serveur_a"), 9'998);
+    EXPECT_EQ(maintenant(), 9'998);
 }
 
 TEST_F(HorlogeServeur, DansLesCinqMinutesSeulUnAllerRetourAussiBonRemplaceApresToutLeFait) {
@@ -100,19 +87,18 @@ TEST_F(HorlogeServeur, UnEchantillonDUnAutreDemarrageOuDUneMonotoneEnAvanceEstRe
     horloges.avancer(minute);
     horloges.identite = 777;
     noterAvec(2'000'000, 2'000);
-    EXPECT_EQ(cle("h_serveur_a"), 2'001'000);
+    EXPECT_EQ(maintenant(), 2'001'000);
 
     // A retained reading ahead of the arrival cannot be from this boot's clock.
     horloges.mono -= 30'000;
     noterAvec(3'000'000, 2'500);
-    EXPECT_EQ(cle("h_serveur_a"), 3'001'250);
+    EXPECT_EQ(maintenant(), 3'001'250);
 }
 
 TEST_F(HorlogeServeur, ApresUnRedemarrageCEstLHeureMuraleCorrigeeDeLEcartConnu) {
     horloges.murale = 1'795'000'000'000;
     noterAvec(1'795'000'042'000, 400);
     const auto ecart = 1'795'000'042'200 - 1'795'000'000'000;
-    EXPECT_EQ(cle("h_ecart"), ecart);
 
     horloges.avancer(10 * minute);
     horloges.redemarrer(99);
@@ -167,12 +153,10 @@ TEST_F(HorlogeServeur, UnMagasinTrafiqueOuDesNombresHorsBornesNeFontPasTomberLAg
     horloges.murale = max - 5;
     EXPECT_EQ(maintenant(), max - 5);
 
-    // Samples whose arithmetic would overflow are ignored; the stored one stays.
+    // Samples whose arithmetic would overflow are ignored; a good one replaces an unreadable one.
     Horloge::noter(*reglages, horloges, max - 100, 0, 2'000);
     Horloge::noter(*reglages, horloges, 1'000, std::numeric_limits<std::int64_t>::min(), 2'000);
     EXPECT_EQ(cle("h_serveur_a"), 0x1p62);
-
-    // A good sample takes the place of an unreadable one.
     reglages->ecrire("h_mono_a", -INFINITY);
     reglages->ecrire("h_ar", INFINITY);
     horloges.murale = 1'795'000'000'000;
