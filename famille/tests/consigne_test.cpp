@@ -35,8 +35,12 @@ PlageHebdo plage(std::set<int> jours, int debut, int fin) {
     return p;
 }
 
-std::vector<std::pair<std::int64_t, std::int64_t>> intervalles(const json& c) {
-    std::vector<std::pair<std::int64_t, std::int64_t>> liste;
+using Intervalles = std::vector<std::pair<std::int64_t, std::int64_t>>;
+
+// The ranges sent at `t` in `zone`, as (start, end) instants.
+Intervalles intervalles(const Reglages& r, std::int64_t t, const date::time_zone& zone = paris()) {
+    Intervalles liste;
+    const json c = consigne(enfant(r), {}, t, zone);
     for (const auto& p : c.at("programme"))
         liste.emplace_back(p.at("debut_ms").get<std::int64_t>(),
                            p.at("fin_ms").get<std::int64_t>());
@@ -47,34 +51,23 @@ const std::set<int> tous = {0, 1, 2, 3, 4, 5, 6};
 
 } // namespace
 
-TEST(Consigne, LaPauseFamilleTientJusquaSaFinPuisNEstPlusEnvoyee) {
+TEST(Consigne, LaPauseFamilleTientJusquaSaFinMemePendantUneOuverture) {
     std::int64_t t = utc(2026, 11, 22, 17);
     Reglages r;
     r.pause = Pause{t + 10 * 60000, "À table"};
+    r.ouvertJusquMs = t + 30 * 60000;
     json pendant = consigne(enfant(r), {}, t, paris());
     EXPECT_EQ(pendant.at("protege_maintenant"), true);
     EXPECT_EQ(pendant.at("fin_ms"), t + 10 * 60000);
     EXPECT_EQ(pendant.at("cause"), "pause_famille");
     EXPECT_EQ(pendant.at("titre"), "À table");
     EXPECT_EQ(pendant.at("regle"), json({{"mode", "tout"}}));
+    EXPECT_EQ(pendant.at("ouvert_jusqu_ms"), t + 30 * 60000);
 
     json apres = consigne(enfant(r), {}, t + 10 * 60000, paris());
     EXPECT_EQ(apres.at("protege_maintenant"), false);
     for (const char* cle : {"fin_ms", "cause", "titre", "regle"})
         EXPECT_FALSE(apres.contains(cle)) << cle;
-}
-
-TEST(Consigne, UneOuvertureLaissePasserLaPauseFamilleEtFinitSeule) {
-    std::int64_t t = utc(2026, 11, 22, 17);
-    Reglages r;
-    r.ouvertJusquMs = t + 30 * 60000;
-    r.pause = Pause{t + 10 * 60000, std::nullopt};
-    json c = consigne(enfant(r), {}, t, paris());
-    EXPECT_EQ(c.at("ouvert_jusqu_ms"), t + 30 * 60000);
-    EXPECT_EQ(c.at("protege_maintenant"), true);
-    EXPECT_EQ(c.at("cause"), "pause_famille");
-    EXPECT_FALSE(c.contains("titre"));
-
     EXPECT_FALSE(consigne(enfant(r), {}, t + 30 * 60000, paris()).contains("ouvert_jusqu_ms"));
 }
 
@@ -83,96 +76,74 @@ TEST(Consigne, LesPlagesDeNuitTraversentMinuitEnHeureDeLEnfant) {
     r.plages = {plage(tous, 21 * 60, 7 * 60)};
     // Sunday 22 November 2026, 13:00 in Paris (UTC+1): tonight's and tomorrow's nights; last
     // night's has ended and Tuesday's starts after the 48 hours.
-    EXPECT_EQ(intervalles(consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris())),
-              (std::vector<std::pair<std::int64_t, std::int64_t>>{
-                  {utc(2026, 11, 22, 20), utc(2026, 11, 23, 6)},
-                  {utc(2026, 11, 23, 20), utc(2026, 11, 24, 6)}}));
+    EXPECT_EQ(intervalles(r, utc(2026, 11, 22, 12)),
+              (Intervalles{{utc(2026, 11, 22, 20), utc(2026, 11, 23, 6)},
+                           {utc(2026, 11, 23, 20), utc(2026, 11, 24, 6)}}));
     // At 03:00 in Paris the night that began yesterday is still running and is sent whole.
-    auto nuit = intervalles(consigne(enfant(r), {}, utc(2026, 11, 22, 2), paris()));
-    ASSERT_FALSE(nuit.empty());
-    EXPECT_EQ(nuit.front(), std::make_pair(utc(2026, 11, 21, 20), utc(2026, 11, 22, 6)));
+    EXPECT_EQ(intervalles(r, utc(2026, 11, 22, 2)).at(0),
+              std::make_pair(utc(2026, 11, 21, 20), utc(2026, 11, 22, 6)));
 
     // Week days only: nothing starts on Sunday, Monday night is the next one.
     r.plages = {plage({0, 1, 2, 3, 4}, 21 * 60, 7 * 60)};
-    EXPECT_EQ(intervalles(consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris())),
-              (std::vector<std::pair<std::int64_t, std::int64_t>>{
-                  {utc(2026, 11, 23, 20), utc(2026, 11, 24, 6)}}));
-
+    EXPECT_EQ(intervalles(r, utc(2026, 11, 22, 12)),
+              (Intervalles{{utc(2026, 11, 23, 20), utc(2026, 11, 24, 6)}}));
     // An end at 24:00 is the next midnight.
     r.plages = {plage({0}, 22 * 60, 1440)};
-    EXPECT_EQ(intervalles(consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris())),
-              (std::vector<std::pair<std::int64_t, std::int64_t>>{
-                  {utc(2026, 11, 23, 21), utc(2026, 11, 23, 23)}}));
+    EXPECT_EQ(intervalles(r, utc(2026, 11, 22, 12)),
+              (Intervalles{{utc(2026, 11, 23, 21), utc(2026, 11, 23, 23)}}));
 }
 
 TEST(Consigne, LesPlagesSuiventLesChangementsDHeureDuFuseau) {
     Reglages r;
     r.plages = {plage(tous, 21 * 60, 7 * 60)};
     // 25 October 2026: 03:00 summer time becomes 02:00 winter time, the night lasts 11 hours.
-    auto automne = intervalles(consigne(enfant(r), {}, utc(2026, 10, 24, 12), paris()));
-    ASSERT_EQ(automne.size(), 2u);
-    EXPECT_EQ(automne[0], std::make_pair(utc(2026, 10, 24, 19), utc(2026, 10, 25, 6)));
-    EXPECT_EQ(automne[1], std::make_pair(utc(2026, 10, 25, 20), utc(2026, 10, 26, 6)));
-
+    EXPECT_EQ(intervalles(r, utc(2026, 10, 24, 12)),
+              (Intervalles{{utc(2026, 10, 24, 19), utc(2026, 10, 25, 6)},
+                           {utc(2026, 10, 25, 20), utc(2026, 10, 26, 6)}}));
     // 29 March 2026: 02:00 winter time becomes 03:00 summer time, the night lasts 9 hours.
-    auto printemps = intervalles(consigne(enfant(r), {}, utc(2026, 3, 28, 12), paris()));
-    ASSERT_FALSE(printemps.empty());
-    EXPECT_EQ(printemps[0], std::make_pair(utc(2026, 3, 28, 20), utc(2026, 3, 29, 5)));
+    EXPECT_EQ(intervalles(r, utc(2026, 3, 28, 12)).at(0),
+              std::make_pair(utc(2026, 3, 28, 20), utc(2026, 3, 29, 5)));
+    // The same weekly range in another zone lands elsewhere in absolute time.
+    EXPECT_EQ(intervalles(r, utc(2026, 11, 22, 18), *date::locate_zone("America/New_York")).at(0),
+              std::make_pair(utc(2026, 11, 23, 2), utc(2026, 11, 23, 12)));
 
     // A range starting in the skipped hour starts at the jump; one inside it disappears.
     r.plages = {plage({6}, 2 * 60 + 30, 4 * 60), plage({6}, 2 * 60 + 10, 2 * 60 + 50)};
-    EXPECT_EQ(intervalles(consigne(enfant(r), {}, utc(2026, 3, 28, 12), paris())),
-              (std::vector<std::pair<std::int64_t, std::int64_t>>{
-                  {utc(2026, 3, 29, 1), utc(2026, 3, 29, 2)}}));
-
-    // The same weekly range in another zone lands elsewhere in absolute time.
-    r.plages = {plage(tous, 21 * 60, 7 * 60)};
-    auto newYork = intervalles(
-        consigne(enfant(r), {}, utc(2026, 11, 22, 18), *date::locate_zone("America/New_York")));
-    ASSERT_FALSE(newYork.empty());
-    EXPECT_EQ(newYork[0], std::make_pair(utc(2026, 11, 23, 2), utc(2026, 11, 23, 12)));
+    EXPECT_EQ(intervalles(r, utc(2026, 3, 28, 12)),
+              (Intervalles{{utc(2026, 3, 29, 1), utc(2026, 3, 29, 2)}}));
 }
 
-TEST(Consigne, LesPlagesPortentLeurRegleLeurCauseEtLeurTitre) {
+TEST(Consigne, UnePlagePorteSaRegleSaCauseEtSonTitre) {
     Reglages r;
     PlageHebdo devoirs = plage(tous, 17 * 60, 18 * 60);
     devoirs.familles = std::set<std::string>{"jeux", "videos"};
     devoirs.cause = "gage";
     devoirs.titre = "Devoirs";
-    r.plages = {devoirs};
-    json premiere = consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris()).at("programme").at(0);
-    EXPECT_EQ(premiere.at("regle"),
+    r.plages = {devoirs, plage(tous, 19 * 60, 20 * 60)};
+    json programme = consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris()).at("programme");
+    EXPECT_EQ(programme.at(0).at("regle"),
               json({{"mode", "familles"}, {"familles", json::array({"jeux", "videos"})}}));
-    EXPECT_EQ(premiere.at("cause"), "gage");
-    EXPECT_EQ(premiere.at("titre"), "Devoirs");
-
-    r.plages = {plage(tous, 17 * 60, 18 * 60)};
-    json simple = consigne(enfant(r), {}, utc(2026, 11, 22, 12), paris()).at("programme").at(0);
-    EXPECT_EQ(simple.at("regle"), json({{"mode", "tout"}}));
-    EXPECT_FALSE(simple.contains("cause"));
-    EXPECT_FALSE(simple.contains("titre"));
+    EXPECT_EQ(programme.at(0).at("cause"), "gage");
+    EXPECT_EQ(programme.at(0).at("titre"), "Devoirs");
+    EXPECT_EQ(programme.at(1).at("regle"), json({{"mode", "tout"}}));
+    EXPECT_FALSE(programme.at(1).contains("cause") || programme.at(1).contains("titre"));
 }
 
-TEST(Consigne, LeResteDuJourCompteTousLesOrdinateursLesAccordsEtLaTirelire) {
+TEST(Consigne, LeResteDuJourEtLesLimitesDApplisComptentLesAutresOrdinateurs) {
     std::int64_t t = utc(2026, 11, 22, 12);
-    EXPECT_FALSE(consigne(enfant(), {35, 10, {}}, t, paris()).contains("limite_jour_min"));
-    EXPECT_FALSE(consigne(enfant(), {35, 10, {}}, t, paris()).contains("reste_jour_min"));
+    json sansLimite = consigne(enfant(), {35, 10, {}}, t, paris());
+    EXPECT_FALSE(sansLimite.contains("limite_jour_min") || sansLimite.contains("reste_jour_min"));
 
     Reglages r;
     r.limiteJourMin = 60;
-    json c = consigne(enfant(r), {35.3, 10, {}}, t, paris());
-    EXPECT_EQ(c.at("limite_jour_min"), 60.0);
-    EXPECT_EQ(c.at("reste_jour_min"), 34.7);
-    EXPECT_EQ(consigne(enfant(r), {80, 10, {}}, t, paris()).at("reste_jour_min"), 0.0);
-}
-
-TEST(Consigne, LesLimitesDApplisSommentLeGroupeSurLesAutresOrdinateurs) {
-    Reglages r;
     r.limitesApplis = {{"jeux", "Jeux", 30, {"steam", "minecraft"}},
                        {"video.2", "Vidéo", 20, {"vlc"}}};
     r.coupees = {"discord"};
-    UsageDuJour usage{0, 0, {{"steam", 5}, {"minecraft", 2.5}, {"firefox", 9}}};
-    json c = consigne(enfant(r), usage, utc(2026, 11, 22, 12), paris());
+    UsageDuJour usage{35.3, 10, {{"steam", 5}, {"minecraft", 2.5}, {"firefox", 9}}};
+    json c = consigne(enfant(r), usage, t, paris());
+    EXPECT_EQ(c.at("limite_jour_min"), 60.0);
+    EXPECT_EQ(c.at("reste_jour_min"), 34.7);
+    EXPECT_EQ(consigne(enfant(r), {80, 10, {}}, t, paris()).at("reste_jour_min"), 0.0);
     EXPECT_EQ(c.at("limites_autres"), json({{"jeux", 7.5}, {"video.2", 0.0}}));
     EXPECT_EQ(c.at("mac").at("limites").at(0),
               json({{"id", "jeux"},
@@ -195,6 +166,7 @@ TEST(Consigne, LesMembresOntLesTypesQueLAgentDecode) {
     for (const char* cle : {"heure_serveur_ms", "fin_ms", "ouvert_jusqu_ms"})
         EXPECT_TRUE(c.at(cle).is_number_integer()) << cle;
     EXPECT_TRUE(c.at("programme").at(0).at("debut_ms").is_number_integer());
+    EXPECT_FALSE(c.contains("titre")) << "a pause without a title sends none, not null";
     EXPECT_EQ(c.at("prenom"), "Léa");
     EXPECT_EQ(c.at("tirelire_min"), 12.5);
     EXPECT_EQ(c.at("rapport_applis"), json({{"actif", false}}));
@@ -212,16 +184,13 @@ TEST(Consigne, LesMembresOntLesTypesQueLAgentDecode) {
 
 TEST(Semaine, LesJoursEtLesHeuresSeLisentCommeLesParentsLesEcrivent) {
     EXPECT_EQ(lireJours("tous"), tous);
-    EXPECT_EQ(lireJours("lu-ve"), (std::set<int>{0, 1, 2, 3, 4}));
-    EXPECT_EQ(lireJours("sa,di"), (std::set<int>{5, 6}));
     EXPECT_EQ(lireJours("lu-me,ve"), (std::set<int>{0, 1, 2, 4}));
-    for (const char* faux : {"", "ve-lu", "lundi", "lu,", "lu--ma", "Lu"})
+    EXPECT_EQ(lireJours("sa,di"), (std::set<int>{5, 6}));
+    for (const char* faux : {"", "ve-lu", "lu,", "Lu"})
         EXPECT_FALSE(lireJours(faux)) << faux;
     EXPECT_EQ(ecrireJours({0, 1, 2, 3, 4}), "lu,ma,me,je,ve");
-
     EXPECT_EQ(lireHeure("07:05", false), 425);
     EXPECT_EQ(lireHeure("24:00", true), 1440);
-    for (const char* faux : {"24:00", "7:00", "12:60", "ab:cd", "12h00"})
+    for (const char* faux : {"24:00", "7:00", "12:60"})
         EXPECT_FALSE(lireHeure(faux, false)) << faux;
-    EXPECT_FALSE(lireHeure("24:01", true));
 }
