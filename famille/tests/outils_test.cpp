@@ -65,21 +65,19 @@ std::string ServeurEssai::appairer(const std::string& prenom, const std::string&
 
 httplib::Result poster(httplib::Client& client, const std::string& chemin, const json& corps,
                        const std::string& jeton, const std::string& installation) {
-    httplib::Headers entetes = {{"X-Tavi-Installation", installation}};
-    if (!jeton.empty()) entetes.emplace("Authorization", "Bearer " + jeton);
-    return client.Post(chemin.c_str(), entetes, corps.dump(), "application/json");
+    return posterTexte(client, chemin, corps.dump(), jeton, installation);
 }
 
 httplib::Result posterTexte(httplib::Client& client, const std::string& chemin,
-                            const std::string& corps, const std::string& jeton) {
-    httplib::Headers entetes = {{"X-Tavi-Installation", "installation-essai"}};
+                            const std::string& corps, const std::string& jeton,
+                            const std::string& installation) {
+    httplib::Headers entetes = {{"X-Tavi-Installation", installation}};
     if (!jeton.empty()) entetes.emplace("Authorization", "Bearer " + jeton);
     return client.Post(chemin.c_str(), entetes, corps, "application/json");
 }
 
 std::string detail(const httplib::Result& reponse) {
-    if (!reponse) return "pas de réponse";
-    json corps = json::parse(reponse->body, nullptr, false);
+    json corps = corpsJson(reponse);
     if (!corps.is_object() || !corps.contains("detail") || !corps["detail"].is_string()) return "";
     return corps["detail"].get<std::string>();
 }

@@ -48,7 +48,8 @@ httplib::Result poster(httplib::Client& client, const std::string& chemin,
                        const nlohmann::json& corps, const std::string& jeton = {},
                        const std::string& installation = "installation-essai");
 httplib::Result posterTexte(httplib::Client& client, const std::string& chemin,
-                            const std::string& corps, const std::string& jeton = {});
+                            const std::string& corps, const std::string& jeton = {},
+                            const std::string& installation = "installation-essai");
 
 // The "detail" of a refusal, or "" when the body has none.
 std::string detail(const httplib::Result& reponse);

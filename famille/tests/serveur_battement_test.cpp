@@ -40,16 +40,12 @@ TEST(Battement, ChaqueLotDuBattementEstEnregistre) {
     std::int64_t heure = maintenantMs() / 3600000 * 3600000;
 
     json corps = battement(42.5);
-    corps["sites"] = {
-        {{"d", "exemple.fr"}, {"p", heure + 1000}, {"f", heure + 5000}, {"s", 3000}},
-        {{"d", "wikipedia.org"}, {"p", heure + 2000}, {"f", heure + 3000}, {"s", 60}}};
-    corps["minutes_limites"] = {{"steam", 12.5}};
+    corps["sites"] = {{{"d", "exemple.fr"}, {"p", heure + 1000}, {"f", heure + 5000}, {"s", 3000}}};
     corps["usage_applis"] = {
         {"jours",
          {{aujourdhui(), {{"firefox", 30.5}, {"steam", 12.5}}}, {"2026-01-02", {{"vlc", 3.0}}}}},
         {"noms", {{"firefox", "Firefox"}, {"steam", "Steam"}, {"vlc", "VLC"}}}};
-    corps["applis_installees"] = {{{"p", "firefox"}, {"n", "Firefox"}, {"c", "web"}},
-                                  {{"p", "steam"}, {"n", "Steam"}}};
+    corps["applis_installees"] = {{{"p", "firefox"}, {"n", "Firefox"}, {"c", "web"}}};
     ASSERT_EQ(poster(client, "/api/enfant/battement", corps, jeton)->status, 200);
 
     // The next batch: more time on a site in the same hour (capped at an hour), a day of app
@@ -65,7 +61,6 @@ TEST(Battement, ChaqueLotDuBattementEstEnregistre) {
     ASSERT_EQ(ordinateurs.size(), 1u);
     EXPECT_EQ(ordinateurs[0].at("utilise_jour_min"), 43.0);
     EXPECT_EQ(ordinateurs[0].at("systeme"), "Debian 12");
-    EXPECT_EQ(ordinateurs[0].at("protection"), "active");
     EXPECT_EQ(ordinateurs[0].at("demarrage_auto"), true);
     EXPECT_EQ(lignes(serveur, "appli"), (std::vector<json>{{{"ordinateur", ordinateurs[0].at("id")},
                                                             {"id", "firefox"},
@@ -74,15 +69,12 @@ TEST(Battement, ChaqueLotDuBattementEstEnregistre) {
     EXPECT_EQ(
         compter(serveur.depot(), "SELECT COUNT(*) FROM usage_applis WHERE jour = '2026-01-02'"), 1)
         << "a day missing from a batch keeps what it had";
-    auto sites = lignes(serveur, "site");
-    ASSERT_EQ(sites.size(), 2u);
-    EXPECT_EQ(sites[0],
-              json({{"domaine", "exemple.fr"}, {"secondes", 3600}, {"dernier_ms", heure + 9000}}));
-    EXPECT_EQ(sites[1].at("domaine"), "wikipedia.org");
+    EXPECT_EQ(lignes(serveur, "site"),
+              std::vector<json>{json(
+                  {{"domaine", "exemple.fr"}, {"secondes", 3600}, {"dernier_ms", heure + 9000}})});
     auto installees = lignes(serveur, "installee");
-    ASSERT_EQ(installees.size(), 1u);
+    ASSERT_EQ(installees.size(), 1u) << "the new list replaces the old one";
     EXPECT_EQ(installees[0].at("id"), "vlc");
-    EXPECT_EQ(compter(serveur.depot(), "SELECT COUNT(*) FROM minutes_limites"), 1);
 }
 
 TEST(Battement, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
@@ -96,23 +88,21 @@ TEST(Battement, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
     EXPECT_NE(silence.at(0).at("pourquoi").get<std::string>().find("aucune nouvelle"),
               std::string::npos);
 
-    json annonce = {{"actif", true},      {"incertain", true},   {"plateforme", "linux"},
-                    {"version", "0.1.0"}, {"annonce", "veille"}, {"utilise_jour_min", 6}};
+    json annonce = battement(6);
+    annonce["incertain"] = true;
+    annonce["annonce"] = "veille";
     ASSERT_EQ(poster(client, "/api/enfant/battement", annonce, jeton)->status, 200);
-    auto apresAnnonce = lignes(serveur, "ordinateur").at(0);
-    EXPECT_EQ(apresAnnonce.at("derniere_annonce").at("texte"), "veille");
-    EXPECT_EQ(apresAnnonce.at("utilise_jour_min"), 6.0);
+    EXPECT_EQ(lignes(serveur, "ordinateur").at(0).at("derniere_annonce").at("texte"), "veille");
 
-    json arret = {{"actif", false},
-                  {"incertain", false},
-                  {"plateforme", "linux"},
-                  {"version", "0.1.0"},
-                  {"utilise_jour_min", 7}};
-    auto reponse = poster(client, "/api/enfant/battement", arret, jeton);
-    EXPECT_EQ(reponse->status, 200);
+    // A stop report is the one message without permissions.
+    json arret = battement(7);
+    arret.erase("autorisations");
+    arret["actif"] = false;
+    ASSERT_EQ(poster(client, "/api/enfant/battement", arret, jeton)->status, 200);
     auto arrete = lignes(serveur, "ordinateur").at(0);
     EXPECT_EQ(arrete.at("protection"), "coupée");
     EXPECT_EQ(arrete.at("pourquoi"), "arrêt signalé");
+    EXPECT_EQ(arrete.at("utilise_jour_min"), 7.0);
 }
 
 TEST(Battement, LeResteDuJourEtLesLimitesDApplisComptentLesDeuxOrdinateurs) {
@@ -146,30 +136,21 @@ TEST(Battement, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
     ServeurEssai serveur;
     std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
     auto client = serveur.client();
-    auto sites = [](json entree) {
-        json corps = battement(10);
-        corps["sites"] = json::array({entree});
-        return corps;
-    };
+    json siteFractionnaire = battement(10);
+    siteFractionnaire["sites"] = {{{"d", "a.fr"}, {"p", 1}, {"f", 2}, {"s", 1.5}}};
     json usageMalDate = battement(10);
     usageMalDate["usage_applis"] = {{"jours", {{"22/11/2026", {{"vlc", 1}}}}}};
     json texteAuLieuDeNombre = battement(10);
     texteAuLieuDeNombre["utilise_jour_min"] = "10";
-    json negatif = battement(-1);
-    json applisPasListe = battement(10);
-    applisPasListe["applis_installees"] = {{"p", "vlc"}};
 
     const std::vector<std::pair<std::string, std::string>> mauvais = {
         {"pas du JSON", "JSON"},
         {"[1, 2]", "objet"},
         {"{}", "« actif »"},
         {texteAuLieuDeNombre.dump(), "« utilise_jour_min »"},
-        {negatif.dump(), "« utilise_jour_min »"},
-        {sites({{"d", "a.fr"}, {"p", 1}, {"f", 2}, {"s", 1.5}}).dump(), "« sites[0].s »"},
-        {sites({{"d", "a.fr"}, {"p", 1}, {"f", 2}}).dump(), "« sites[0].s »"},
-        {sites("a.fr").dump(), "« sites[0] »"},
+        {battement(-1).dump(), "« utilise_jour_min »"},
+        {siteFractionnaire.dump(), "« sites[0].s »"},
         {usageMalDate.dump(), "22/11/2026"},
-        {applisPasListe.dump(), "« applis_installees »"},
         // Deeply nested arrays, built and freed whole, must not exhaust the stack.
         {std::string(400000, '[') + std::string(400000, ']'), "objet"},
     };
@@ -202,7 +183,6 @@ TEST(Battement, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
         "application/json");
     ASSERT_TRUE(parMorceaux);
     EXPECT_EQ(parMorceaux->status, 400);
-    EXPECT_EQ(detail(parMorceaux), "La requête dépasse 1 Mio.");
 
     EXPECT_TRUE(lignes(serveur, "ordinateur").at(0).at("derniere_nouvelle_ms").is_null())
         << "nothing of a refused message is stored";
