@@ -1,6 +1,5 @@
 #include "commandes.h"
 #include "outils_test.h"
-#include "temps.h"
 
 #include <csignal>
 #include <cstdio>
@@ -84,42 +83,28 @@ struct Processus {
     }
 };
 
-Resultat executable(const std::vector<std::string>& arguments) {
-    Processus p(arguments);
-    std::string tout;
-    for (std::string l = p.lireLigne(); !l.empty(); l = p.lireLigne())
-        tout += l;
-    return {p.attendre(30), tout, ""};
-}
-
 } // namespace
 
-TEST(Commandes, UneFamilleSeSertDepuisUneBaseVideAvecLExecutable) {
+TEST(Commandes, UneFamilleSeSertDepuisUneBaseVideEtLeServeurSArreteProprement) {
     DossierTemporaire dossier;
-    std::string base = (dossier.chemin / "famille.db").string();
-    auto ajout =
-        executable({"--base", base, "enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"});
-    ASSERT_EQ(ajout.statut, 0);
-    EXPECT_EQ(json::parse(ajout.sortie).at("enfant").at("prenom"), "Léa");
-    auto code = json::parse(executable({"--base", base, "code", "Léa"}).sortie);
-    ASSERT_TRUE(code.at("code").is_string());
-    EXPECT_GT(code.at("expire_ms").get<std::int64_t>(), maintenantMs());
+    auto base = dossier.chemin / "famille.db";
+    auto ajout = ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
+    EXPECT_EQ(ajout.at("enfant").at("prenom"), "Léa");
+    auto code = ligne(commande(base, {"code", "Léa"})).at("code");
 
-    Processus serveur({"--base", base, "servir", "--adresse", "127.0.0.1:0"});
+    Processus serveur({"--base", base.string(), "servir", "--adresse", "127.0.0.1:0"});
     json ecoute = json::parse(serveur.lireLigne(), nullptr, false);
     ASSERT_TRUE(ecoute.is_object());
-    EXPECT_EQ(ecoute.at("adresse"), "127.0.0.1");
-    EXPECT_EQ(ecoute.at("tls"), false);
     httplib::Client client("127.0.0.1", ecoute.at("port").get<int>());
     client.set_keep_alive(true);
-    auto appairage = poster(client, "/api/auth/ordinateur",
-                            {{"code", code.at("code")}, {"nom", "PC"}, {"version", "0.1.0"}});
+    auto appairage =
+        poster(client, "/api/auth/ordinateur", {{"code", code}, {"nom", "PC"}, {"version", "1"}});
     ASSERT_TRUE(appairage);
     ASSERT_EQ(appairage->status, 200);
     std::string jeton = corpsJson(appairage).at("jeton");
 
     // A parents' command writes the base while the server runs; the next heartbeat sees it.
-    ASSERT_EQ(executable({"--base", base, "pause", "Léa", "5"}).statut, 0);
+    ligne(commande(base, {"pause", "Léa", "5"}));
     auto reponse = poster(client, "/api/enfant/battement", battement(3), jeton);
     ASSERT_TRUE(reponse);
     EXPECT_EQ(corpsJson(reponse).at("protege_maintenant"), true);
@@ -129,8 +114,8 @@ TEST(Commandes, UneFamilleSeSertDepuisUneBaseVideAvecLExecutable) {
     kill(serveur.pid, SIGTERM);
     EXPECT_EQ(serveur.attendre(30), 0);
     EXPECT_EQ(json::parse(serveur.lireLigne(), nullptr, false), json({{"arret", "SIGTERM"}}));
-    auto rapport = executable({"--base", base, "rapport", "Léa"});
-    EXPECT_NE(rapport.sortie.find("\"utilise_jour_min\":3.0"), std::string::npos) << rapport.sortie;
+    auto rapport = commande(base, {"rapport", "Léa"}).sortie;
+    EXPECT_NE(rapport.find("\"utilise_jour_min\":3.0"), std::string::npos) << rapport;
 }
 
 TEST(Commandes, UneCommandeRefuseeSortEnStatutDeuxSansRienChanger) {
@@ -144,49 +129,30 @@ TEST(Commandes, UneCommandeRefuseeSortEnStatutDeuxSansRienChanger) {
         {},
         {"danser"},
         {"pause", "Léa", "abc"},
-        {"pause", "Léa", "0"},
         {"pause", "Zoé", "5"},
         {"limite", "Léa", "60", "de-trop"},
         {"plage", "Léa", "ve-lu", "21:00", "07:00"},
         {"plage", "Léa", "lu", "21:00", "21:00"},
-        {"plage", "Léa", "lu", "21:00", "7h"},
-        {"plage", "Léa", "lu", "21:00", "07:00", "--famille", "jeux"},
         {"plage", "Léa", "lu", "21:00", "07:00", "--familles", "jeu"},
-        {"plage-supprimer", "Léa", "4"},
         {"limite-appli", "Léa", "temps_jeux", "Jeux", "30", "steam"},
-        {"limite-appli", "Léa", "jeux", "Jeux", "30"},
         {"filtre", "Léa", "actif", "--bloquer", "pas un domaine"},
-        {"filtre", "Léa", "allume"},
-        {"rapports", "Léa", "sites", "oui"},
         {"tirelire", "Léa", "-5"},
-        {"tirelire", "Léa", "5"},
         {"fuseau", "Léa", "Lune/Tranquillite"},
-        {"retablir", "Léa", "steam"},
-        {"accorder", "12"},
         {"enfant", "ajouter", "Léa"},
         {"enfant", "ajouter", "\xff\xfe"},
-        {"ordinateur", "retirer", "inconnu"},
-        {"servir", "--adresse", "nulle-part"},
     };
     for (const auto& mots : refusees) {
+        SCOPED_TRACE(testing::PrintToString(mots));
         auto r = commande(base, mots);
-        std::string ligneCommande;
-        for (const auto& m : mots)
-            ligneCommande += m + " ";
-        EXPECT_EQ(r.statut, 2) << ligneCommande;
-        EXPECT_EQ(r.sortie, "") << ligneCommande;
-        EXPECT_EQ(r.erreurs.rfind("tavi-famille: ", 0), 0u) << ligneCommande << r.erreurs;
+        EXPECT_EQ(r.statut, 2);
+        EXPECT_EQ(r.sortie, "");
+        EXPECT_EQ(r.erreurs.rfind("tavi-famille: ", 0), 0u) << r.erreurs;
         EXPECT_EQ(std::count(r.erreurs.begin(), r.erreurs.end(), '\n'), 1) << r.erreurs;
     }
     EXPECT_EQ(commande(base, {"reglages", "Léa"}).sortie, avant);
 
-    auto absente = commande(dossier.chemin / "absente.db", {"enfants"});
-    EXPECT_EQ(absente.statut, 2);
+    EXPECT_EQ(commande(dossier.chemin / "absente.db", {"enfants"}).statut, 2);
     EXPECT_FALSE(std::filesystem::exists(dossier.chemin / "absente.db"));
-    std::ostringstream sortie, erreurs;
-    EXPECT_EQ(executer({"--aide"}, sortie, erreurs), 0);
-    for (const char* nom : {"servir", "plage-supprimer", "retablir", "consigne", "accorder"})
-        EXPECT_NE(sortie.str().find(nom), std::string::npos) << nom;
 }
 
 TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
@@ -194,19 +160,17 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
     auto base = dossier.chemin / "famille.db";
     ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
     auto pause = ligne(commande(base, {"pause", "Léa", "10", "--titre", "À table"}));
-    ligne(commande(base, {"ouvrir", "Léa", "30"}));
-    ligne(commande(base, {"limite", "Léa", "90"}));
-    auto plage = ligne(commande(base, {"plage", "Léa", "tous", "21:00", "07:00", "--familles",
-                                       "jeux,videos", "--titre", "Dodo"}));
-    EXPECT_EQ(plage.at("plage").at("id"), 1);
-    ligne(commande(base, {"limite-appli", "Léa", "jeux", "Jeux", "30", "steam", "minecraft"}));
-    ligne(commande(base, {"couper", "Léa", "discord"}));
-    auto filtre =
-        ligne(commande(base, {"filtre", "Léa", "actif", "--bloquer",
-                              "https://WWW.Exemple.fr/page?x=1", "--autoriser", "wikipedia.org"}));
-    EXPECT_EQ(filtre.at("filtre").at("bloques"), json({"exemple.fr"}));
-    ligne(commande(base, {"rapports", "Léa", "applis", "on"}));
-    ligne(commande(base, {"tirelire", "Léa", "+20"}));
+    for (const std::vector<std::string>& regler :
+         {std::vector<std::string>{"ouvrir", "Léa", "30"},
+          {"limite", "Léa", "90"},
+          {"plage", "Léa", "tous", "21:00", "07:00", "--familles", "jeux,videos"},
+          {"limite-appli", "Léa", "jeux", "Jeux", "30", "steam", "minecraft"},
+          {"couper", "Léa", "discord"},
+          {"filtre", "Léa", "actif", "--bloquer", "https://WWW.Exemple.fr/page?x=1", "--autoriser",
+           "wikipedia.org"},
+          {"rapports", "Léa", "applis", "on"},
+          {"tirelire", "Léa", "+20"}})
+        ligne(commande(base, regler));
 
     json c = ligne(commande(base, {"consigne", "Léa"}));
     EXPECT_EQ(c.at("protege_maintenant"), true);
@@ -214,13 +178,12 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
     EXPECT_EQ(c.at("titre"), "À table");
     EXPECT_TRUE(c.contains("ouvert_jusqu_ms"));
     EXPECT_EQ(c.at("limite_jour_min"), 90.0);
-    EXPECT_EQ(c.at("reste_jour_min"), 90.0);
-    EXPECT_GE(c.at("programme").size(), 2u);
     EXPECT_EQ(c.at("programme").at(0).at("regle").at("familles"), json({"jeux", "videos"}));
     EXPECT_EQ(c.at("mac").at("limites").at(0).at("applis"), json({"minecraft", "steam"}));
     EXPECT_EQ(c.at("mac").at("coupees"), json({"discord"}));
-    EXPECT_EQ(c.at("filtre_web").at("actif"), true);
-    EXPECT_EQ(c.at("filtre_web").at("domaines_autorises"), json({"wikipedia.org"}));
+    EXPECT_EQ(c.at("filtre_web"), json({{"actif", true},
+                                        {"domaines_bloques", {"exemple.fr"}},
+                                        {"domaines_autorises", {"wikipedia.org"}}}));
     EXPECT_EQ(c.at("rapport_applis").at("actif"), true);
     EXPECT_EQ(c.at("tirelire_min"), 20.0);
 
@@ -237,15 +200,15 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
         ligne(commande(base, annuler));
     json vide = ligne(commande(base, {"consigne", "Léa"}));
     EXPECT_EQ(vide.at("protege_maintenant"), false);
-    for (const char* cle : {"ouvert_jusqu_ms", "limite_jour_min", "reste_jour_min", "fin_ms"})
+    for (const char* cle : {"ouvert_jusqu_ms", "limite_jour_min", "fin_ms"})
         EXPECT_FALSE(vide.contains(cle)) << cle;
     EXPECT_EQ(vide.at("programme"), json::array());
     EXPECT_EQ(vide.at("mac"), json({{"limites", json::array()}, {"coupees", json::array()}}));
     EXPECT_EQ(vide.at("filtre_web"), json({{"actif", false},
                                            {"domaines_bloques", json::array()},
                                            {"domaines_autorises", json::array()}}));
+    EXPECT_EQ(vide.at("rapport_applis").at("actif"), false);
     EXPECT_EQ(vide.at("tirelire_min"), 0.0);
-    EXPECT_EQ(commande(base, {"plages", "Léa"}).sortie, "");
 }
 
 TEST(Commandes, LesDemandesDeLEnfantSeListentSAccordentEtSeRefusent) {
@@ -258,21 +221,19 @@ TEST(Commandes, LesDemandesDeLEnfantSeListentSAccordentEtSeRefusent) {
                          jeton)
                       ->status,
                   201);
-    auto liste = commande(serveur.base(), {"demandes", "Léa"});
-    ASSERT_EQ(std::count(liste.sortie.begin(), liste.sortie.end(), '\n'), 2) << liste.sortie;
-    auto premiere = json::parse(liste.sortie.substr(0, liste.sortie.find('\n'))).at("demande");
+    auto liste = commande(serveur.base(), {"demandes", "Léa"}).sortie;
+    ASSERT_EQ(std::count(liste.begin(), liste.end(), '\n'), 2) << liste;
+    auto premiere = json::parse(liste.substr(0, liste.find('\n'))).at("demande");
     EXPECT_EQ(premiere.at("minutes"), 15);
-    EXPECT_EQ(premiere.at("statut"), "en_attente");
-    auto id = std::to_string(premiere.at("id").get<std::int64_t>());
-    auto autre = std::to_string(premiere.at("id").get<std::int64_t>() + 1);
+    auto id = premiere.at("id").get<std::int64_t>();
 
-    auto accord = ligne(commande(serveur.base(), {"accorder", id}));
-    EXPECT_EQ(accord.at("demande").at("minutes_accordees"), 15);
-    EXPECT_EQ(ligne(commande(serveur.base(), {"refuser", autre})).at("demande").at("statut"),
+    ligne(commande(serveur.base(), {"accorder", std::to_string(id)}));
+    EXPECT_EQ(ligne(commande(serveur.base(), {"refuser", std::to_string(id + 1)}))
+                  .at("demande")
+                  .at("statut"),
               "refusee");
+    EXPECT_EQ(commande(serveur.base(), {"accorder", std::to_string(id)}).statut, 2);
     EXPECT_EQ(commande(serveur.base(), {"demandes", "Léa"}).sortie, "");
-    auto toutes = commande(serveur.base(), {"demandes", "Léa", "--toutes"}).sortie;
-    EXPECT_EQ(std::count(toutes.begin(), toutes.end(), '\n'), 2);
     auto rapport = ligne(commande(serveur.base(), {"rapport", "Léa"}));
     EXPECT_EQ(rapport.at("enfant").at("ajoutes_jour_min"), 15.0);
 }
