@@ -4,7 +4,6 @@
 #include <csignal>
 #include <cstdio>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sstream>
 #include <sys/wait.h>
 #include <thread>
@@ -34,50 +33,34 @@ json ligne(const Resultat& r) {
     return json::parse(r.sortie.substr(0, r.sortie.find('\n')), nullptr, false);
 }
 
-// The real executable, started with its output on a pipe.
-struct Processus {
-    pid_t pid = -1;
-    FILE* sortie = nullptr;
+// The real executable serving `base` on a free port: the shell prints its process id, then
+// becomes the server.
+struct ServeurReel {
+    FILE* sortie;
+    pid_t pid;
 
-    explicit Processus(const std::vector<std::string>& arguments) {
-        int tube[2];
-        if (pipe(tube) != 0) throw std::runtime_error("pipe");
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, tube[1], 1);
-        posix_spawn_file_actions_addclose(&actions, tube[0]);
-        std::vector<std::string> mots = {TAVI_FAMILLE_EXE};
-        mots.insert(mots.end(), arguments.begin(), arguments.end());
-        std::vector<char*> argv;
-        for (auto& m : mots)
-            argv.push_back(m.data());
-        argv.push_back(nullptr);
-        if (posix_spawn(&pid, TAVI_FAMILLE_EXE, &actions, nullptr, argv.data(), environ) != 0)
-            throw std::runtime_error("posix_spawn");
-        posix_spawn_file_actions_destroy(&actions);
-        close(tube[1]);
-        sortie = fdopen(tube[0], "r");
-    }
-    ~Processus() {
-        if (pid > 0) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-        }
-        if (sortie) fclose(sortie);
+    explicit ServeurReel(const std::filesystem::path& base)
+        : sortie(popen(("echo $$; exec '" TAVI_FAMILLE_EXE "' --base '" + base.string() +
+                        "' servir --adresse 127.0.0.1:0")
+                           .c_str(),
+                       "r")),
+          pid(std::stoi(lireLigne())) {}
+    ~ServeurReel() {
+        if (pid > 0) kill(pid, SIGKILL);
+        if (sortie) pclose(sortie);
     }
     std::string lireLigne() {
         char tampon[4096];
-        return fgets(tampon, sizeof tampon, sortie) ? tampon : "";
+        return sortie && fgets(tampon, sizeof tampon, sortie) ? tampon : "";
     }
-    // The exit status, or -1 if the process is still running after `secondes`.
-    int attendre(int secondes) {
-        for (int i = 0; i < secondes * 20; ++i) {
+    // SIGTERM, then the exit status, or -1 if it is still running 30 s later.
+    int arreter() {
+        kill(pid, SIGTERM);
+        for (int i = 0; i < 600; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(50))) {
             int etat = 0;
-            if (waitpid(pid, &etat, WNOHANG) == pid) {
-                pid = -1;
-                return WIFEXITED(etat) ? WEXITSTATUS(etat) : 128 + WTERMSIG(etat);
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            if (waitpid(pid, &etat, WNOHANG) != pid) continue;
+            pid = -1;
+            return WIFEXITED(etat) ? WEXITSTATUS(etat) : 128 + WTERMSIG(etat);
         }
         return -1;
     }
@@ -92,7 +75,7 @@ TEST(Commandes, UneFamilleSeSertDepuisUneBaseVideEtLeServeurSArreteProprement) {
     EXPECT_EQ(ajout.at("enfant").at("prenom"), "Léa");
     auto code = ligne(commande(base, {"code", "Léa"})).at("code");
 
-    Processus serveur({"--base", base.string(), "servir", "--adresse", "127.0.0.1:0"});
+    ServeurReel serveur(base);
     json ecoute = json::parse(serveur.lireLigne(), nullptr, false);
     ASSERT_TRUE(ecoute.is_object());
     httplib::Client client("127.0.0.1", ecoute.at("port").get<int>());
@@ -111,8 +94,7 @@ TEST(Commandes, UneFamilleSeSertDepuisUneBaseVideEtLeServeurSArreteProprement) {
 
     // SIGTERM stops it cleanly although the client keeps its connection open (kept alive
     // 45 s), and what it stored is there.
-    kill(serveur.pid, SIGTERM);
-    EXPECT_EQ(serveur.attendre(30), 0);
+    EXPECT_EQ(serveur.arreter(), 0);
     EXPECT_EQ(json::parse(serveur.lireLigne(), nullptr, false), json({{"arret", "SIGTERM"}}));
     auto rapport = commande(base, {"rapport", "Léa"}).sortie;
     EXPECT_NE(rapport.find("\"utilise_jour_min\":3.0"), std::string::npos) << rapport;
