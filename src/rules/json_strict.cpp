@@ -91,7 +91,8 @@ json analyserDocument(std::string_view texte, std::size_t tailleMax, int profond
                                " niveaux");
     try {
         return json::parse(texte);
-    } catch (const json::parse_error& e) {
+    } catch (const json::exception& e) {
+        // Not only parse errors: a number too large for a double is an out_of_range.
         std::string raison = e.what();
         if (auto fin = raison.find("] "); fin != std::string::npos) raison.erase(0, fin + 2);
         throw DocumentInvalide("JSON illisible : " + raison);

@@ -57,6 +57,8 @@ TEST(DecodageConsigne, UnMauvaisTypeOuUnMembreObligatoireAbsentFaitEchouerToutEn
         {R"([1, 2])", "le document : objet attendu"},
         {R"({"prenom": "Léa",)", "JSON illisible"},
         {"", "JSON illisible"},
+        {R"({"fin_ms": 1795447800e20000})", "JSON illisible"},
+        {R"({"tirelire_min": -1e400})", "JSON illisible"},
         {R"({"protege_maintenant": "true"})", "protege_maintenant : booléen attendu"},
         {R"({"prenom": 12})", "prenom : texte attendu"},
         {R"({"limite_jour_min": "60"})", "limite_jour_min : nombre attendu"},
