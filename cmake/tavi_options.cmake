@@ -12,6 +12,11 @@ if(TAVI_SANITIZE)
     target_link_options(tavi_options INTERFACE -fsanitize=${_tavi_sanitizers})
 endif()
 
-if(TAVI_FUZZ AND NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-    message(FATAL_ERROR "TAVI_FUZZ needs Clang (libFuzzer)")
+if(TAVI_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "TAVI_FUZZ needs Clang (libFuzzer)")
+    endif()
+    # Everything is instrumented for coverage; only the fuzz targets link libFuzzer's main.
+    target_compile_options(tavi_options INTERFACE -fsanitize=fuzzer-no-link,address,undefined)
+    target_link_options(tavi_options INTERFACE -fsanitize=address,undefined)
 endif()
