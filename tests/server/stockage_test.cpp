@@ -103,15 +103,5 @@ TEST(Stockage, LesClesDAccordSuiventLesInterrupteursDeLaConsigne) {
     EXPECT_EQ(reglages.textes("accord_cles"), (std::vector<std::string>{"historique", "rapport"}));
 }
 
-TEST(Stockage, LaBaseDuResteSEcritEtSEffaceEnsemble) {
-    ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
-    Stockage::resteBase(reglages, std::pair{1234.5, std::string("2026-11-22")});
-    EXPECT_EQ(reglages.nombre("reste_base_s"), 1234.5);
-    EXPECT_EQ(reglages.texte("reste_jour_de"), "2026-11-22");
-    Stockage::resteBase(reglages, std::nullopt);
-    EXPECT_FALSE(reglages.lire("reste_base_s"));
-    EXPECT_FALSE(reglages.lire("reste_jour_de"));
-}
-
 } // namespace
 } // namespace tavi
