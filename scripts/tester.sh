@@ -5,6 +5,6 @@ racine="$(cd "$(dirname "$0")/.." && pwd)"
 "$racine/scripts/installer-dependances.sh"
 
 build="${TAVI_BUILD:-$racine/build}"
-cmake -S "$racine" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake -S "$racine" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTAVI_WERROR=ON
 cmake --build "$build" -j2
 ctest --test-dir "$build" --output-on-failure -j2 --timeout 300
