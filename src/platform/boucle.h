@@ -7,14 +7,16 @@
 
 namespace tavi {
 
-// A repeating timer; it stops when this handle is destroyed.
+// A repeating timer; it stops when this handle is destroyed, which must happen on the main
+// thread (it may happen inside the timer's own task).
 class Minuterie {
 public:
     virtual ~Minuterie() = default;
 };
 
 // The main loop. Engine, counter and interface state live on the main thread and take no
-// locks: everything that happens elsewhere comes back through `poster`.
+// locks: everything that happens elsewhere comes back through `poster`. Every member is called
+// on the main thread, but `poster`, which any thread may call.
 class Boucle {
 public:
     using Tache = std::function<void()>;
@@ -28,15 +30,17 @@ public:
     // Queues `tache` for the main thread. Safe from any thread.
     virtual void poster(Tache tache) = 0;
     // Runs `travail` on the background pool (several may run at once), then runs the
-    // continuation it returns on the main thread.
+    // continuation it returns on the main thread. Both are released on the main thread, so
+    // their captures may hold main-thread objects; once the loop is gone, neither runs again
+    // and whatever is still in flight is released where it stands.
     virtual void enArrierePlan(std::function<Tache()> travail) = 0;
 
     // `travail` off the main thread, then `suite` with its result on the main thread.
     template <class T>
     void executer(std::function<T()> travail, std::function<void(T)> suite) {
-        enArrierePlan([travail = std::move(travail), suite = std::move(suite)]() -> Tache {
+        enArrierePlan([travail = std::move(travail), suite = std::move(suite)]() mutable -> Tache {
             auto resultat = std::make_shared<T>(travail());
-            return [suite, resultat] { suite(std::move(*resultat)); };
+            return [suite = std::move(suite), resultat] { suite(std::move(*resultat)); };
         });
     }
 };

@@ -10,6 +10,9 @@ namespace tavi {
 // Reads the category an application declares, in the "public.app-category.*" form (the Linux
 // backend derives it from the desktop entry's Categories). Absent when the application has no
 // readable description or declares none.
+//
+// Main thread, on every tick the rule applies: an implementation answers from memory and
+// reads the system's descriptions elsewhere.
 class CategoriesApplis {
 public:
     virtual ~CategoriesApplis() = default;

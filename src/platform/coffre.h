@@ -8,6 +8,10 @@ namespace tavi {
 // The secret store: one secret by (service, account). Nothing here ever throws: a read that
 // fails for any reason (missing, locked, denied) is absent, a write or a delete that fails is
 // given up.
+//
+// Blocking: each call is a D-Bus round trip to the keyring, which a hung daemon can hold for
+// 25 s. Call it from the background pool (Boucle::enArrierePlan), never on the main thread;
+// implementations serialise their calls, so several threads may use one at once.
 class Coffre {
 public:
     virtual ~Coffre() = default;

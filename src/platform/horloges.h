@@ -5,6 +5,7 @@
 namespace tavi {
 
 // The clocks the agent reads. Production reads the system; tests hand in clocks they move.
+// Any thread: the readings keep no state that a call changes.
 class Horloges {
 public:
     virtual ~Horloges() = default;

@@ -11,6 +11,10 @@ namespace tavi {
 // The defaults store: typed values by key. Every write is durable when the call returns;
 // nothing here ever throws or stops the agent (a failed write is given up, a failed read
 // reads as absent).
+//
+// Main thread only: the engine, the counter and the server link (which reads the installation
+// identifier while it builds a request, before the exchange leaves for the background pool)
+// all live there. A write costs tens of microseconds, cheap enough for every tick.
 class Reglages {
 public:
     virtual ~Reglages() = default;

@@ -5,7 +5,8 @@
 
 namespace tavi {
 
-// What the agent tells the server about the machine it runs on.
+// What the agent tells the server about the machine it runs on. Any thread: the answers read
+// a small file or two and keep nothing; the heartbeat asks every 30 s at most.
 class Systeme {
 public:
     virtual ~Systeme() = default;

@@ -106,6 +106,23 @@ TEST(BoucleQt, LArrierePlanTourneAilleursEtSaSuiteSurLeFilPrincipal) {
     EXPECT_TRUE(travailAilleurs);
     EXPECT_TRUE(suiteIci);
 
+    // What the work and its continuation hold is released on the main thread, thrown or not.
+    std::vector<bool> liberesIci;
+    auto temoin = [&] {
+        return std::shared_ptr<int>(new int, [&, principal](int* p) {
+            liberesIci.push_back(std::this_thread::get_id() == principal);
+            delete p;
+        });
+    };
+    boucle.enArrierePlan([t = temoin(), suite = temoin()]() -> Boucle::Tache {
+        return [suite] {};
+    });
+    testing::internal::CaptureStderr();
+    boucle.enArrierePlan([t = temoin()]() -> Boucle::Tache { throw std::runtime_error("x"); });
+    ASSERT_TRUE(attendreQue([&] { return liberesIci.size() == 3; }));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(liberesIci, std::vector<bool>(3, true));
+
     // Work that throws is logged and dropped; the loop goes on.
     testing::internal::CaptureStderr();
     boucle.enArrierePlan([]() -> Boucle::Tache { throw std::runtime_error("curl exploded"); });

@@ -8,7 +8,6 @@
 #include <sqlite3.h>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <thread>
 
 using namespace tavi;
 using test::DossierTemporaire;
@@ -225,29 +224,4 @@ TEST(ReglagesSqlite, OuvreEnWalDesFichiersLisiblesParSonSeulUtilisateur) {
     EXPECT_EQ(mode(dossier / "state" / "tavi-home"), 0700u);
     EXPECT_EQ(mode(fichier), 0600u);
     EXPECT_EQ(mode(fichier.string() + "-wal"), 0600u);
-}
-
-TEST(ReglagesSqlite, DeuxFilsQuiEcriventEnMemeTempsNePerdentRien) {
-    DossierTemporaire dossier;
-    ReglagesSqlite reglages(dossier / "reglages.sqlite");
-    constexpr int parFil = 300;
-    auto travail = [&](const std::string& fil) {
-        for (int i = 0; i < parFil; ++i) {
-            auto ecrire = [&] { reglages.ecrire(fil + std::to_string(i), double(i)); };
-            if (i % 3 == 0)
-                reglages.grouper(ecrire);
-            else
-                ecrire();
-            reglages.lire("installation");
-        }
-    };
-    std::thread premier(travail, "a");
-    std::thread second(travail, "b");
-    premier.join();
-    second.join();
-
-    for (const std::string fil : {"a", "b"})
-        for (int i = 0; i < parFil; ++i)
-            ASSERT_EQ(reglages.nombre(fil + std::to_string(i)), double(i)) << fil << i;
-    EXPECT_EQ(reglages.echecs(), 0);
 }

@@ -106,18 +106,21 @@ void BoucleQt::poster(Tache tache) {
 }
 
 void BoucleQt::enArrierePlan(std::function<Tache()> travail) {
-    pool->start([lien = lien, travail = std::move(travail)] {
+    pool->start([lien = lien, travail = std::move(travail)]() mutable {
         Tache suite;
         try {
             suite = travail();
         } catch (const std::exception& e) {
             journaliser(std::string("background work ended on an exception: ") + e.what());
-            return;
         } catch (...) {
             journaliser("background work ended on an unknown exception");
-            return;
         }
-        if (suite) lien->poster(std::move(suite));
+        // The work's captures often hold main-thread state (the last reference to an engine
+        // object, the caller's continuation): they are released on the main thread too, after
+        // the continuation, never here.
+        lien->poster([suite = std::move(suite), fini = std::move(travail)] {
+            if (suite) suite();
+        });
     });
 }
 

@@ -282,7 +282,6 @@ bool ReglagesSqlite::appliquer(sqlite3_stmt* requete) {
 }
 
 std::optional<Valeur> ReglagesSqlite::lire(const std::string& cle) const {
-    std::lock_guard verrouille(verrou);
     if (!base || lierTexte(requeteLire, 1, cle) != SQLITE_OK) return std::nullopt;
     std::optional<Valeur> valeur;
     if (sqlite3_step(requeteLire) == SQLITE_ROW)
@@ -293,7 +292,6 @@ std::optional<Valeur> ReglagesSqlite::lire(const std::string& cle) const {
 }
 
 void ReglagesSqlite::ecrire(const std::string& cle, const Valeur& valeur) {
-    std::lock_guard verrouille(verrou);
     auto encodage = encoder(valeur);
     if (!encodage) {
         // A value we cannot keep faithfully is refused: the stored one stays as it was.
@@ -318,7 +316,6 @@ void ReglagesSqlite::ecrire(const std::string& cle, const Valeur& valeur) {
 }
 
 void ReglagesSqlite::supprimer(const std::string& cle) {
-    std::lock_guard verrouille(verrou);
     const bool fait = base && !groupeEchoue && lierTexte(requeteSupprimer, 1, cle) == SQLITE_OK &&
                       appliquer(requeteSupprimer);
     if (!fait) {
@@ -330,7 +327,6 @@ void ReglagesSqlite::supprimer(const std::string& cle) {
 }
 
 void ReglagesSqlite::grouper(const std::function<void()>& ecritures) {
-    std::lock_guard verrouille(verrou);
     if (!base) {
         ecritures();
         return;
@@ -370,7 +366,6 @@ void ReglagesSqlite::grouper(const std::function<void()>& ecritures) {
 }
 
 std::int64_t ReglagesSqlite::echecs() const {
-    std::lock_guard verrouille(verrou);
     return nombreEchecs;
 }
 

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <mutex>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -20,9 +19,7 @@ namespace tavi {
 // is renamed aside (never deleted, with its -wal and -shm) and a fresh one takes its place; if
 // even that fails, the store lives in memory for this run. Either event writes one log line.
 //
-// Safe to call from several threads: the HTTP client reads the installation identifier off
-// the main thread. A group holds the store for its whole duration, so another thread's writes
-// never land inside it.
+// Main thread only, like the port: it takes no lock.
 class ReglagesSqlite : public Reglages {
 public:
     struct EnMemoire {};
@@ -64,7 +61,6 @@ private:
     bool appliquer(sqlite3_stmt* requete);
     void checkpointSiDu();
 
-    mutable std::recursive_mutex verrou;
     sqlite3* base = nullptr;
     sqlite3_stmt* requeteLire = nullptr;
     sqlite3_stmt* requeteEcrire = nullptr;
