@@ -168,8 +168,13 @@ int executer(const std::vector<std::string>& arguments, std::ostream& sortie,
         auto base = args.option("--base");
         if (!base) throw ErreurUsage("il manque --base FICHIER");
         std::string nom = args.suivant("la commande");
-        if (nom == "enfant" || nom == "ordinateur")
-            nom += " " + args.suivant("l'action après « " + nom + " »");
+        if (nom == "enfant" || nom == "ordinateur") {
+            // Appended piece by piece: GCC 12 at -O3 reports a false -Wrestrict on
+            // `"texte" + chaine`.
+            std::string quoi = "l'action après « ";
+            quoi.append(nom).append(" »");
+            nom.append(1, ' ').append(args.suivant(quoi));
+        }
         if (nom == "servir") return servir(*base, args, sortie);
         auto commande = commandes().find(nom);
         if (commande == commandes().end()) throw ErreurUsage("commande inconnue : " + nom);
