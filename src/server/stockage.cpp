@@ -1,6 +1,7 @@
 #include "server/stockage.h"
 
 #include "rules/consigne_json.h"
+#include "server/jeton.h"
 
 #include <array>
 #include <curl/curl.h>
@@ -97,11 +98,13 @@ void Stockage::oublier(Reglages& reglages, Coffre& coffre) {
 }
 
 std::optional<std::string> Trousseau::lire(const Coffre& coffre) {
-    return coffre.lire(service, compte);
+    auto jeton = coffre.lire(service, compte);
+    if (jeton && !jetonValide(*jeton)) return std::nullopt;
+    return jeton;
 }
 
 void Trousseau::ecrire(Coffre& coffre, const std::string& jeton) {
-    coffre.ecrire(service, compte, jeton);
+    if (jetonValide(jeton)) coffre.ecrire(service, compte, jeton);
 }
 
 } // namespace tavi

@@ -51,7 +51,8 @@ void oublier(Reglages& reglages, Coffre& coffre);
 } // namespace Stockage
 
 // The computer's bearer token, the agent's only secret: never in the defaults, a log or a
-// command line.
+// command line. Only a token that passes `jetonValide` is written, and one that fails it reads
+// as absent (the fallback file is the child's to edit).
 namespace Trousseau {
 inline constexpr const char* service = "com.tavi.home.mac";
 inline constexpr const char* compte = "jeton";

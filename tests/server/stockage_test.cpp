@@ -54,6 +54,16 @@ TEST(Stockage, OublierRetireLesSeptClesEtLeJetonEtGardeLeReste) {
     EXPECT_EQ(coffre.lire("autre.service", "jeton"), "garde");
 }
 
+TEST(Stockage, LeTrousseauNeGardeNiNeRendUnJetonHorsDuFormatPorteur) {
+    CoffreMemoire coffre;
+    Trousseau::ecrire(coffre, "abc\r\nX-Injecte: 1");
+    EXPECT_EQ(coffre.lire(Trousseau::service, Trousseau::compte), std::nullopt);
+    coffre.ecrire(Trousseau::service, Trousseau::compte, std::string(1'000'000, 'j'));
+    EXPECT_EQ(Trousseau::lire(coffre), std::nullopt) << "the fallback file is the child's to edit";
+    Trousseau::ecrire(coffre, "jeton-sur");
+    EXPECT_EQ(Trousseau::lire(coffre), "jeton-sur");
+}
+
 TEST(Stockage, LAdresseDuServeurRetombeSurLaValeurParDefautQuandElleEstInvalide) {
     ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
     const std::string defaut(Stockage::adresseParDefaut);
