@@ -37,7 +37,8 @@ std::set<std::string> clesRequises(const std::optional<Consigne>& consigne);
 void accordCles(Reglages& reglages, const std::set<std::string>& cles);
 
 // This installation's identifier, created (a random UUID in upper case) on first use and kept
-// for the installation's life, pairings included.
+// for the installation's life, pairings included. When the store refuses to keep it, the
+// same identifier comes back for the rest of the process's life.
 std::string installation(Reglages& reglages);
 
 // The day's counted seconds when the last rule set with its remainder was received, and that
