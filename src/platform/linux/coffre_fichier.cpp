@@ -5,6 +5,7 @@
 #include <climits>
 #include <dirent.h>
 #include <fcntl.h>
+#include <glib.h>
 #include <random>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -161,6 +162,9 @@ std::optional<std::string> CoffreFichier::lire(const std::string& service,
         secret.append(tampon.data(), static_cast<std::size_t>(n));
         if (secret.size() > static_cast<std::size_t>(tailleMax)) return std::nullopt;
     }
+    // The file is this user's, so the child's to edit: bytes that are not text read as absent.
+    if (!g_utf8_validate(secret.data(), static_cast<gssize>(secret.size()), nullptr))
+        return std::nullopt;
     return secret;
 }
 

@@ -11,7 +11,8 @@ namespace tavi {
 // Secrets kept in files for a machine where no Secret Service answers: one file per
 // (service, account) in one folder. The folder is this user's alone (0700) and each file is
 // 0600 from the moment it exists; a write replaces the file whole (temporary file, fsync,
-// rename), so a crash leaves the old secret or the new one, never a mix.
+// rename), so a crash leaves the old secret or the new one, never a mix. A file that does not
+// hold UTF-8 text reads as absent.
 class CoffreFichier : public Coffre {
 public:
     // The folder is made, with its missing parents, on the first write.
