@@ -213,7 +213,9 @@ TEST(CoffreSansService, LeSecretVaDansUnFichierAuSeulUtilisateurEtLeJournalLeDit
     const fs::path fichier = fichierSansBus(dossier);
     EXPECT_EQ(premier.err, "no Secret Service answers: the token is kept in " + fichier.string() +
                                ", readable by this user only\n");
-    EXPECT_EQ(mode(fichier.parent_path()), 0700u);
+    for (auto dossierCree = fichier.parent_path(); dossierCree != dossier.chemin();
+         dossierCree = dossierCree.parent_path())
+        EXPECT_EQ(mode(dossierCree), 0700u) << dossierCree;
     EXPECT_EQ(mode(fichier), 0600u);
     EXPECT_EQ(fichiersContenant(dossier.chemin(), "jeton-ancien-5e1d"), std::vector<fs::path>{});
 

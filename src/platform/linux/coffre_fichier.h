@@ -15,7 +15,7 @@ namespace tavi {
 // hold UTF-8 text reads as absent.
 class CoffreFichier : public Coffre {
 public:
-    // The folder is made, with its missing parents, on the first write.
+    // The folder is made, with its missing parents (all 0700), on the first write.
     explicit CoffreFichier(std::filesystem::path dossier);
 
     std::optional<std::string> lire(const std::string& service,

@@ -7,7 +7,9 @@
 namespace tavi {
 
 // Creates `dossier` and its missing parents readable by the user alone: the defaults hold the
-// installation identifier and the child's first name. Absent on success, else the reason.
+// installation identifier and the child's first name, and the secret store's fallback folder
+// lies in the same state folder. Both stores make their folders here, so whichever comes first
+// makes the state folder 0700. Absent on success, else the reason.
 std::optional<std::string> creerDossierPrive(const std::filesystem::path& dossier);
 
 struct MiseDeCote {
