@@ -81,8 +81,6 @@ TEST(Stockage, LeTrousseauNeGardeNiNeRendUnJetonHorsDuFormatPorteur) {
 TEST(Stockage, LAdresseDuServeurRetombeSurLaValeurParDefautQuandElleEstInvalide) {
     ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
     const std::string defaut(Stockage::adresseParDefaut);
-    EXPECT_EQ(defaut.rfind("https://", 0), 0u);
-    EXPECT_NE(defaut.find(".example"), std::string::npos);
     EXPECT_EQ(Stockage::serveur(reglages), defaut);
     for (const std::string mauvaise : {"", "pas une adresse", "ftp://famille.example",
                                        "file:///etc/passwd", "https://", "//sans.schema"}) {
