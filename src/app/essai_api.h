@@ -10,13 +10,18 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 namespace tavi {
 
 // The self-test of the server link: shows the address and installation identifier, pairs with
 // the code, beats once and asks for 10 minutes. It keeps its store and its secret in memory,
 // so the agent's own state and token are never touched. One line per step on `sortie`,
-// starting with "ok" or "échec".
+// starting with "ok" or "échec"; what the server wrote is escaped by `pourTerminal`.
+// `texte` made safe for a terminal: C0 and DEL as \xNN, C1 as \u{NN}, and each byte that is not
+// part of valid UTF-8 as \xNN, so that no server text can move the cursor, ring, or forge a line.
+std::string pourTerminal(std::string_view texte);
+
 class EssaiApi {
 public:
     EssaiApi(const std::string& serveur, std::string code, Boucle& boucle, const Systeme& systeme,

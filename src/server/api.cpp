@@ -2,6 +2,7 @@
 
 #include "commun/texte.h"
 #include "rules/json_strict.h"
+#include "server/jeton.h"
 #include "server/stockage.h"
 
 #include <utility>
@@ -13,12 +14,21 @@ using nlohmann::json;
 namespace {
 // A refusal's explanation is a sentence; a larger body is an error page, not read.
 constexpr std::size_t tailleMaxDetail = 64 * 1024;
+
+std::optional<std::string> retenu(std::optional<std::string> jeton) {
+    if (jeton && !jetonValide(*jeton)) return std::nullopt;
+    return jeton;
+}
 } // namespace
 
 Api::Api(std::string base, std::optional<std::string> jeton, std::shared_ptr<Transport> transport,
          Boucle& boucle, Reglages& reglages)
-    : base_(std::move(base)), jeton_(std::move(jeton)), transport_(std::move(transport)),
+    : base_(std::move(base)), jeton_(retenu(std::move(jeton))), transport_(std::move(transport)),
       boucle_(boucle), reglages_(reglages), vivant_(std::make_shared<Api*>(this)) {}
+
+void Api::definirJeton(std::optional<std::string> jeton) {
+    jeton_ = retenu(std::move(jeton));
+}
 
 Api::~Api() = default;
 
@@ -80,6 +90,8 @@ ResultatApi<std::string> Api::conclure(Attendu<ReponseHttp, ErreurTransport> ech
     // this computer's token.
     if (auto neuf = reponse.entetes.find("x-tavi-jeton");
         succes && neuf != reponse.entetes.end() && !neuf->second.empty()) {
+        if (!jetonValide(neuf->second))
+            return EchecApi{ErreurDecodage{"jeton renouvelé hors du format d'un jeton porteur"}};
         jeton_ = neuf->second;
         if (jetonNeuf) jetonNeuf(neuf->second);
     }

@@ -30,9 +30,12 @@ public:
 
     const std::string& base() const { return base_; }
     const std::optional<std::string>& jeton() const { return jeton_; }
-    void definirJeton(std::optional<std::string> jeton) { jeton_ = std::move(jeton); }
+    // A token that fails `jetonValide` is dropped, here as in the constructor: it came from a
+    // store the child can edit, and it would be sent with every request.
+    void definirJeton(std::optional<std::string> jeton);
 
-    // Called with each token the server renews, to keep it in the secret store.
+    // Called with each token the server renews, to keep it in the secret store. A renewal
+    // that fails `jetonValide` turns its whole answer into a failure: nothing is kept.
     std::function<void(const std::string&)> jetonNeuf;
 
     // The common call path: `suite` receives the answer's body, or why there is none. It is

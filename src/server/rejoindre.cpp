@@ -1,6 +1,7 @@
 #include "server/rejoindre.h"
 
 #include "rules/json_strict.h"
+#include "server/jeton.h"
 
 namespace tavi {
 
@@ -19,8 +20,11 @@ Attendu<Rejoindre, ErreurDecodage> decoderRejoindre(std::string_view texte) {
             ObjetLu m(v, chemin);
             return Rejoindre::Ordinateur{m.requis("id", lireTexte), m.requis("nom", lireTexte)};
         };
-        return Rejoindre{o.requis("jeton", lireTexte), o.requis("enfant", lireEnfant),
-                         o.requis("ordinateur", lireOrdinateur)};
+        Rejoindre rejoint{o.requis("jeton", lireTexte), o.requis("enfant", lireEnfant),
+                          o.requis("ordinateur", lireOrdinateur)};
+        if (!jetonValide(rejoint.jeton))
+            return ErreurDecodage{"jeton : hors du format d'un jeton porteur"};
+        return rejoint;
     } catch (const DocumentInvalide& e) {
         return ErreurDecodage{e.what()};
     }

@@ -25,7 +25,8 @@ struct Rejoindre {
     Ordinateur ordinateur;
 };
 
-// Decoded as strictly as the rule set: every member required except the language.
+// Decoded as strictly as the rule set: every member required except the language, and a
+// token that fails `jetonValide` makes the whole answer undecodable.
 Attendu<Rejoindre, ErreurDecodage> decoderRejoindre(std::string_view texte);
 
 } // namespace tavi

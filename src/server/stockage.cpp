@@ -1,9 +1,11 @@
 #include "server/stockage.h"
 
 #include "rules/consigne_json.h"
+#include "server/jeton.h"
 
 #include <array>
 #include <curl/curl.h>
+#include <mutex>
 #include <random>
 #include <vector>
 
@@ -55,8 +57,9 @@ void Stockage::accordCles(Reglages& reglages, const std::set<std::string>& cles)
     reglages.ecrire("accord_cles", std::vector<std::string>(cles.begin(), cles.end()));
 }
 
-std::string Stockage::installation(Reglages& reglages) {
-    if (auto existante = reglages.texte("installation")) return *existante;
+namespace {
+
+std::string uuidAuHasard() {
     std::random_device alea;
     std::array<unsigned char, 16> octets{};
     for (auto& o : octets)
@@ -70,7 +73,23 @@ std::string Stockage::installation(Reglages& reglages) {
         uuid += chiffres[octets[i] >> 4];
         uuid += chiffres[octets[i] & 0x0F];
     }
+    return uuid;
+}
+
+} // namespace
+
+std::string Stockage::installation(Reglages& reglages) {
+    if (auto existante = reglages.texte("installation")) return *existante;
+    // A store that refuses writes must not make a new installation of every request: the
+    // server counts its limits per installation. The identifier it could not keep is kept by
+    // the process and offered again at each call, until a store takes it.
+    static std::mutex verrou;
+    static std::optional<std::string> nonGardee;
+    std::lock_guard garde(verrou);
+    if (!nonGardee) nonGardee = uuidAuHasard();
+    const std::string uuid = *nonGardee;
     reglages.ecrire("installation", uuid);
+    if (reglages.texte("installation") == uuid) nonGardee.reset();
     return uuid;
 }
 
@@ -97,11 +116,13 @@ void Stockage::oublier(Reglages& reglages, Coffre& coffre) {
 }
 
 std::optional<std::string> Trousseau::lire(const Coffre& coffre) {
-    return coffre.lire(service, compte);
+    auto jeton = coffre.lire(service, compte);
+    if (jeton && !jetonValide(*jeton)) return std::nullopt;
+    return jeton;
 }
 
 void Trousseau::ecrire(Coffre& coffre, const std::string& jeton) {
-    coffre.ecrire(service, compte, jeton);
+    if (jetonValide(jeton)) coffre.ecrire(service, compte, jeton);
 }
 
 } // namespace tavi

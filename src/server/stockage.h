@@ -37,7 +37,8 @@ std::set<std::string> clesRequises(const std::optional<Consigne>& consigne);
 void accordCles(Reglages& reglages, const std::set<std::string>& cles);
 
 // This installation's identifier, created (a random UUID in upper case) on first use and kept
-// for the installation's life, pairings included.
+// for the installation's life, pairings included. When the store refuses to keep it, the
+// same identifier comes back for the rest of the process's life.
 std::string installation(Reglages& reglages);
 
 // The day's counted seconds when the last rule set with its remainder was received, and that
@@ -51,7 +52,8 @@ void oublier(Reglages& reglages, Coffre& coffre);
 } // namespace Stockage
 
 // The computer's bearer token, the agent's only secret: never in the defaults, a log or a
-// command line.
+// command line. Only a token that passes `jetonValide` is written, and one that fails it reads
+// as absent (the fallback file is the child's to edit).
 namespace Trousseau {
 inline constexpr const char* service = "com.tavi.home.mac";
 inline constexpr const char* compte = "jeton";

@@ -1,6 +1,8 @@
 #include "support/dossier_temporaire.h"
 #include "support/processus.h"
+#include "support/serveur_http.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -10,8 +12,17 @@ namespace {
 
 using nlohmann::json;
 
+std::vector<std::string> lignes(const std::string& texte) {
+    std::vector<std::string> resultat;
+    std::istringstream flux(texte);
+    for (std::string ligne; std::getline(flux, ligne);)
+        resultat.push_back(ligne);
+    return resultat;
+}
+
 // The agent's self-test against the reference family server, both as shipped: the server on
-// a free loopback port over a fresh base, the parents' commands on the same base.
+// a free loopback port over a fresh base, the parents' commands on the same base. The agent
+// runs with throwaway home and state folders and no session bus.
 class AgentEtFamille : public testing::Test {
 protected:
     test::Sortie famille(std::vector<std::string> arguments) {
@@ -23,11 +34,9 @@ protected:
         EXPECT_EQ(s.statut, 0) << s.err;
         return json::parse(s.out.substr(0, s.out.find('\n')), nullptr, false);
     }
-    test::Sortie agent(const std::vector<std::string>& arguments, const std::string& entree = "") {
-        std::vector<std::string> commande = {TAVI_HOME_BINAIRE};
-        commande.insert(commande.end(), arguments.begin(), arguments.end());
-        return test::executer(commande, entree,
-                              {{"HOME", dossier.chemin().string()},
+    test::Sortie essai(const std::string& adresse, const std::string& code) {
+        return test::executer({TAVI_HOME_BINAIRE, "--essai-api", adresse, code}, "",
+                              {{"HOME", (dossier / "maison").string()},
                                {"XDG_STATE_HOME", (dossier / "etat").string()},
                                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"}});
     }
@@ -43,17 +52,15 @@ TEST_F(AgentEtFamille, LEssaiApiRejointBatEtDemandeDuTempsAuServeurDeReference) 
     famille1({"rapports", "Léa", "applis", "on"});
     const std::string code = famille1({"code", "Léa"})["code"];
 
-    test::Processus serveur({TAVI_FAMILLE_BINAIRE, "--base", base(), "servir", "--adresse",
-                             "127.0.0.1:0"});
+    test::Processus serveur(
+        {TAVI_FAMILLE_BINAIRE, "--base", base(), "servir", "--adresse", "127.0.0.1:0"});
     const json ecoute = json::parse(serveur.ligne(), nullptr, false);
     ASSERT_TRUE(ecoute.contains("port")) << ecoute;
     const std::string adresse = "http://127.0.0.1:" + std::to_string(ecoute["port"].get<int>());
 
-    test::Sortie s = agent({"--essai-api", adresse, code});
+    test::Sortie s = essai(adresse, code);
     ASSERT_EQ(s.statut, 0) << s.out << s.err;
-    std::istringstream lignes(s.out);
-    std::vector<std::string> l;
-    for (std::string ligne; std::getline(lignes, ligne);) l.push_back(ligne);
+    auto l = lignes(s.out);
     ASSERT_EQ(l.size(), 4u) << s.out;
     EXPECT_NE(l[1].find("enfant Léa (langue fr)"), std::string::npos) << l[1];
     for (const char* membre : {"heure_serveur_ms", "prenom", "programme", "limite_jour_min",
@@ -73,12 +80,53 @@ TEST_F(AgentEtFamille, LEssaiApiRejointBatEtDemandeDuTempsAuServeurDeReference) 
     test::Sortie decodee = test::executer({TAVI_BINAIRE, "consigne"}, consigne.out);
     EXPECT_EQ(decodee.statut, 0) << decodee.err << consigne.out;
 
-    // A code is good once.
-    s = agent({"--essai-api", adresse, code});
+    // A code is good once; an address that is not http(s) is refused before any step.
+    s = essai(adresse, code);
     EXPECT_EQ(s.statut, 1);
     EXPECT_NE(s.out.find("échec rejoindre : 400 Code inconnu ou expiré."), std::string::npos)
         << s.out;
+    s = essai("pas une adresse", code);
+    EXPECT_EQ(s.statut, 2);
+    EXPECT_EQ(s.out, "");
     EXPECT_EQ(serveur.arreter(), 0);
+    EXPECT_FALSE(std::filesystem::exists(dossier / "etat")) << "the self-test kept state";
+}
+
+// A server that writes escape sequences, bells, line breaks, C1 controls and broken UTF-8 in
+// the texts the self-test prints.
+TEST_F(AgentEtFamille, LEssaiApiEchappeLeTexteDUnServeurHostileEtNeMontreJamaisLeJeton) {
+    const std::string hostile = "\x1b]0;titre\x07\x1b[2J\rok battement\r\nok demande\x7f\xc2\x9b"
+                                "31m";
+    test::ServeurHttp serveur;
+    serveur.route("POST", "/api/auth/ordinateur", [&](const auto&, auto& res) {
+        res.set_content(json{{"jeton", "jeton-tres-secret"},
+                             {"enfant", {{"id", "e1"}, {"prenom", "Léa 🦊" + hostile}}},
+                             {"ordinateur", {{"id", "o7"}, {"nom", hostile}}}}
+                            .dump(),
+                        "application/json");
+    });
+    serveur.route("POST", "/api/enfant/battement", [](const auto&, auto& res) {
+        res.set_content("{\"prenom\": \"\xff\xc0\xaf\x1b[2J\"}", "application/json");
+    });
+    serveur.route("POST", "/api/enfant/demandes", [&](const auto&, auto& res) {
+        res.status = 403;
+        res.set_content(json{{"detail", hostile}}.dump(), "application/json");
+    });
+    serveur.demarrer();
+
+    test::Sortie s = essai(serveur.adresse(), "ABCD2345");
+    EXPECT_EQ(s.statut, 1) << s.out << s.err;
+    auto l = lignes(s.out);
+    ASSERT_EQ(l.size(), 4u) << s.out;
+    const std::string echappe =
+        "\\x1b]0;titre\\x07\\x1b[2J\\x0dok battement\\x0d\\x0aok demande\\x7f\\u{9b}31m";
+    EXPECT_EQ(l[1].rfind("ok rejoindre : enfant Léa 🦊" + echappe, 0), 0u) << l[1];
+    EXPECT_EQ(l[2].rfind("échec battement : consigne illisible", 0), 0u) << l[2];
+    EXPECT_EQ(l[3], "échec demande : 403 " + echappe);
+    for (const char* brut : {"\x1b", "\x07", "\r", "\x7f", "\xc2\x9b", "\xff", "\xc0"})
+        EXPECT_EQ(s.out.find(brut), std::string::npos) << int(brut[0]);
+    EXPECT_EQ((s.out + s.err).find("jeton-tres-secret"), std::string::npos);
+    EXPECT_EQ(serveur.requetes()[1].entete("Authorization"), "Bearer jeton-tres-secret");
 }
 
 } // namespace

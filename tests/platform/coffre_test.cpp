@@ -175,6 +175,13 @@ TEST(CoffreFichier, ChaqueSecretASonFichierAuSeulUtilisateurSansCollisionNiEvasi
     EXPECT_TRUE(coffre.retirer(service, compte)) << "deleting what is gone is no failure";
     const std::string tropLong(200, 'x');
     EXPECT_FALSE(coffre.deposer(tropLong, tropLong, "refused"));
+
+    // The file is the child's to edit: bytes that are not text must not reach a header.
+    for (const std::string& pasDuTexte :
+         {std::string("\xff\xfe"), std::string("jeton\0nul", 9), std::string("\xc0\xaf")}) {
+        std::ofstream(secrets / "com.tavi.home.mac@jeton", std::ios::binary) << pasDuTexte;
+        EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
+    }
 }
 
 TEST(CoffreFichier, UnDossierOuvertAuxAutresEstRefermeEtUnLienRefuse) {
@@ -206,7 +213,9 @@ TEST(CoffreSansService, LeSecretVaDansUnFichierAuSeulUtilisateurEtLeJournalLeDit
     const fs::path fichier = fichierSansBus(dossier);
     EXPECT_EQ(premier.err, "no Secret Service answers: the token is kept in " + fichier.string() +
                                ", readable by this user only\n");
-    EXPECT_EQ(mode(fichier.parent_path()), 0700u);
+    for (auto dossierCree = fichier.parent_path(); dossierCree != dossier.chemin();
+         dossierCree = dossierCree.parent_path())
+        EXPECT_EQ(mode(dossierCree), 0700u) << dossierCree;
     EXPECT_EQ(mode(fichier), 0600u);
     EXPECT_EQ(fichiersContenant(dossier.chemin(), "jeton-ancien-5e1d"), std::vector<fs::path>{});
 
@@ -233,6 +242,14 @@ TEST(CoffreTrousseau, UnSeulElementParServiceEtCompteMisAJourEnPlace) {
     EXPECT_EQ(coffre.lire(service, compte), "jeton-deux-8d3e");
     EXPECT_EQ(trousseau.elements(compte).size(), 1u)
         << "the update added an item instead of replacing it";
+
+    // Another program may store any bytes under the same attributes.
+    SecretValue* pasDuTexte = secret_value_new("\xff\xfe", 2, "application/octet-stream");
+    ASSERT_TRUE(
+        secret_item_set_secret_sync(trousseau.elements(compte)[0], pasDuTexte, nullptr, nullptr));
+    secret_value_unref(pasDuTexte);
+    EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
+    coffre.ecrire(service, compte, "jeton-deux-8d3e");
 
     coffre.supprimer(service, compte);
     EXPECT_EQ(coffre.lire(service, compte), std::nullopt);

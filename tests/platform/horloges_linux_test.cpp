@@ -1,6 +1,9 @@
 #include "platform/linux/horloges_linux.h"
+#include "support/processus.h"
 
 #include <chrono>
+#include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -60,4 +63,25 @@ TEST(HorlogesLinux, LesHorlogesDonnentDesMillisecondesEtLaMonotoneNeReculeJamais
     const auto ecoule = horloges.monotoniqueMs() - debut;
     EXPECT_GE(ecoule, 20);
     EXPECT_LT(ecoule, 20'000);
+}
+
+// Suspend cannot be made here, but a time namespace can put CLOCK_BOOTTIME (which counts
+// suspend) ahead of CLOCK_MONOTONIC (which does not): the agent's clock must follow the first.
+TEST(HorlogesLinux, LaMonotoneCompteAussiLeTempsDeVeille) {
+    constexpr std::int64_t avanceS = 100'000;
+    const char* unshare = "/usr/bin/unshare";
+    if (!std::filesystem::exists(unshare)) GTEST_SKIP() << unshare << " is not installed";
+    auto bootMs = [] {
+        timespec t{};
+        clock_gettime(CLOCK_BOOTTIME, &t);
+        return static_cast<std::int64_t>(t.tv_sec) * 1000 + t.tv_nsec / 1'000'000;
+    };
+    const auto avant = bootMs();
+    const auto sonde = test::executer(
+        {unshare, "--time", "--boottime", std::to_string(avanceS), TAVI_HORLOGES_ESSAI});
+    const auto apres = bootMs();
+    if (sonde.statut != 0) GTEST_SKIP() << "no time namespace here: " << sonde.err;
+    const std::int64_t lue = std::stoll(sonde.out);
+    EXPECT_GE(lue, avant + avanceS * 1000);
+    EXPECT_LE(lue, apres + avanceS * 1000);
 }

@@ -1,6 +1,7 @@
 #include "platform/qt/boucle_qt.h"
 #include "platform/sqlite/reglages_sqlite.h"
 #include "server/api.h"
+#include "server/jeton.h"
 #include "server/transport_curl.h"
 #include "support/application_qt.h"
 #include "support/serveur_http.h"
@@ -66,21 +67,16 @@ TEST(Api, LeCheminSAjouteALAdresseDeBaseCommeUnComposant) {
 
 TEST_F(ApiContreUnServeur, ChaqueRequetePorteSesEnTetesEtLeJetonSeulementUneFoisRelie) {
     serveur.route("GET", "/api/ping", [](auto&, auto& res) { repondre(res, 200, "{}"); });
-    serveur.route("POST", "/api/enfant/demandes",
-                  [](auto&, auto& res) { repondre(res, 201, "{}"); });
     serveur.route("POST", "/api/enfant/battement",
                   [](auto&, auto& res) { repondre(res, 200, "{}"); });
     demarrer();
 
     EXPECT_TRUE(appeler("GET", "/api/ping"));
-    std::optional<ResultatApi<Api::Rien>> demande;
-    api->demanderTemps(10, [&](auto r) { demande = std::move(r); });
-    EXPECT_TRUE(attendre(demande));
     api->definirJeton("abc");
     EXPECT_TRUE(appeler("POST", "/api/enfant/battement", json{{"actif", true}}));
 
     const auto requetes = serveur.requetes();
-    ASSERT_EQ(requetes.size(), 3u);
+    ASSERT_EQ(requetes.size(), 2u);
     const auto installation = reglages.texte("installation");
     ASSERT_TRUE(installation) << "created on the first request";
     for (const auto& r : requetes) {
@@ -91,11 +87,8 @@ TEST_F(ApiContreUnServeur, ChaqueRequetePorteSesEnTetesEtLeJetonSeulementUneFois
     EXPECT_EQ(requetes[0].methode, "GET");
     EXPECT_EQ(requetes[0].corps, "");
     EXPECT_FALSE(requetes[0].aEntete("Authorization"));
-    EXPECT_FALSE(requetes[1].aEntete("Authorization"));
-    EXPECT_EQ(json::parse(requetes[1].corps),
-              (json{{"type", "temps"}, {"minutes", 10}, {"texte", "Sur mon ordinateur"}}));
-    EXPECT_EQ(requetes[2].entete("Authorization"), "Bearer abc");
-    EXPECT_EQ(json::parse(requetes[2].corps), (json{{"actif", true}}));
+    EXPECT_EQ(requetes[1].entete("Authorization"), "Bearer abc");
+    EXPECT_EQ(json::parse(requetes[1].corps), (json{{"actif", true}}));
 }
 
 TEST_F(ApiContreUnServeur, LesRefusDeviennentDesErreursApiQueLEnfantPeutLire) {
@@ -133,34 +126,70 @@ TEST_F(ApiContreUnServeur, LesRefusDeviennentDesErreursApiQueLEnfantPeutLire) {
         EXPECT_NE(requete.chemin, "/cible");
 }
 
-TEST_F(ApiContreUnServeur, LeJetonNeSeRenouvelleQueSurUnSuccesAvecUneValeur) {
-    serveur.route("POST", "/renouvelle", [](auto&, auto& res) {
-        res.set_header("X-Tavi-Jeton", "neuf");
+TEST_F(ApiContreUnServeur, LeJetonNeSeRenouvelleQueSurUnSuccesAvecUnJetonPorteur) {
+    std::string renouvele;
+    serveur.route("POST", "/renouvelle", [&renouvele](auto&, auto& res) {
+        res.set_header("X-Tavi-Jeton", renouvele);
         repondre(res, 200, "{}");
     });
     serveur.route("POST", "/refus-avec-jeton", [](auto&, auto& res) {
         res.set_header("X-Tavi-Jeton", "vole");
         repondre(res, 403, R"({"detail": "Non."})");
     });
-    serveur.route("POST", "/jeton-vide", [](auto&, auto& res) {
-        res.set_header("X-Tavi-Jeton", "");
-        repondre(res, 200, "{}");
-    });
-    serveur.route("POST", "/suivante", [](auto&, auto& res) { repondre(res, 200, "{}"); });
     demarrer();
     api->definirJeton("ancien");
 
+    // A renewal that is no bearer token fails its answer and changes nothing.
+    for (const std::string& hostile : {std::string("neuf\x1b[2J\x07"), std::string(90'000, 'j')}) {
+        renouvele = hostile;
+        auto r = appeler("POST", "/renouvelle");
+        ASSERT_FALSE(r);
+        EXPECT_TRUE(std::holds_alternative<ErreurDecodage>(r.error()));
+    }
+    EXPECT_FALSE(appeler("POST", "/refus-avec-jeton"));
+    renouvele = "";
+    EXPECT_TRUE(appeler("POST", "/renouvelle"));
+    EXPECT_EQ(api->jeton(), "ancien");
+    EXPECT_EQ(renouveles, std::vector<std::string>{});
+
+    renouvele = "neuf";
     EXPECT_TRUE(appeler("POST", "/renouvelle"));
     EXPECT_EQ(api->jeton(), "neuf");
-    EXPECT_FALSE(appeler("POST", "/refus-avec-jeton"));
-    EXPECT_TRUE(appeler("POST", "/jeton-vide"));
-    EXPECT_EQ(api->jeton(), "neuf");
     EXPECT_EQ(renouveles, std::vector<std::string>{"neuf"});
-    EXPECT_TRUE(appeler("POST", "/suivante"));
+    EXPECT_TRUE(appeler("POST", "/renouvelle"));
     EXPECT_EQ(serveur.requetes().back().entete("Authorization"), "Bearer neuf");
 }
 
-TEST_F(ApiContreUnServeur, LaReponseDAppariementSeLitAvecOuSansLangueMaisPasSansOrdinateur) {
+TEST_F(ApiContreUnServeur, UnJetonRangeHorsDuFormatPorteurNEstJamaisEnvoye) {
+    serveur.route("POST", "/battement", [](auto&, auto& res) { repondre(res, 200, "{}"); });
+    demarrer();
+    const std::string limite(longueurMaxJeton, 'j');
+    for (const std::string& hostile :
+         {std::string("abc\r\nX-Injecte: 1"), limite + "j", std::string(1'000'000, 'j'),
+          std::string("a=b"), std::string("=="), std::string("jéton"), std::string()}) {
+        api->definirJeton(hostile);
+        EXPECT_EQ(api->jeton(), std::nullopt) << hostile.substr(0, 20);
+    }
+    for (const std::string& bon : {limite, std::string("Az09-._~+/==")}) {
+        api->definirJeton(bon);
+        EXPECT_EQ(api->jeton(), bon);
+    }
+
+    Api depuisLeCoffre(serveur.adresse(), "abc\r\nX-Injecte: 1", transport, boucle, reglages);
+    std::optional<ResultatApi<std::string>> r;
+    depuisLeCoffre.appel("POST", "/battement", std::nullopt, [&](auto x) { r = std::move(x); });
+    EXPECT_TRUE(attendre(r));
+    EXPECT_FALSE(serveur.requetes().back().aEntete("Authorization"));
+    EXPECT_FALSE(serveur.requetes().back().aEntete("X-Injecte"));
+
+    // The transport itself sends no header that holds a line break.
+    auto echange = transport->echanger(
+        {"POST", serveur.adresse() + "/battement", {{"X-Tavi", "a\r\nX-Injecte: 1"}}, "{}"});
+    EXPECT_FALSE(echange);
+    EXPECT_EQ(serveur.requetes().size(), 1u);
+}
+
+TEST_F(ApiContreUnServeur, LaReponseDAppariementExigeOrdinateurEtJetonPorteurMaisPasLaLangue) {
     std::string reponse;
     serveur.route("POST", "/api/auth/ordinateur",
                   [&reponse](auto&, auto& res) { repondre(res, 200, reponse); });
@@ -182,15 +211,16 @@ TEST_F(ApiContreUnServeur, LaReponseDAppariementSeLitAvecOuSansLangueMaisPasSans
     EXPECT_EQ(json::parse(serveur.requetes().back().corps),
               (json{{"code", "ABCD2345"}, {"nom", "PC du salon"}, {"version", "1.2"}}));
 
-    for (
-        const char* sansLangue :
-        {R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa"}, "ordinateur": {"id": "o", "nom": "n"}})",
-         R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa", "langue": null}, "ordinateur": {"id": "o", "nom": "n"}})"}) {
-        reponse = sansLangue;
-        r = rejoindre();
-        ASSERT_TRUE(r);
-        EXPECT_EQ(r->enfant.langue, std::nullopt);
-    }
+    reponse = R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa", "langue": null},
+                  "ordinateur": {"id": "o", "nom": "n"}})";
+    r = rejoindre();
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->enfant.langue, std::nullopt);
+    reponse = R"({"jeton": "j\r\nX-Injecte: 1", "enfant": {"id": "e", "prenom": "Léa"},
+                  "ordinateur": {"id": "o", "nom": "n"}})";
+    r = rejoindre();
+    ASSERT_FALSE(r);
+    EXPECT_TRUE(std::holds_alternative<ErreurDecodage>(r.error()));
     reponse = R"({"jeton": "j", "enfant": {"id": "e", "prenom": "Léa"}})";
     r = rejoindre();
     ASSERT_FALSE(r);

@@ -10,6 +10,15 @@
 namespace tavi {
 namespace {
 
+// A store whose writes are all lost, as on a full disk.
+class ReglagesSansEcriture : public Reglages {
+public:
+    std::optional<Valeur> lire(const std::string&) const override { return std::nullopt; }
+    void ecrire(const std::string&, const Valeur&) override {}
+    void supprimer(const std::string&) override {}
+    void grouper(const std::function<void()>& ecritures) override { ecritures(); }
+};
+
 TEST(Stockage, LIdentifiantDInstallationEstCreeUneFoisEtGardePourToujours) {
     test::DossierTemporaire dossier;
     std::string premier;
@@ -28,6 +37,11 @@ TEST(Stockage, LIdentifiantDInstallationEstCreeUneFoisEtGardePourToujours) {
     EXPECT_EQ(Stockage::installation(rouvert), premier) << "kept across restarts and unpairing";
     ReglagesSqlite autre(dossier / "autre.sqlite");
     EXPECT_NE(Stockage::installation(autre), premier);
+
+    ReglagesSansEcriture sansEcriture;
+    const std::string perdue = Stockage::installation(sansEcriture);
+    EXPECT_EQ(Stockage::installation(sansEcriture), perdue) << "stable while the store refuses";
+    EXPECT_NE(perdue, premier);
 }
 
 TEST(Stockage, OublierRetireLesSeptClesEtLeJetonEtGardeLeReste) {
@@ -54,11 +68,19 @@ TEST(Stockage, OublierRetireLesSeptClesEtLeJetonEtGardeLeReste) {
     EXPECT_EQ(coffre.lire("autre.service", "jeton"), "garde");
 }
 
+TEST(Stockage, LeTrousseauNeGardeNiNeRendUnJetonHorsDuFormatPorteur) {
+    CoffreMemoire coffre;
+    Trousseau::ecrire(coffre, "abc\r\nX-Injecte: 1");
+    EXPECT_EQ(coffre.lire(Trousseau::service, Trousseau::compte), std::nullopt);
+    coffre.ecrire(Trousseau::service, Trousseau::compte, std::string(1'000'000, 'j'));
+    EXPECT_EQ(Trousseau::lire(coffre), std::nullopt) << "the fallback file is the child's to edit";
+    Trousseau::ecrire(coffre, "jeton-sur");
+    EXPECT_EQ(Trousseau::lire(coffre), "jeton-sur");
+}
+
 TEST(Stockage, LAdresseDuServeurRetombeSurLaValeurParDefautQuandElleEstInvalide) {
     ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
     const std::string defaut(Stockage::adresseParDefaut);
-    EXPECT_EQ(defaut.rfind("https://", 0), 0u);
-    EXPECT_NE(defaut.find(".example"), std::string::npos);
     EXPECT_EQ(Stockage::serveur(reglages), defaut);
     for (const std::string mauvaise : {"", "pas une adresse", "ftp://famille.example",
                                        "file:///etc/passwd", "https://", "//sans.schema"}) {

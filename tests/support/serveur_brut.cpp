@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <stdexcept>
+#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -44,16 +45,26 @@ ServeurBrut::~ServeurBrut() {
         c.join();
 }
 
-void ServeurBrut::lireRequete(int socket) {
+std::string ServeurBrut::lireRequete(int socket) {
     std::string lu;
-    char tampon[4096];
-    while (lu.find("\r\n\r\n") == std::string::npos) {
+    char tampon[65536];
+    auto lire = [&] {
         pollfd p{socket, POLLIN, 0};
-        if (poll(&p, 1, 5000) <= 0) return;
+        if (poll(&p, 1, 5000) <= 0) return false;
         ssize_t n = recv(socket, tampon, sizeof tampon, 0);
-        if (n <= 0) return;
+        if (n <= 0) return false;
         lu.append(tampon, static_cast<std::size_t>(n));
-    }
+        return true;
+    };
+    std::size_t finEntetes;
+    while ((finEntetes = lu.find("\r\n\r\n")) == std::string::npos)
+        if (!lire()) return {};
+    std::size_t longueur = 0;
+    if (auto champ = lu.find("Content-Length: "); champ != std::string::npos && champ < finEntetes)
+        longueur = std::stoul(lu.substr(champ + 16, 12));
+    while (lu.size() < finEntetes + 4 + longueur)
+        if (!lire()) return {};
+    return lu;
 }
 
 bool ServeurBrut::ecrire(int socket, const std::string& octets) {

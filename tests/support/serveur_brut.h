@@ -23,7 +23,9 @@ public:
     std::string adresse() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
     // Helpers for conduites.
-    static void lireRequete(int socket); // reads up to the blank line
+    // Reads one request, its body included (by Content-Length); empty when the client closed
+    // or sent nothing for 5 s.
+    static std::string lireRequete(int socket);
     static bool ecrire(int socket, const std::string& octets);
 
 private:

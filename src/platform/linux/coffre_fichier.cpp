@@ -1,10 +1,13 @@
 #include "platform/linux/coffre_fichier.h"
 
+#include "commun/dossier_prive.h"
+
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <dirent.h>
 #include <fcntl.h>
+#include <glib.h>
 #include <random>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -91,11 +94,9 @@ bool estTemporaireDe(std::string_view entree, const std::string& nom) {
 // The folder, opened without following a link, once it is this user's alone; -1 when it is
 // missing (and not to be made), another user's, or cannot be made private.
 int ouvrirDossier(const fs::path& dossier, bool creer) {
-    if (creer) {
-        std::error_code ignore;
-        fs::create_directories(dossier.parent_path(), ignore);
-        mkdir(dossier.c_str(), 0700);
-    }
+    // The parents it makes are the state folder and its own parents: 0700 like the folder,
+    // whichever of the two stores comes first.
+    if (creer) creerDossierPrive(dossier);
     Descripteur fd(open(dossier.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat etat {};
     if (!fd.valide() || fstat(fd.get(), &etat) != 0 || etat.st_uid != geteuid()) return -1;
@@ -161,6 +162,9 @@ std::optional<std::string> CoffreFichier::lire(const std::string& service,
         secret.append(tampon.data(), static_cast<std::size_t>(n));
         if (secret.size() > static_cast<std::size_t>(tailleMax)) return std::nullopt;
     }
+    // The file is this user's, so the child's to edit: bytes that are not text read as absent.
+    if (!g_utf8_validate(secret.data(), static_cast<gssize>(secret.size()), nullptr))
+        return std::nullopt;
     return secret;
 }
 

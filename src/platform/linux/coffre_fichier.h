@@ -11,10 +11,11 @@ namespace tavi {
 // Secrets kept in files for a machine where no Secret Service answers: one file per
 // (service, account) in one folder. The folder is this user's alone (0700) and each file is
 // 0600 from the moment it exists; a write replaces the file whole (temporary file, fsync,
-// rename), so a crash leaves the old secret or the new one, never a mix.
+// rename), so a crash leaves the old secret or the new one, never a mix. A file that does not
+// hold UTF-8 text reads as absent.
 class CoffreFichier : public Coffre {
 public:
-    // The folder is made, with its missing parents, on the first write.
+    // The folder is made, with its missing parents (all 0700), on the first write.
     explicit CoffreFichier(std::filesystem::path dossier);
 
     std::optional<std::string> lire(const std::string& service,

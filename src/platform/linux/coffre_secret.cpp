@@ -162,7 +162,10 @@ std::optional<std::string> chercher(SecretService* service, const std::string& n
         if (SecretValue* valeur = secret_item_get_secret(element)) {
             gsize taille = 0;
             const gchar* octets = secret_value_get(valeur, &taille);
-            secret.emplace(octets, taille);
+            // Another program may have stored any bytes under our attributes; what is not
+            // text would go on into an HTTP header.
+            if (g_utf8_validate(octets, static_cast<gssize>(taille), nullptr))
+                secret.emplace(octets, taille);
             secret_value_unref(valeur);
         }
     }

@@ -14,7 +14,8 @@ namespace tavi {
 // Secrets in the session's Secret Service (GNOME Keyring, KWallet, KeePassXC...), in the
 // default collection, one item per (service, account) with the attributes "service" and
 // "account". Never prompts: a locked item reads as absent and a write to a locked collection
-// is given up, because a prompt would hold the main thread until someone answers it.
+// is given up, because a prompt would hold the main thread until someone answers it. A secret
+// that is not UTF-8 text, in the Secret Service or the fallback file, reads as absent.
 //
 // Decided at each operation: when no Secret Service answers (no session bus, no daemon), the
 // secret goes to a file of the fallback folder instead, readable by this user alone, and the

@@ -42,19 +42,6 @@ std::optional<std::string> renommer(const fs::path& de, const fs::path& vers) {
 
 } // namespace
 
-std::optional<std::string> creerDossierPrive(const fs::path& dossier) {
-    if (dossier.empty()) return std::nullopt;
-    fs::path chemin;
-    for (const auto& partie : dossier) {
-        chemin /= partie;
-        if (::mkdir(chemin.c_str(), 0700) == 0 || errno == EEXIST) continue;
-        return chemin.string() + ": " + std::strerror(errno);
-    }
-    std::error_code erreur;
-    if (!fs::is_directory(dossier, erreur)) return dossier.string() + ": not a folder";
-    return std::nullopt;
-}
-
 MiseDeCote mettreDeCote(const fs::path& fichier) {
     const std::string racine = fichier.string() + ".illisible-" + horodatage();
     fs::path aCote = racine;

@@ -6,10 +6,6 @@
 
 namespace tavi {
 
-// Creates `dossier` and its missing parents readable by the user alone: the defaults hold the
-// installation identifier and the child's first name. Absent on success, else the reason.
-std::optional<std::string> creerDossierPrive(const std::filesystem::path& dossier);
-
 struct MiseDeCote {
     std::filesystem::path chemin; // where the file now lies
     std::string erreur;           // empty on success

@@ -1,6 +1,7 @@
 #include "platform/sqlite/reglages_sqlite.h"
 
 #include "commun/journal.h"
+#include "commun/dossier_prive.h"
 #include "platform/sqlite/fichiers_reglages.h"
 
 #include <cmath>
