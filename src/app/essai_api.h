@@ -1,5 +1,6 @@
 #pragma once
 
+#include "generique/utf8.h"
 #include "platform/boucle.h"
 #include "platform/memoire/coffre_memoire.h"
 #include "platform/sqlite/reglages_sqlite.h"
@@ -18,9 +19,6 @@ namespace tavi {
 // the code, beats once and asks for 10 minutes. It keeps its store and its secret in memory,
 // so the agent's own state and token are never touched. One line per step on `sortie`,
 // starting with "ok" or "échec"; what the server wrote is escaped by `pourTerminal`.
-// `texte` made safe for a terminal: C0 and DEL as \xNN, C1 as \u{NN}, and each byte that is not
-// part of valid UTF-8 as \xNN, so that no server text can move the cursor, ring, or forge a line.
-std::string pourTerminal(std::string_view texte);
 
 class EssaiApi {
 public:

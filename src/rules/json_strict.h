@@ -1,5 +1,7 @@
 #pragma once
 
+#include "generique/json_borne.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -16,22 +18,11 @@ namespace tavi {
 // Strict reading of documents received from the server: a wrong type anywhere fails the whole
 // document with a message that names the member, so nothing half-read is ever acted on.
 
-// Thrown while reading; the decoder at the document's edge turns it into its error value.
-class DocumentInvalide : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 // "fin_ms" -> "finMs": each underscore removed and the letter after it capitalised. Keys
 // without underscores pass unchanged, so camelCase keys are understood too.
 std::string versCamel(std::string_view cle);
 // "finMs" -> "fin_ms": a member's name the way the server spells its keys.
 std::string versSnake(std::string_view nom);
-
-// Parses a document, refusing before any allocation one that is larger than `tailleMax` bytes
-// or nested deeper than `profondeurMax` (a deep array costs memory out of all proportion).
-nlohmann::json analyserDocument(std::string_view texte, std::size_t tailleMax,
-                                int profondeurMax = 64);
 
 std::int64_t lireEntier(const nlohmann::json& v, const std::string& chemin);
 double lireDouble(const nlohmann::json& v, const std::string& chemin);

@@ -1,12 +1,11 @@
 #include "server/stockage.h"
 
+#include "generique/identifiant.h"
 #include "rules/consigne_json.h"
 #include "server/jeton.h"
 
-#include <array>
 #include <curl/curl.h>
 #include <mutex>
-#include <random>
 #include <vector>
 
 namespace tavi {
@@ -57,27 +56,6 @@ void Stockage::accordCles(Reglages& reglages, const std::set<std::string>& cles)
     reglages.ecrire("accord_cles", std::vector<std::string>(cles.begin(), cles.end()));
 }
 
-namespace {
-
-std::string uuidAuHasard() {
-    std::random_device alea;
-    std::array<unsigned char, 16> octets{};
-    for (auto& o : octets)
-        o = static_cast<unsigned char>(alea() & 0xFF);
-    octets[6] = static_cast<unsigned char>((octets[6] & 0x0F) | 0x40); // version 4
-    octets[8] = static_cast<unsigned char>((octets[8] & 0x3F) | 0x80); // RFC 4122 variant
-    static constexpr char chiffres[] = "0123456789ABCDEF";
-    std::string uuid;
-    for (std::size_t i = 0; i < octets.size(); ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10) uuid += '-';
-        uuid += chiffres[octets[i] >> 4];
-        uuid += chiffres[octets[i] & 0x0F];
-    }
-    return uuid;
-}
-
-} // namespace
-
 std::string Stockage::installation(Reglages& reglages) {
     if (auto existante = reglages.texte("installation")) return *existante;
     // A store that refuses writes must not make a new installation of every request: the
@@ -86,7 +64,11 @@ std::string Stockage::installation(Reglages& reglages) {
     static std::mutex verrou;
     static std::optional<std::string> nonGardee;
     std::lock_guard garde(verrou);
-    if (!nonGardee) nonGardee = uuidAuHasard();
+    if (!nonGardee) {
+        nonGardee = uuidAuHasard();
+        for (char& c : *nonGardee)
+            if (c >= 'a' && c <= 'f') c = static_cast<char>(c - 'a' + 'A');
+    }
     const std::string uuid = *nonGardee;
     reglages.ecrire("installation", uuid);
     if (reglages.texte("installation") == uuid) nonGardee.reset();
