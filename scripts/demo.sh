@@ -52,7 +52,7 @@ titre "La règle que l'agent appliquerait (tavi regle sur la consigne du serveur
 famille consigne Léa > "$dossier/consigne.json"
 regle() { "$build/src/outils/tavi" regle --maintenant "$(( $(date -d "$1" +%s) * 1000 ))" \
     "${@:2}" "$dossier/consigne.json"; }
-printf '%-28s' maintenant; regle now
-printf '%-28s' 'demain 10:00'; regle "tomorrow 10:00"
-printf '%-28s' 'demain 22:00'; regle "tomorrow 22:00"
-printf '%-28s' 'demain 17:00, 90 min jouées'; regle "tomorrow 17:00" --utilise-jour 5400
+printf '%-30s' maintenant; regle now
+printf '%-30s' 'demain 10:00'; regle "tomorrow 10:00"
+printf '%-30s' 'demain 22:00'; regle "tomorrow 22:00"
+printf '%-30s' 'demain 17:00, 90 min jouées'; regle "tomorrow 17:00" --utilise-jour 5400
