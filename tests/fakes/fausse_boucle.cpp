@@ -34,7 +34,6 @@ void FausseBoucle::plusTard(std::chrono::milliseconds delai, Tache tache) {
 }
 
 void FausseBoucle::poster(Tache tache) {
-    std::lock_guard garde(verrouPostes);
     postes.push_back(std::move(tache));
 }
 
@@ -76,10 +75,7 @@ std::size_t FausseBoucle::terminerArrierePlan() {
 void FausseBoucle::executerPostes() {
     for (;;) {
         std::deque<Tache> lot;
-        {
-            std::lock_guard garde(verrouPostes);
-            lot.swap(postes);
-        }
+        lot.swap(postes);
         if (lot.empty()) return;
         for (auto& tache : lot)
             tache();

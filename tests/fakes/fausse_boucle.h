@@ -8,7 +8,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 namespace tavi {
@@ -16,7 +15,8 @@ namespace tavi {
 // A main loop in virtual time, for tests that run hours of ticks in milliseconds. Nothing
 // happens by itself: `avancer` moves the clock and runs what falls due, in time order;
 // background work waits until the test runs it with `terminerArrierePlan`, so a test decides
-// what is "in flight" and when it lands.
+// what is "in flight" and when it lands. Single-threaded: the engine posts from the main
+// thread only, and continuations here run on the test's thread.
 class FausseBoucle : public Boucle {
 public:
     // Called with the milliseconds that pass each time the virtual clock moves, so that fake
@@ -40,16 +40,12 @@ public:
     // continuations included. Returns how many ran. An exception from the work reaches the
     // test.
     std::size_t terminerArrierePlan();
-    // Background work started and not yet run.
-    std::size_t arrierePlanEnAttente() const { return arrierePlan.size(); }
-    // The virtual clock, from 0.
-    std::int64_t maintenantMs() const { return maintenant; }
 
 private:
     struct Echeance {
         Tache tache;
-        std::int64_t periodeMs = 0; // 0: once
-        std::shared_ptr<bool> active;
+        std::int64_t periodeMs = 0;   // 0: once
+        std::shared_ptr<bool> active; // null: a delayed task, never cancelled
     };
 
     void executerPostes();
@@ -61,7 +57,6 @@ private:
     // By (instant due, order of scheduling).
     std::map<std::pair<std::int64_t, std::uint64_t>, Echeance> echeancier;
     std::deque<std::function<Tache()>> arrierePlan;
-    std::mutex verrouPostes;
     std::deque<Tache> postes;
 };
 

@@ -1,5 +1,4 @@
 #include "rules/consigne_json.h"
-#include "rules/programme.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -28,7 +27,6 @@ TEST(DecodageConsigne, UnDocumentVideOuFaitDeNullNeDonneAucunMembreEtAucuneRegle
     EXPECT_EQ(decoder("{}"), Consigne{});
     EXPECT_EQ(decoder(R"({"protege_maintenant": null, "mac": null, "programme": null})"),
               Consigne{});
-    EXPECT_EQ(Programme::regleCourante(decoder("{}"), 1000, std::nullopt, 1e9), std::nullopt);
 }
 
 TEST(DecodageConsigne, LesClesSontComprisesEnSnakeCommeEnCamelEtLesInconnuesIgnorees) {
@@ -56,24 +54,18 @@ TEST(DecodageConsigne, UnMauvaisTypeOuUnMembreObligatoireAbsentFaitEchouerToutEn
     const std::vector<std::pair<std::string, std::string>> cas = {
         {R"([1, 2])", "le document : objet attendu"},
         {R"({"prenom": "Léa",)", "JSON illisible"},
-        {"", "JSON illisible"},
         {R"({"fin_ms": 1795447800e20000})", "JSON illisible"},
-        {R"({"tirelire_min": -1e400})", "JSON illisible"},
         {R"({"protege_maintenant": "true"})", "protege_maintenant : booléen attendu"},
         {R"({"prenom": 12})", "prenom : texte attendu"},
-        {R"({"limite_jour_min": "60"})", "limite_jour_min : nombre attendu"},
         {R"({"programme": [{"debut_ms": 1, "fin_ms": 2}, {"debut_ms": 1, "fin_ms": "2"}]})",
          "programme[1].fin_ms : entier attendu"},
         {R"({"programme": [{"debut_ms": 1}]})", "programme[0].fin_ms : membre obligatoire absent"},
         {R"({"programme": [{"debut_ms": 1, "fin_ms": null}]})", "programme[0].fin_ms : membre"},
-        {R"({"programme": {"debut_ms": 1}})", "programme : liste attendue"},
         {R"({"mac": {"limites": [{"id": "j", "minutes": 3, "applis": []}]}})",
          "mac.limites[0].nom : membre obligatoire absent"},
         {R"({"mac": {"bloquees": ["a", 1]}})", "mac.bloquees[1] : texte attendu"},
-        {R"({"mac": {"coupees": ["a", null]}})", "mac.coupees[1] : texte attendu"},
         {R"({"limites_autres": {"jeux": "1"}})", "limites_autres.jeux : nombre attendu"},
         {R"({"regle": {"familles": "jeux"}})", "regle.familles : liste attendue"},
-        {R"({"historique_sites": {"actif": 1}})", "historique_sites.actif : booléen attendu"},
     };
     for (const auto& [texte, attendu] : cas)
         EXPECT_NE(erreurDe(texte).find(attendu), std::string::npos)
@@ -82,16 +74,13 @@ TEST(DecodageConsigne, UnMauvaisTypeOuUnMembreObligatoireAbsentFaitEchouerToutEn
 
 TEST(DecodageConsigne, LesEntiersSontDesNombresIntegrauxSur64BitsEtLesDoublesToutNombre) {
     EXPECT_EQ(decoder(R"({"fin_ms": 1e3})").finMs, 1000);
-    EXPECT_EQ(decoder(R"({"fin_ms": 2.0})").finMs, 2);
     EXPECT_EQ(decoder(R"({"fin_ms": 9223372036854775807})").finMs, INT64_MAX);
     EXPECT_EQ(decoder(R"({"fin_ms": -9223372036854775808})").finMs, INT64_MIN);
     EXPECT_NE(erreurDe(R"({"fin_ms": 1.5})").find("fin_ms : entier attendu"), std::string::npos);
     EXPECT_NE(erreurDe(R"({"fin_ms": 9223372036854775808})").find("hors des 64 bits"),
               std::string::npos);
-    EXPECT_NE(erreurDe(R"({"fin_ms": 1e19})").find("hors des 64 bits"), std::string::npos);
     EXPECT_EQ(decoder(R"({"tirelire_min": 18446744073709551615})").tirelireMin,
               1.8446744073709552e19);
-    EXPECT_EQ(decoder(R"({"tirelire_min": -0.25})").tirelireMin, -0.25);
 }
 
 TEST(DecodageConsigne, UnDocumentDemesureEstRefuseAvantDEtreLu) {

@@ -7,7 +7,6 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <iostream>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -148,9 +147,6 @@ TEST(FautesDuServeur, ChaqueFauteFinitParSaBorneSansArreterLaBoucle) {
         ASSERT_FALSE(r) << adresses[i];
         ASSERT_TRUE(std::holds_alternative<ErreurTransport>(r.error())) << adresses[i];
         descriptions.push_back(decrire(r.error()));
-        std::cout << "[ figure ] " << (i < fautes.size() ? fautes[i].nom : "connexion sans fin")
-                  << " : " << durees[i].count() << " ms, " << descriptions[i] << ", " << tics[i]
-                  << " tics\n";
     }
     // Silence ends at the inactivity bound, well before the total one.
     EXPECT_GE(durees[0], 1s);

@@ -34,7 +34,6 @@ public:
     void route(const std::string& methode, const std::string& chemin, Reponse reponse);
     void demarrer();
     std::string adresse() const; // "http://127.0.0.1:PORT"
-    int port() const { return port_; }
     std::vector<Requete> requetes() const;
 
 private:
