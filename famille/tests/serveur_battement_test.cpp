@@ -208,7 +208,9 @@ TEST(Battement, LesDonneesEtLesJetonsSurviventAUnRedemarrage) {
 }
 
 TEST(Battement, CinquanteOrdinateursBattentEnMemeTempsSansErreur) {
-    ServeurEssai serveur;
+    OptionsServeur options;
+    options.connexionsParAdresse = 64; // every client here has the same address
+    ServeurEssai serveur(options);
     constexpr int enfants = 5;
     constexpr int parEnfant = 10;
     std::vector<std::string> jetons;
