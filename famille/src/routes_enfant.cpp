@@ -101,7 +101,10 @@ Serveur::Reponse Serveur::utiliserTirelire(Depot& depot, const Acces& acces, con
 Serveur::Reponse Serveur::signaler(Depot& depot, const Acces& acces, const json& corps,
                                    std::int64_t maintenant) {
     Champs champs(corps);
-    depot.signaler(acces, champs.texte("nature", 64), champs.texte("detail", 2048), maintenant);
+    if (!depot.signaler(acces, champs.texte("nature", 64), champs.texte("detail", 2048),
+                        maintenant))
+        throw ErreurRequete(429, "Cet ordinateur a envoyé trop de signaux aujourd'hui. Ils "
+                                 "reprendront demain.");
     return {204, std::nullopt, std::nullopt};
 }
 
