@@ -166,7 +166,7 @@ tic="$(getconf CLK_TCK)"
 battementReel() {
     curl -s -o /dev/null -w '%{http_code} %{time_total}' --max-time 120 -X POST \
         "$adresse/api/enfant/battement" -H 'Content-Type: application/json' \
-        -H "Authorization: Bearer $(echo "$listeJetons" | cut -d' ' -f1)" -d "$simple" || echo "échec"
+        -H "Authorization: Bearer $(echo "$listeJetons" | cut -d' ' -f1)" -d "$simple" || echo " (échec)"
 }
 
 echo "== $inactifs agents inactifs gardés ouverts (127.0.1.x)"

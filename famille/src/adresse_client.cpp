@@ -9,7 +9,8 @@ namespace tavi::famille {
 std::string cleAdresse(const std::string& adresse) {
     std::array<unsigned char, 16> octets{};
     if (inet_pton(AF_INET6, adresse.c_str(), octets.data()) != 1) return adresse;
-    static constexpr std::array<unsigned char, 12> prefixeV4{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+    static constexpr std::array<unsigned char, 12> prefixeV4{0, 0, 0, 0, 0,    0,
+                                                             0, 0, 0, 0, 0xff, 0xff};
     bool v4 = true;
     for (std::size_t i = 0; i < prefixeV4.size(); ++i)
         v4 = v4 && octets[i] == prefixeV4[i];

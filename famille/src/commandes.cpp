@@ -151,9 +151,10 @@ int servir(const std::string& base, Arguments& args, std::ostream& sortie) {
     // Each connection is a descriptor, and the usual soft limit of 1024 would bound the
     // server far below the connections it is meant to hold.
     rlimit descripteurs{};
-    if (getrlimit(RLIMIT_NOFILE, &descripteurs) == 0 && descripteurs.rlim_cur < descripteurs.rlim_max) {
-        descripteurs.rlim_cur = std::max<rlim_t>(descripteurs.rlim_cur,
-                                                 std::min<rlim_t>(descripteurs.rlim_max, 65536));
+    if (getrlimit(RLIMIT_NOFILE, &descripteurs) == 0 &&
+        descripteurs.rlim_cur < descripteurs.rlim_max) {
+        descripteurs.rlim_cur =
+            std::max<rlim_t>(descripteurs.rlim_cur, std::min<rlim_t>(descripteurs.rlim_max, 65536));
         setrlimit(RLIMIT_NOFILE, &descripteurs);
     }
     Serveur serveur(base, options);

@@ -9,8 +9,8 @@ namespace tavi::famille {
 namespace {
 
 // Version 2 of the schema (version 1 lacked volumes_jour; every statement here is idempotent,
-// so running it again upgrades a version 1 base). Per-day tables are keyed by the child's local day ("yyyy-MM-dd");
-// instants are ms since the epoch; minutes are REAL.
+// so running it again upgrades a version 1 base). Per-day tables are keyed by the child's local day
+// ("yyyy-MM-dd"); instants are ms since the epoch; minutes are REAL.
 constexpr const char* schema = R"sql(
 CREATE TABLE IF NOT EXISTS enfants (
     id TEXT PRIMARY KEY,

@@ -148,12 +148,12 @@ private:
         if (arretDemande) return couper();
         if (tampon.size() > 0) return lireTete();
         if (!premiere) bas().expires_after(contexte.reglages.gardeOuverte);
-        flux.async_read_some(tampon.prepare(4096), [soi = this->shared_from_this()](
-                                                       beast::error_code ec, std::size_t n) {
-            if (ec) return soi->couper();
-            soi->tampon.commit(n);
-            soi->lireTete();
-        });
+        flux.async_read_some(tampon.prepare(4096),
+                             [soi = this->shared_from_this()](beast::error_code ec, std::size_t n) {
+                                 if (ec) return soi->couper();
+                                 soi->tampon.commit(n);
+                                 soi->lireTete();
+                             });
     }
 
     void lireTete() {
@@ -299,9 +299,8 @@ private:
         occupee = false;
         bas().expires_after(delaiVidange);
         if constexpr (chiffree) {
-            flux.async_shutdown([soi = this->shared_from_this()](beast::error_code) {
-                soi->couper();
-            });
+            flux.async_shutdown(
+                [soi = this->shared_from_this()](beast::error_code) { soi->couper(); });
         } else {
             beast::error_code ignore;
             bas().socket().shutdown(tcp::socket::shutdown_send, ignore);
@@ -310,8 +309,8 @@ private:
     }
 
     void vidanger(std::size_t lus) {
-        flux.async_read_some(asio::buffer(poubelle), [soi = this->shared_from_this(), lus](
-                                                         beast::error_code ec, std::size_t n) {
+        flux.async_read_some(asio::buffer(poubelle), [soi = this->shared_from_this(),
+                                                      lus](beast::error_code ec, std::size_t n) {
             if (ec || lus + n > vidangeMax) return soi->couper();
             soi->vidanger(lus + n);
         });
