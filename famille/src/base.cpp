@@ -1,10 +1,29 @@
 #include "base.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace tavi::famille {
 
 namespace {
+
+// The base holds the family's whole life: only its owner may read it. SQLite gives the -wal
+// and -shm files the mode of the base, so the base is made 0600 before SQLite opens it, and a
+// base (or its companions) left readable by an older version is tightened here.
+void reserverAuProprietaire(const std::string& chemin, bool creer) {
+    for (const char* suffixe : {"", "-wal", "-shm"}) {
+        bool principal = *suffixe == '\0';
+        int drapeaux = O_RDONLY | O_CLOEXEC | O_NOCTTY | (creer && principal ? O_CREAT : 0);
+        int fd = ::open((chemin + suffixe).c_str(), drapeaux, 0600);
+        if (fd < 0) continue; // SQLite says why when it cannot open the base itself
+        struct stat etat {};
+        if (fstat(fd, &etat) == 0 && S_ISREG(etat.st_mode) && (etat.st_mode & 077) != 0)
+            fchmod(fd, etat.st_mode & 0700);
+        ::close(fd);
+    }
+}
 
 [[noreturn]] void echec(sqlite3* base, const std::string& quoi) {
     throw ErreurBase(quoi + " : " + (base ? sqlite3_errmsg(base) : "mémoire épuisée"));
@@ -85,6 +104,7 @@ std::optional<std::int64_t> Requete::entierOuRien(int colonne) const {
 }
 
 Base::Base(const std::string& chemin, Ouverture ouverture) {
+    reserverAuProprietaire(chemin, ouverture == Ouverture::creer);
     int drapeaux = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
     if (ouverture == Ouverture::creer) drapeaux |= SQLITE_OPEN_CREATE;
     if (sqlite3_open_v2(chemin.c_str(), &base, drapeaux, nullptr) != SQLITE_OK) {

@@ -3,10 +3,12 @@
 #include "serveur.h"
 #include "temps.h"
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <map>
 #include <pthread.h>
+#include <sys/resource.h>
 
 namespace tavi::famille {
 
@@ -22,11 +24,13 @@ rend le statut 2. Les enfants sont désignés par leur prénom, unique dans la f
 
 Serveur
   servir [--adresse HOTE:PORT] [--certificat FICHIER --cle FICHIER]
-         [--renouveler-apres SECONDES]
+         [--renouveler-apres SECONDES] [--connexions-par-adresse N]
       Sert l'API des ordinateurs (127.0.0.1:8080 par défaut ; port 0 : un port libre).
       Écrit {"adresse","port","tls"} une fois à l'écoute, s'arrête sur SIGTERM ou SIGINT.
       Sans certificat, mettez-le derrière un mandataire HTTPS pour l'ouvrir au réseau.
       --renouveler-apres : un jeton plus vieux reçoit un successeur (en-tête X-Tavi-Jeton).
+      --connexions-par-adresse : 32 par défaut (un réseau IPv6 compte par son /64) ;
+      à relever derrière un mandataire, par lequel tous les clients ont la même adresse.
 
 Famille et ordinateurs
   enfant ajouter PRENOM [--langue fr] [--fuseau Europe/Paris]
@@ -126,6 +130,9 @@ OptionsServeur optionsServeur(Arguments& args) {
     if (auto age = args.option("--renouveler-apres"))
         options.renouvelerApresMs =
             entierEntre(*age, "--renouveler-apres", 0, 10LL * 365 * 24 * 3600) * 1000;
+    if (auto n = args.option("--connexions-par-adresse"))
+        options.connexionsParAdresse =
+            static_cast<std::size_t>(entierEntre(*n, "--connexions-par-adresse", 1, 100000));
     args.fin();
     return options;
 }
@@ -141,6 +148,15 @@ int servir(const std::string& base, Arguments& args, std::ostream& sortie) {
     sigset_t avant;
     pthread_sigmask(SIG_BLOCK, &arret, &avant);
     std::signal(SIGPIPE, SIG_IGN); // a client gone mid-answer must not end the server
+    // Each connection is a descriptor, and the usual soft limit of 1024 would bound the
+    // server far below the connections it is meant to hold.
+    rlimit descripteurs{};
+    if (getrlimit(RLIMIT_NOFILE, &descripteurs) == 0 &&
+        descripteurs.rlim_cur < descripteurs.rlim_max) {
+        descripteurs.rlim_cur =
+            std::max<rlim_t>(descripteurs.rlim_cur, std::min<rlim_t>(descripteurs.rlim_max, 65536));
+        setrlimit(RLIMIT_NOFILE, &descripteurs);
+    }
     Serveur serveur(base, options);
     serveur.demarrer();
     sortie

@@ -8,8 +8,9 @@ namespace tavi::famille {
 
 namespace {
 
-// Version 1 of the schema. Per-day tables are keyed by the child's local day ("yyyy-MM-dd");
-// instants are ms since the epoch; minutes are REAL.
+// Version 2 of the schema (version 1 lacked volumes_jour; every statement here is idempotent,
+// so running it again upgrades a version 1 base). Per-day tables are keyed by the child's local day
+// ("yyyy-MM-dd"); instants are ms since the epoch; minutes are REAL.
 constexpr const char* schema = R"sql(
 CREATE TABLE IF NOT EXISTS enfants (
     id TEXT PRIMARY KEY,
@@ -126,7 +127,15 @@ CREATE TABLE IF NOT EXISTS evenements (
     texte TEXT,
     recu_ms INTEGER NOT NULL
 );
-PRAGMA user_version = 1;
+CREATE TABLE IF NOT EXISTS volumes_jour (
+    ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
+    jour TEXT NOT NULL,
+    sites INTEGER NOT NULL DEFAULT 0,
+    signaux INTEGER NOT NULL DEFAULT 0,
+    evenements INTEGER NOT NULL DEFAULT 0,
+    PRIMARY KEY (ordinateur_id, jour)
+) WITHOUT ROWID;
+PRAGMA user_version = 2;
 )sql";
 
 } // namespace
@@ -139,8 +148,8 @@ void Depot::creerSchema() {
     Requete version = base_.requete("PRAGMA user_version");
     version.ligne();
     std::int64_t numero = version.entier(0);
-    if (numero == 1) return;
-    if (numero > 1) throw ErreurBase("cette base vient d'une version plus récente de tavi-famille");
+    if (numero == 2) return;
+    if (numero > 2) throw ErreurBase("cette base vient d'une version plus récente de tavi-famille");
     Transaction t(base_);
     base_.executer(schema);
     t.valider();

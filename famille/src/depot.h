@@ -57,6 +57,14 @@ struct Demande {
 
 enum class ResultatTirelire { fait, pasDeLimite, pasAssez };
 
+// What one computer stored on one day of its child, counted against the daily quotas.
+struct VolumesJour {
+    std::int64_t sites = 0; // new (domain, hour) rows
+    std::int64_t signaux = 0;
+    std::int64_t evenements = 0;
+    bool operator==(const VolumesJour&) const = default;
+};
+
 // The family's store: one SQLite file, one family. Not thread-safe: one object per connection,
 // used by one thread at a time. Every operation takes the current instant as an argument.
 class Depot {
@@ -67,6 +75,10 @@ public:
     static constexpr std::int64_t conservationMs = 30LL * 24 * 3600 * 1000;
     // A computer silent for longer than this no longer counts as protected.
     static constexpr std::int64_t silenceMaxMs = 90 * 1000;
+    // What one computer may add in a day of its child. A busy child visits a few hundred
+    // domains a day, each counted once an hour at most; an agent announces sleeps, wakes and
+    // stops, and signals what it blocked. Far above that, far below filling a disk in 30 days.
+    static constexpr VolumesJour quotaJour{5000, 500, 500};
 
     Depot(const std::string& chemin, Base::Ouverture ouverture);
     Base& base() { return base_; }
@@ -105,7 +117,8 @@ public:
                                          std::int64_t maintenantMs);
     ResultatTirelire utiliserTirelire(const Acces& acces, std::int64_t minutes,
                                       std::int64_t maintenantMs);
-    void signaler(const Acces& acces, const std::string& nature, const std::string& detail,
+    // False, storing nothing, when the computer has used up its signals of the day.
+    bool signaler(const Acces& acces, const std::string& nature, const std::string& detail,
                   std::int64_t maintenantMs);
     std::vector<Demande> demandes(const std::string& prenom, bool toutes);
     Demande accorder(std::int64_t id, std::optional<std::int64_t> minutes,
@@ -118,6 +131,9 @@ public:
 
 private:
     void creerSchema();
+    VolumesJour volumes(const std::string& ordinateurId, const std::string& jour);
+    void noterVolumes(const std::string& ordinateurId, const std::string& jour,
+                      const VolumesJour& volumes);
     Enfant lireEnfant(Requete& requete) const;
     Demande lireDemande(std::int64_t id);
 

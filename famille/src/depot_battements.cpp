@@ -46,18 +46,31 @@ nlohmann::json Depot::battre(const Acces& acces, const Battement& b, std::int64_
                      "VALUES (?, ?, ?, ?) ON CONFLICT DO UPDATE SET minutes = excluded.minutes")
             .avec(id, jour, appli, minutes)
             .executer();
+    // Counted by the day the server stored them, never by the instants the client sent.
+    // Over a quota the excess is dropped and the message still answered: the agent needs its
+    // rule set more than the parents need a flood of sites, and a refusal would only make it
+    // send the same batch again.
+    const VolumesJour avant = volumes(id, jour);
+    VolumesJour v = avant;
     // A batch of sites is what was seen since the previous batch: seconds add up within the
-    // hour, capped like the agent caps them.
-    for (const auto& site : b.sites)
+    // hour, capped like the agent caps them. Only a new (domain, hour) row counts.
+    for (const auto& site : b.sites) {
+        base_
+            .requete("UPDATE sites SET premier_ms = min(premier_ms, ?), "
+                     "dernier_ms = max(dernier_ms, ?), secondes = min(3600, secondes + ?) "
+                     "WHERE ordinateur_id = ? AND domaine = ? AND heure = ?")
+            .avec(site.premierMs, site.dernierMs, site.secondes, id, site.domaine,
+                  site.premierMs / 3600000)
+            .executer();
+        if (base_.changements() > 0 || v.sites >= quotaJour.sites) continue;
         base_
             .requete("INSERT INTO sites (ordinateur_id, domaine, heure, premier_ms, dernier_ms, "
-                     "secondes) VALUES (?, ?, ?, ?, ?, ?) ON CONFLICT DO UPDATE SET "
-                     "premier_ms = min(premier_ms, excluded.premier_ms), "
-                     "dernier_ms = max(dernier_ms, excluded.dernier_ms), "
-                     "secondes = min(3600, secondes + excluded.secondes)")
+                     "secondes) VALUES (?, ?, ?, ?, ?, ?)")
             .avec(id, site.domaine, site.premierMs / 3600000, site.premierMs, site.dernierMs,
                   site.secondes)
             .executer();
+        ++v.sites;
+    }
     if (b.usageApplis) {
         // The usage batch restates whole days: each day it lists replaces the stored one.
         for (const auto& [jourLot, applis] : b.usageApplis->jours) {
@@ -87,16 +100,37 @@ nlohmann::json Depot::battre(const Acces& acces, const Battement& b, std::int64_
                 .avec(id, appli.id, appli.nom, appli.categorie)
                 .executer();
     }
-    if (b.genre != GenreMessage::battement)
+    if (b.genre != GenreMessage::battement && v.evenements < quotaJour.evenements) {
         base_
             .requete("INSERT INTO evenements (ordinateur_id, genre, texte, recu_ms) "
                      "VALUES (?, ?, ?, ?)")
             .avec(id, nomGenre(b.genre), b.annonce, maintenantMs)
             .executer();
+        ++v.evenements;
+    }
+    if (v != avant) noterVolumes(id, jour, v);
 
     auto reponse = consigne(*enfant, usageDuJour(enfant->id, jour, id), maintenantMs, zone);
     t.valider();
     return reponse;
+}
+
+VolumesJour Depot::volumes(const std::string& ordinateurId, const std::string& jour) {
+    Requete r = base_.requete("SELECT sites, signaux, evenements FROM volumes_jour "
+                              "WHERE ordinateur_id = ? AND jour = ?");
+    r.avec(ordinateurId, jour);
+    if (!r.ligne()) return {};
+    return {r.entier(0), r.entier(1), r.entier(2)};
+}
+
+void Depot::noterVolumes(const std::string& ordinateurId, const std::string& jour,
+                         const VolumesJour& v) {
+    base_
+        .requete("INSERT INTO volumes_jour (ordinateur_id, jour, sites, signaux, evenements) "
+                 "VALUES (?, ?, ?, ?, ?) ON CONFLICT DO UPDATE SET sites = excluded.sites, "
+                 "signaux = excluded.signaux, evenements = excluded.evenements")
+        .avec(ordinateurId, jour, v.sites, v.signaux, v.evenements)
+        .executer();
 }
 
 UsageDuJour Depot::usageDuJour(const std::string& enfantId, const std::string& jour,

@@ -49,13 +49,23 @@ ResultatTirelire Depot::utiliserTirelire(const Acces& acces, std::int64_t minute
     return ResultatTirelire::fait;
 }
 
-void Depot::signaler(const Acces& acces, const std::string& nature, const std::string& detail,
+bool Depot::signaler(const Acces& acces, const std::string& nature, const std::string& detail,
                      std::int64_t maintenantMs) {
+    Transaction t(base_);
+    auto enfant = enfantParId(acces.enfantId);
+    if (!enfant) throw ErreurFamille("enfant disparu");
+    std::string jour = jourLocal(maintenantMs, fuseauDe(*enfant));
+    VolumesJour v = volumes(acces.ordinateurId, jour);
+    if (v.signaux >= quotaJour.signaux) return false;
     base_
         .requete("INSERT INTO signaux (ordinateur_id, nature, detail, recu_ms) "
                  "VALUES (?, ?, ?, ?)")
         .avec(acces.ordinateurId, nature, detail, maintenantMs)
         .executer();
+    ++v.signaux;
+    noterVolumes(acces.ordinateurId, jour, v);
+    t.valider();
+    return true;
 }
 
 Demande Depot::lireDemande(std::int64_t id) {

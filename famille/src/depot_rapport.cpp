@@ -148,11 +148,16 @@ void Depot::elaguer(std::int64_t maintenantMs) {
     std::int64_t limite = maintenantMs - conservationMs;
     // Day keys of every zone sort as text; a day of margin covers the zones ahead of UTC.
     std::string jourLimite = jourLocal(limite - 24 * 3600 * 1000, *date::locate_zone("UTC"));
-    for (const char* table : {"usage_jour", "minutes_limites", "usage_applis", "ajouts"})
+    for (const char* table :
+         {"usage_jour", "minutes_limites", "usage_applis", "ajouts", "volumes_jour"})
         base_.requete(std::string("DELETE FROM ") + table + " WHERE jour < ?")
             .avec(jourLimite)
             .executer();
-    base_.requete("DELETE FROM sites WHERE dernier_ms < ?").avec(limite).executer();
+    // A site dated more than a day ahead comes from a broken clock or a liar; kept, it would
+    // never age out.
+    base_.requete("DELETE FROM sites WHERE dernier_ms < ? OR premier_ms > ?")
+        .avec(limite, maintenantMs + 24 * 3600 * 1000)
+        .executer();
     base_.requete("DELETE FROM signaux WHERE recu_ms < ?").avec(limite).executer();
     base_.requete("DELETE FROM evenements WHERE recu_ms < ?").avec(limite).executer();
     base_.requete("DELETE FROM demandes WHERE statut != 'en_attente' AND reponse_ms < ?")

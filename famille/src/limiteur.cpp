@@ -2,8 +2,8 @@
 
 namespace tavi::famille {
 
-Limiteur::Limiteur(std::size_t echecsPermis_, std::int64_t fenetreMs_)
-    : echecsPermis(echecsPermis_), fenetreMs(fenetreMs_) {}
+Limiteur::Limiteur(std::size_t echecsParCle_, std::size_t echecsEnTout_, std::int64_t fenetreMs_)
+    : echecsParCle(echecsParCle_), echecsEnTout(echecsEnTout_), fenetreMs(fenetreMs_) {}
 
 void Limiteur::oublierAnciens(std::deque<std::int64_t>& instants, std::int64_t maintenantMs) const {
     while (!instants.empty() && instants.front() <= maintenantMs - fenetreMs)
@@ -12,11 +12,13 @@ void Limiteur::oublierAnciens(std::deque<std::int64_t>& instants, std::int64_t m
 
 bool Limiteur::bloque(std::initializer_list<std::string> cles, std::int64_t maintenantMs) {
     std::lock_guard garde(verrou);
+    oublierAnciens(tous, maintenantMs);
+    if (tous.size() >= echecsEnTout) return true;
     for (const auto& cle : cles) {
         auto trouve = echecs.find(cle);
         if (trouve == echecs.end()) continue;
         oublierAnciens(trouve->second, maintenantMs);
-        if (trouve->second.size() >= echecsPermis) return true;
+        if (trouve->second.size() >= echecsParCle) return true;
     }
     return false;
 }
@@ -24,12 +26,13 @@ bool Limiteur::bloque(std::initializer_list<std::string> cles, std::int64_t main
 void Limiteur::noterEchec(std::initializer_list<std::string> cles, std::int64_t maintenantMs) {
     std::lock_guard garde(verrou);
     // Keys are sent by the client, so the table is swept now and then or it would grow with
-    // every invented installation identifier.
+    // every invented installation identifier; the bound in all keeps it small between sweeps.
     if (echecs.size() > 1000)
         for (auto it = echecs.begin(); it != echecs.end();) {
             oublierAnciens(it->second, maintenantMs);
             it = it->second.empty() ? echecs.erase(it) : std::next(it);
         }
+    tous.push_back(maintenantMs);
     for (const auto& cle : cles)
         echecs[cle].push_back(maintenantMs);
 }

@@ -2,8 +2,6 @@
 #include "lecture.h"
 #include "serveur.h"
 
-#include <httplib.h>
-
 namespace tavi::famille {
 
 using nlohmann::json;
@@ -21,7 +19,7 @@ bool installationValide(const std::string& installation) {
 
 void Serveur::installerRoutes() {
     poster("/api/auth/ordinateur",
-           [this](Depot& depot, const httplib::Request& req, const json& corps,
+           [this](Depot& depot, const RequeteHttp& req, const json& corps,
                   std::int64_t maintenant) { return appairer(depot, req, corps, maintenant); });
     posterEnfant("/api/enfant/battement", battre);
     posterEnfant("/api/enfant/demandes", demander);
@@ -29,15 +27,15 @@ void Serveur::installerRoutes() {
     posterEnfant("/api/enfant/signal", signaler);
 }
 
-Serveur::Reponse Serveur::appairer(Depot& depot, const httplib::Request& req, const json& corps,
+Serveur::Reponse Serveur::appairer(Depot& depot, const RequeteHttp& req, const json& corps,
                                    std::int64_t maintenant) {
-    std::string installation = req.get_header_value("X-Tavi-Installation");
+    std::string installation = req.entete("x-tavi-installation");
     if (!installationValide(installation))
         throw ErreurRequete(400, "L'en-tête X-Tavi-Installation manque ou est invalide.");
     // Both keys count: one installation trying from many addresses, or one address trying
-    // with invented installation identifiers.
+    // with invented installation identifiers; the limiter also bounds the whole family.
     std::string parInstallation = "installation " + installation;
-    std::string parAdresse = "adresse " + req.remote_addr;
+    std::string parAdresse = "adresse " + req.adresse;
     if (limiteur.bloque({parInstallation, parAdresse}, maintenant))
         throw ErreurRequete(429, "Trop d'essais. Attends quelques minutes avant de réessayer.");
     Champs champs(corps);
@@ -103,7 +101,10 @@ Serveur::Reponse Serveur::utiliserTirelire(Depot& depot, const Acces& acces, con
 Serveur::Reponse Serveur::signaler(Depot& depot, const Acces& acces, const json& corps,
                                    std::int64_t maintenant) {
     Champs champs(corps);
-    depot.signaler(acces, champs.texte("nature", 64), champs.texte("detail", 2048), maintenant);
+    if (!depot.signaler(acces, champs.texte("nature", 64), champs.texte("detail", 2048),
+                        maintenant))
+        throw ErreurRequete(429, "Cet ordinateur a envoyé trop de signaux aujourd'hui. Ils "
+                                 "reprendront demain.");
     return {204, std::nullopt, std::nullopt};
 }
 

@@ -1,23 +1,20 @@
 #pragma once
 
 #include "connexions.h"
+#include "ecoute.h"
+#include "http.h"
 #include "limiteur.h"
 
-#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <thread>
-
-namespace httplib {
-class Server;
-struct Request;
-} // namespace httplib
 
 namespace tavi::famille {
 
@@ -29,6 +26,7 @@ struct OptionsServeur {
     // A token older than this gets a successor in "X-Tavi-Jeton" on its next 2xx answer.
     std::optional<std::int64_t> renouvelerApresMs;
     std::size_t connexionsBase = 1;
+    std::size_t connexionsParAdresse = 32;
 };
 
 // The family server: the agent's endpoints over HTTP (or HTTPS with a certificate), on one
@@ -55,19 +53,19 @@ private:
         std::optional<std::string> jetonNeuf;
     };
     using Traitement = std::function<Reponse(
-        Depot&, const httplib::Request&, const nlohmann::json& corps, std::int64_t maintenantMs)>;
+        Depot&, const RequeteHttp&, const nlohmann::json& corps, std::int64_t maintenantMs)>;
     using TraitementEnfant = std::function<Reponse(
         Depot&, const Acces&, const nlohmann::json& corps, std::int64_t maintenantMs)>;
 
     // serveur.cpp: framing shared by every endpoint.
-    void configurer();
+    ReponseHttp traiter(const RequeteHttp& requete);
     void poster(const std::string& chemin, Traitement traitement);
     void posterEnfant(const std::string& chemin, TraitementEnfant traitement);
     void entretenir();
 
     // routes_enfant.cpp: the agent's endpoints.
     void installerRoutes();
-    Reponse appairer(Depot& depot, const httplib::Request& requete, const nlohmann::json& corps,
+    Reponse appairer(Depot& depot, const RequeteHttp& requete, const nlohmann::json& corps,
                      std::int64_t maintenantMs);
     static Reponse battre(Depot& depot, const Acces& acces, const nlohmann::json& corps,
                           std::int64_t maintenantMs);
@@ -81,10 +79,9 @@ private:
     OptionsServeur options;
     Connexions connexions;
     Limiteur limiteur;
-    std::unique_ptr<httplib::Server> http;
+    std::map<std::string, Traitement> routes;
+    std::unique_ptr<Ecoute> ecoute;
     int port_ = 0;
-    int priseEcoute = -1;
-    std::thread ecoute;
     std::thread entretien;
     std::mutex verrouEntretien;
     std::condition_variable reveilEntretien;
