@@ -1,42 +1,11 @@
 #include "arguments.h"
 
+#include "generique/utf8.h"
+
 #include <algorithm>
 #include <charconv>
 
 namespace tavi::famille {
-
-bool utf8Valide(const std::string& texte) {
-    std::size_t i = 0;
-    while (i < texte.size()) {
-        auto octet = static_cast<unsigned char>(texte[i]);
-        std::size_t suite = 0;
-        std::uint32_t point = 0;
-        std::uint32_t minimum = 0;
-        if (octet < 0x80) {
-            ++i;
-            continue;
-        } else if ((octet & 0xe0) == 0xc0) {
-            suite = 1, point = octet & 0x1f, minimum = 0x80;
-        } else if ((octet & 0xf0) == 0xe0) {
-            suite = 2, point = octet & 0x0f, minimum = 0x800;
-        } else if ((octet & 0xf8) == 0xf0) {
-            suite = 3, point = octet & 0x07, minimum = 0x10000;
-        } else {
-            return false;
-        }
-        if (i + suite >= texte.size()) return false;
-        for (std::size_t k = 1; k <= suite; ++k) {
-            auto suivant = static_cast<unsigned char>(texte[i + k]);
-            if ((suivant & 0xc0) != 0x80) return false;
-            point = (point << 6) | (suivant & 0x3f);
-        }
-        // Overlong forms, surrogates and points past U+10FFFF are not UTF-8 either.
-        if (point < minimum || point > 0x10ffff || (point >= 0xd800 && point <= 0xdfff))
-            return false;
-        i += suite + 1;
-    }
-    return true;
-}
 
 Arguments::Arguments(std::vector<std::string> mots_) : mots(std::move(mots_)) {
     // Everything typed may end up in a JSON answer, which must be valid UTF-8.

@@ -38,6 +38,4 @@ private:
 std::int64_t entierEntre(const std::string& texte, const std::string& quoi, std::int64_t min,
                          std::int64_t max);
 
-bool utf8Valide(const std::string& texte);
-
 } // namespace tavi::famille

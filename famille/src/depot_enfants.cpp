@@ -1,4 +1,5 @@
 #include "depot.h"
+#include "generique/identifiant.h"
 #include "secrets.h"
 #include "temps.h"
 
@@ -35,7 +36,7 @@ Enfant Depot::ajouterEnfant(const std::string& prenom, const std::string& langue
     Requete existe = base_.requete("SELECT 1 FROM enfants WHERE prenom = ?");
     existe.avec(prenom);
     if (existe.ligne()) throw ErreurFamille("un enfant s'appelle déjà " + prenom);
-    Enfant enfant{Secrets::identifiant(), prenom, langue, fuseau, 0, Reglages{}};
+    Enfant enfant{uuidAuHasard(), prenom, langue, fuseau, 0, Reglages{}};
     base_
         .requete("INSERT INTO enfants (id, prenom, langue, fuseau, tirelire_min, reglages, "
                  "cree_ms) VALUES (?, ?, ?, ?, 0, ?, ?)")

@@ -1,4 +1,5 @@
 #include "depot.h"
+#include "generique/identifiant.h"
 #include "secrets.h"
 
 namespace tavi::famille {
@@ -33,7 +34,7 @@ std::optional<Appairage> Depot::appairer(const std::string& code, const std::str
             .executer();
         base_.requete("DELETE FROM jetons WHERE ordinateur_id = ?").avec(ordinateurId).executer();
     } else {
-        ordinateurId = Secrets::identifiant();
+        ordinateurId = uuidAuHasard();
         base_
             .requete("INSERT INTO ordinateurs (id, enfant_id, installation, nom, version, "
                      "relie_ms) VALUES (?, ?, ?, ?, ?, ?)")

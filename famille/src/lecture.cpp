@@ -1,5 +1,7 @@
 #include "lecture.h"
 
+#include "generique/json_borne.h"
+
 #include <cstdio>
 
 namespace tavi::famille {
@@ -26,8 +28,12 @@ std::string chiffre(double nombre) {
 
 json lireObjet(const std::string& corps) {
     if (corps.size() > tailleMaxCorps) refuser("La requête dépasse 1 Mio.");
-    json document = json::parse(corps, nullptr, false);
-    if (document.is_discarded()) refuser("Le corps de la requête n'est pas du JSON valide.");
+    json document;
+    try {
+        document = analyserDocument(corps, tailleMaxCorps, profondeurMaxCorps);
+    } catch (const DocumentInvalide& e) {
+        refuser("Le corps de la requête n'est pas du JSON valide.");
+    }
     if (!document.is_object()) refuser("Le corps de la requête doit être un objet JSON.");
     return document;
 }

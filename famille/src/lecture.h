@@ -20,6 +20,8 @@ public:
 // Bodies are bounded before parsing: a few megabytes of nested arrays cost tens of times
 // their size in memory once parsed.
 inline constexpr std::size_t tailleMaxCorps = 1024 * 1024;
+// No body of the protocol nests deeper than a few levels; 1 MiB of '[' would cost 80 MiB.
+inline constexpr int profondeurMaxCorps = 16;
 
 // The body as a JSON object, or a 400 saying why not.
 nlohmann::json lireObjet(const std::string& corps);

@@ -74,17 +74,4 @@ std::string normaliserCode(std::string_view saisi) {
     return code;
 }
 
-std::string identifiant() {
-    auto octets = aleatoire<16>();
-    octets[6] = static_cast<unsigned char>((octets[6] & 0x0f) | 0x40);
-    octets[8] = static_cast<unsigned char>((octets[8] & 0x3f) | 0x80);
-    std::string texte;
-    for (std::size_t i = 0; i < octets.size(); ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10) texte += '-';
-        texte += hex[octets[i] >> 4];
-        texte += hex[octets[i] & 15];
-    }
-    return texte;
-}
-
 } // namespace tavi::famille::Secrets

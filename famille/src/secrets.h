@@ -21,7 +21,5 @@ std::string codeAppairage();
 // What the child typed, upper-cased, keeping only letters and digits.
 std::string normaliserCode(std::string_view saisi);
 
-// A random version-4 UUID: ids handed out in the API say nothing about order or count.
-std::string identifiant();
 
 } // namespace tavi::famille::Secrets

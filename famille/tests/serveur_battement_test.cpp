@@ -151,8 +151,15 @@ TEST(Battement, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
         {battement(-1).dump(), "« utilise_jour_min »"},
         {siteFractionnaire.dump(), "« sites[0].s »"},
         {usageMalDate.dump(), "22/11/2026"},
-        // Deeply nested arrays, built and freed whole, must not exhaust the stack.
-        {std::string(400000, '[') + std::string(400000, ']'), "objet"},
+        // Deep nesting is refused before parsing: it would cost memory and stack out of all
+        // proportion to its size.
+        {[] {
+             std::string profond;
+             for (int i = 0; i < 100000; ++i)
+                 profond += "{\"a\":";
+             return profond + "1" + std::string(100000, '}');
+         }(),
+         "JSON"},
     };
     for (const auto& [corps, attendu] : mauvais) {
         auto reponse = posterTexte(client, "/api/enfant/battement", corps, jeton);
