@@ -70,7 +70,7 @@ struct ServeurReel {
 
 TEST(Commandes, UneFamilleSeSertDepuisUneBaseVideEtLeServeurSArreteProprement) {
     DossierTemporaire dossier;
-    auto base = dossier.chemin / "famille.db";
+    auto base = dossier / "famille.db";
     auto ajout = ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
     EXPECT_EQ(ajout.at("enfant").at("prenom"), "Léa");
     auto code = ligne(commande(base, {"code", "Léa"})).at("code");
@@ -102,7 +102,7 @@ TEST(Commandes, UneFamilleSeSertDepuisUneBaseVideEtLeServeurSArreteProprement) {
 
 TEST(Commandes, UneCommandeRefuseeSortEnStatutDeuxSansRienChanger) {
     DossierTemporaire dossier;
-    auto base = dossier.chemin / "famille.db";
+    auto base = dossier / "famille.db";
     ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
     ligne(commande(base, {"tirelire", "Léa", "+3"}));
     auto avant = commande(base, {"reglages", "Léa"}).sortie;
@@ -133,13 +133,13 @@ TEST(Commandes, UneCommandeRefuseeSortEnStatutDeuxSansRienChanger) {
     }
     EXPECT_EQ(commande(base, {"reglages", "Léa"}).sortie, avant);
 
-    EXPECT_EQ(commande(dossier.chemin / "absente.db", {"enfants"}).statut, 2);
-    EXPECT_FALSE(std::filesystem::exists(dossier.chemin / "absente.db"));
+    EXPECT_EQ(commande(dossier / "absente.db", {"enfants"}).statut, 2);
+    EXPECT_FALSE(std::filesystem::exists(dossier / "absente.db"));
 }
 
 TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
     DossierTemporaire dossier;
-    auto base = dossier.chemin / "famille.db";
+    auto base = dossier / "famille.db";
     ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
     auto pause = ligne(commande(base, {"pause", "Léa", "10", "--titre", "À table"}));
     for (const std::vector<std::string>& regler :

@@ -9,19 +9,8 @@ namespace tavi::famille::essai {
 
 using nlohmann::json;
 
-DossierTemporaire::DossierTemporaire() {
-    std::string modele = (std::filesystem::temp_directory_path() / "tavi-famille-XXXXXX");
-    if (!mkdtemp(modele.data())) throw std::runtime_error("mkdtemp");
-    chemin = modele;
-}
-
-DossierTemporaire::~DossierTemporaire() {
-    std::error_code ignore;
-    std::filesystem::remove_all(chemin, ignore);
-}
-
 ServeurEssai::ServeurEssai(OptionsServeur options_)
-    : base_(dossier.chemin / "famille.db"), options(std::move(options_)) {
+    : base_(dossier / "famille.db"), options(std::move(options_)) {
     options.hote = "127.0.0.1";
     options.port = 0;
     redemarrer();

@@ -2,6 +2,7 @@
 
 #include "depot.h"
 #include "serveur.h"
+#include "support/dossier_temporaire.h"
 
 #include <filesystem>
 #include <httplib.h>
@@ -12,12 +13,7 @@
 
 namespace tavi::famille::essai {
 
-// A folder of its own under the system's temporary folder, removed with everything in it.
-struct DossierTemporaire {
-    DossierTemporaire();
-    ~DossierTemporaire();
-    std::filesystem::path chemin;
-};
+using test::DossierTemporaire;
 
 // A real server on a free loopback port over a real SQLite file in a temporary folder.
 class ServeurEssai {

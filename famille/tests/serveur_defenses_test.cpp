@@ -218,7 +218,7 @@ TEST(Defenses, LaBaseEtSesCompagnonsNeSontLisiblesQueParLeProprietaire) {
             EXPECT_EQ(mode(serveur.base().string() + suffixe), 0600u) << suffixe;
     }
     DossierTemporaire dossier;
-    auto ancienne = dossier.chemin / "ancienne.db";
+    auto ancienne = dossier / "ancienne.db";
     { Depot(ancienne.string(), Base::Ouverture::creer); }
     std::filesystem::permissions(ancienne, std::filesystem::perms(0644));
     Depot rouverte(ancienne.string(), Base::Ouverture::existante);

@@ -98,14 +98,14 @@ TEST(Ecoute, UnSecondServeurSurLeMemePortEchoueAuLieuDeLePartager) {
     DossierTemporaire dossier;
     OptionsServeur options;
     options.port = premier.port();
-    Serveur second((dossier.chemin / "autre.db").string(), options);
+    Serveur second((dossier / "autre.db").string(), options);
     EXPECT_THROW(second.demarrer(), ErreurFamille);
 }
 
 TEST(Ecoute, AvecUnCertificatLeServeurRepondEnHttps) {
     DossierTemporaire dossier;
-    auto cle = dossier.chemin / "cle.pem";
-    auto certificat = dossier.chemin / "certificat.pem";
+    auto cle = dossier / "cle.pem";
+    auto certificat = dossier / "certificat.pem";
     std::string commande = "openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=localhost"
                            " -keyout " +
                            cle.string() + " -out " + certificat.string() + " >/dev/null 2>&1";

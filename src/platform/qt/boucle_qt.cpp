@@ -9,6 +9,7 @@
 #include <QThreadPool>
 #include <QTimer>
 #include <algorithm>
+#include <deque>
 #include <exception>
 #include <limits>
 #include <mutex>
@@ -20,17 +21,37 @@ namespace tavi {
 
 // What background threads keep of the loop: a way back to the main thread that the loop cuts
 // when it goes, so that work finishing later finds no one to resume.
+//
+// The tasks wait in our own queue rather than in Qt's events: a functor posted with
+// invokeMethod may be released by the posting thread (Qt drops its own reference after the
+// event is queued, sometimes after the main thread ran it), and a task's captures must die on
+// the main thread. The event only wakes the main thread.
 struct BoucleQt::Lien {
     std::mutex verrou;
-    // Lives on the main thread; receives the queued tasks. Null once the loop is gone.
+    // Lives on the main thread; receives the wake-ups. Null once the loop is gone.
     QObject* contexte = nullptr;
+    std::deque<Tache> file;
 
     void poster(Tache tache) {
         std::lock_guard garde(verrou);
         if (!contexte) return;
-        // Posting an event is safe from any thread; holding the lock keeps `contexte` alive
-        // while we do.
-        QMetaObject::invokeMethod(contexte, std::move(tache), Qt::QueuedConnection);
+        file.push_back(std::move(tache));
+        // One event a task, so that tasks interleave with Qt's own events as they were
+        // posted. Posting is safe from any thread; holding the lock keeps `contexte` alive
+        // while we do. The Lien outlives `contexte`, whose deletion drops the event.
+        QMetaObject::invokeMethod(contexte, [this] { suivante(); }, Qt::QueuedConnection);
+    }
+
+    // Main thread: runs the oldest task; the task and its captures end here.
+    void suivante() {
+        Tache tache;
+        {
+            std::lock_guard garde(verrou);
+            if (file.empty()) return;
+            tache = std::move(file.front());
+            file.pop_front();
+        }
+        tache();
     }
 };
 
@@ -78,8 +99,13 @@ BoucleQt::~BoucleQt() {
         // pool it runs in must outlive it, so the pool is deliberately not destroyed.
         static_cast<void>(pool.release());
     }
-    // Takes with it the timers and the tasks still queued for the main thread.
+    // Takes with it the timers and the wake-up still queued for the main thread.
     delete contexte;
+    std::deque<Tache> restants;
+    {
+        std::lock_guard garde(lien->verrou);
+        restants.swap(lien->file);
+    }
 }
 
 std::unique_ptr<Minuterie> BoucleQt::repeter(std::chrono::milliseconds periode, Tache tache) {
