@@ -16,7 +16,6 @@
 #include <pwd.h>
 #include <string>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 using namespace tavi;
@@ -33,7 +32,7 @@ std::optional<std::string> bootIdDuNoyau() {
 
 } // namespace
 
-TEST(HorlogesLinux, LIdentiteDeDemarrageVientDuNoyauStableSur53BitsEtChaqueChiffreCompte) {
+TEST(HorlogesLinux, LIdentiteDeDemarrageVientDuNoyauEtLHeureMuraleEstEnMillisecondes) {
     const std::string bootId = "bdc489e1-72c1-4e14-9930-407ded013ba9";
     const auto identite = identiteDemarrage(bootId);
     EXPECT_EQ(identiteDemarrage("BDC489E1-72C1-4E14-9930-407DED013BA9\n"), identite);
@@ -43,6 +42,11 @@ TEST(HorlogesLinux, LIdentiteDeDemarrageVientDuNoyauStableSur53BitsEtChaqueChiff
     for (const char* malForme :
          {"", "bdc489e1-72c1-4e14-9930-407ded013bg9", "bdc489e1+72c1-4e14-9930-407ded013ba9"})
         EXPECT_EQ(identiteDemarrage(malForme), -1) << malForme;
+
+    // The wall clock counts milliseconds since the epoch, as the server's does.
+    const auto systeme = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::system_clock::now().time_since_epoch());
+    EXPECT_LT(std::abs(HorlogesLinux().muraleMs() - systeme.count()), 1000);
 
     auto duNoyau = bootIdDuNoyau();
     if (!duNoyau) GTEST_SKIP() << "/proc/sys/kernel/random/boot_id cannot be read here";
