@@ -32,14 +32,11 @@ TEST(TaviRegle, ImprimeLaRegleEnVigueurSurUneLigneAvecSesSeptCles) {
                      R"("fin":1792965600000})"
                      "\n");
     EXPECT_EQ(s.err, "");
-    // The server's remainder counts only when the use since the rule set is known.
     EXPECT_EQ(tavi({"regle", "--maintenant", midi, "--utilise-jour", "1800",
                     "--utilise-depuis-consigne", "599"},
                    limite)
                   .out,
               "null\n");
-    EXPECT_EQ(tavi({"regle", "--maintenant", midi}, limite).out, "null\n") << "use defaults to 0";
-    // 23:00, an hour before the next midnight: the day ends 86,400 s after it began.
     // The local day follows TZ: in Tokyo the same instant is in a day ending elsewhere.
     s = tavi({"regle", "--maintenant=" + midi, "--utilise-jour=1800"}, limite, "Asia/Tokyo");
     EXPECT_EQ(nlohmann::json::parse(s.out)["fin"], 1792940400000);

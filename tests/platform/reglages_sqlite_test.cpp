@@ -28,6 +28,12 @@ long lignes(const std::string& texte) {
     return std::count(texte.begin(), texte.end(), '\n');
 }
 
+unsigned mode(const fs::path& chemin) {
+    struct stat etat {};
+    stat(chemin.c_str(), &etat);
+    return etat.st_mode & 0777;
+}
+
 // One statement through a connection of its own, as another process would run it.
 std::string sqlDirect(const fs::path& fichier, const std::string& sql) {
     sqlite3* base = nullptr;
@@ -59,7 +65,7 @@ std::vector<fs::path> misDeCote(const DossierTemporaire& dossier) {
 
 TEST(ReglagesSqlite, RendChaqueTypeOctetPourOctetApresReouvertureEtRienDAutre) {
     DossierTemporaire dossier;
-    const auto fichier = dossier / "reglages.sqlite";
+    const auto fichier = dossier / "state" / "tavi-home" / "reglages.sqlite";
     const std::vector<std::pair<std::string, Valeur>> valeurs = {
         {"deux53", 0x1p53},
         {"zeroNegatif", -0.0},
@@ -83,6 +89,12 @@ TEST(ReglagesSqlite, RendChaqueTypeOctetPourOctetApresReouvertureEtRienDAutre) {
         reglages.ecrire("ordinateur_id", std::string("c-12"));
         reglages.supprimer("ordinateur_id");
         reglages.supprimer("jamais_ecrite");
+        // Files readable by their user only, in write-ahead mode.
+        EXPECT_EQ(sqlDirect(fichier, "PRAGMA journal_mode"), "wal");
+        for (const fs::path& prive : {dossier / "state", fichier.parent_path()})
+            EXPECT_EQ(mode(prive), 0700u) << prive;
+        for (const fs::path& prive : {fichier, fs::path(fichier.string() + "-wal")})
+            EXPECT_EQ(mode(prive), 0600u) << prive;
     }
     // Rows edited by hand whose value does not have the shape their type promises.
     sqlDirect(fichier, "INSERT INTO reglages VALUES ('b', 'booleen', 2), ('n', 'nombre', 'x'), "
@@ -206,22 +218,4 @@ TEST(ReglagesSqlite, UnDossierImpossibleACreerLaisseUnMagasinEnMemoire) {
     reglages.ecrire("installation", std::string("ABC"));
     EXPECT_EQ(reglages.texte("installation"), "ABC");
     EXPECT_EQ(contenu(dossier / "fichier"), "pas un dossier");
-}
-
-TEST(ReglagesSqlite, OuvreEnWalDesFichiersLisiblesParSonSeulUtilisateur) {
-    DossierTemporaire dossier;
-    const auto fichier = dossier / "state" / "tavi-home" / "reglages.sqlite";
-    ReglagesSqlite reglages(fichier);
-    reglages.ecrire("a", 1.0);
-
-    EXPECT_EQ(sqlDirect(fichier, "PRAGMA journal_mode"), "wal");
-    auto mode = [](const fs::path& chemin) {
-        struct stat etat {};
-        stat(chemin.c_str(), &etat);
-        return etat.st_mode & 0777;
-    };
-    EXPECT_EQ(mode(dossier / "state"), 0700u);
-    EXPECT_EQ(mode(dossier / "state" / "tavi-home"), 0700u);
-    EXPECT_EQ(mode(fichier), 0600u);
-    EXPECT_EQ(mode(fichier.string() + "-wal"), 0600u);
 }

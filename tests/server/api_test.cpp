@@ -6,7 +6,6 @@
 #include "support/application_qt.h"
 #include "support/serveur_http.h"
 
-#include <condition_variable>
 #include <gtest/gtest.h>
 
 namespace tavi {
@@ -210,29 +209,6 @@ TEST_F(ApiContreUnServeur, LaReponseDAppariementExigeOrdinateurEtJetonPorteurMai
     ASSERT_FALSE(r);
     ASSERT_TRUE(std::holds_alternative<ErreurDecodage>(r.error()));
     EXPECT_NE(std::get<ErreurDecodage>(r.error()).message.find("ordinateur"), std::string::npos);
-}
-
-TEST_F(ApiContreUnServeur, PlusieursRequetesSontEnVolEnMemeTemps) {
-    std::mutex verrou;
-    std::condition_variable tous;
-    int arrivees = 0;
-    serveur.route("POST", "/ensemble", [&](auto&, auto& res) {
-        std::unique_lock v(verrou);
-        ++arrivees;
-        tous.notify_all();
-        // Each answer waits for the three requests to be in the server at once.
-        bool ensemble = tous.wait_for(v, std::chrono::seconds(10), [&] { return arrivees >= 3; });
-        repondre(res, ensemble ? 200 : 504, "{}");
-    });
-    demarrer();
-    std::vector<std::optional<ResultatApi<std::string>>> resultats(3);
-    for (auto& r : resultats)
-        api->appel("POST", "/ensemble", std::nullopt, [&r](auto x) { r = std::move(x); });
-    ASSERT_TRUE(test::attendreQue(
-        [&] { return std::ranges::all_of(resultats, [](const auto& r) { return r.has_value(); }); },
-        std::chrono::seconds(20)));
-    for (const auto& r : resultats)
-        EXPECT_TRUE(*r);
 }
 
 TEST_F(ApiContreUnServeur, CeQuiNePeutPasPartirOuRevientTropTardNeFaitRien) {

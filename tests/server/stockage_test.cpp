@@ -1,6 +1,5 @@
 #include "platform/memoire/coffre_memoire.h"
 #include "platform/sqlite/reglages_sqlite.h"
-#include "rules/consigne_json.h"
 #include "server/stockage.h"
 #include "support/dossier_temporaire.h"
 
@@ -85,23 +84,6 @@ TEST(Stockage, LaConsigneRangeeSeLitTelleQueRecueEtIllisibleVautAbsente) {
     EXPECT_EQ(Stockage::consigneRangee(reglages), std::nullopt);
     reglages.ecrire("consigne", std::string(R"({"prenom": "Léa"})"));
     EXPECT_EQ(Stockage::consigneRangee(reglages), std::nullopt) << "text is not data";
-}
-
-TEST(Stockage, LesClesDAccordSuiventLesInterrupteursDeLaConsigne) {
-    auto requises = [](const char* texte) {
-        auto c = decoderConsigne(texte);
-        return Stockage::clesRequises(c ? std::optional<Consigne>(*c) : std::nullopt);
-    };
-    using Cles = std::set<std::string>;
-    EXPECT_EQ(Stockage::clesRequises(std::nullopt), Cles{});
-    EXPECT_EQ(
-        requises(R"({"rapport_applis": {"actif": true}, "historique_sites": {"actif": true}})"),
-        (Cles{"historique", "rapport"}));
-    EXPECT_EQ(requises(R"({"rapport_applis": {}, "historique_sites": {"actif": false}})"), Cles{});
-
-    ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
-    Stockage::accordCles(reglages, {"rapport", "historique"});
-    EXPECT_EQ(reglages.textes("accord_cles"), (std::vector<std::string>{"historique", "rapport"}));
 }
 
 } // namespace

@@ -24,11 +24,6 @@ using test::ServeurBrut;
 // after the inactivity bound, so the total bound is set past that.
 const TransportCurl::Bornes bornes{1s, 1s, 6s, 1u << 20};
 
-void attendreArret(const std::atomic<bool>& arret) {
-    while (!arret)
-        std::this_thread::sleep_for(20ms);
-}
-
 // A loopback port that listens but never accepts, its queue already full: a connection to it
 // never completes.
 class PortSature {
@@ -62,48 +57,34 @@ private:
     int remplissage[3] = {-1, -1, -1};
 };
 
-struct Faute {
-    const char* nom;
-    ServeurBrut::Conduite conduite;
-};
+// Reads the request, sends `entete`, then `corps` up to `fois` times `pause` apart, and holds
+// the connection until the server stops.
+ServeurBrut::Conduite repondre(std::string entete, std::string corps = "", int fois = 0,
+                               std::chrono::milliseconds pause = 0ms) {
+    return [=](int s, const std::atomic<bool>& arret) {
+        ServeurBrut::lireRequete(s);
+        ServeurBrut::ecrire(s, entete);
+        for (int i = 0; i < fois && !arret && ServeurBrut::ecrire(s, corps); ++i)
+            std::this_thread::sleep_for(pause);
+        while (!arret)
+            std::this_thread::sleep_for(20ms);
+    };
+}
 
 // Servers that misbehave in every way a network can, all called at once: each call must end
 // in a transport error by the bound that is about it, and the main loop must keep ticking.
 TEST(FautesDuServeur, ChaqueFauteFinitParSaBorneSansArreterLaBoucle) {
     const std::string mega(1 << 20, 'x');
-    const std::vector<Faute> fautes = {
-        {"muet",
-         [](int s, const auto& arret) {
-             ServeurBrut::lireRequete(s);
-             attendreArret(arret);
-         }},
-        {"coupure",
-         [](int s, const auto&) {
-             ServeurBrut::lireRequete(s);
-             linger brutal{1, 0}; // close with a reset, not a goodbye
-             setsockopt(s, SOL_SOCKET, SO_LINGER, &brutal, sizeof brutal);
-         }},
-        {"goutte a goutte",
-         [](int s, const auto& arret) {
-             ServeurBrut::lireRequete(s);
-             ServeurBrut::ecrire(s, "HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n");
-             while (!arret && ServeurBrut::ecrire(s, "{"))
-                 std::this_thread::sleep_for(200ms);
-         }},
-        {"geant annonce",
-         [&mega](int s, const auto& arret) {
-             ServeurBrut::lireRequete(s);
-             ServeurBrut::ecrire(s, "HTTP/1.1 200 OK\r\nContent-Length: 2097152\r\n\r\n");
-             for (int i = 0; i < 2 && !arret && ServeurBrut::ecrire(s, mega); ++i) {
-             }
-         }},
-        {"geant sans longueur",
-         [&mega](int s, const auto& arret) {
-             ServeurBrut::lireRequete(s);
-             ServeurBrut::ecrire(s, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
-             for (int i = 0; i < 2 && !arret && ServeurBrut::ecrire(s, mega); ++i) {
-             }
-         }},
+    const std::vector<ServeurBrut::Conduite> fautes = {
+        repondre(""), // silence
+        [](int s, const auto&) {
+            ServeurBrut::lireRequete(s);
+            linger brutal{1, 0}; // close with a reset, not a goodbye
+            setsockopt(s, SOL_SOCKET, SO_LINGER, &brutal, sizeof brutal);
+        },
+        repondre("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", "{", 1000, 200ms),
+        repondre("HTTP/1.1 200 OK\r\nContent-Length: 2097152\r\n\r\n", mega, 2),
+        repondre("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n", mega, 2),
     };
 
     BoucleQt boucle;
@@ -113,7 +94,7 @@ TEST(FautesDuServeur, ChaqueFauteFinitParSaBorneSansArreterLaBoucle) {
     std::vector<std::unique_ptr<ServeurBrut>> serveurs;
     std::vector<std::string> adresses;
     for (const auto& faute : fautes) {
-        serveurs.push_back(std::make_unique<ServeurBrut>(faute.conduite));
+        serveurs.push_back(std::make_unique<ServeurBrut>(faute));
         adresses.push_back(serveurs.back()->adresse());
     }
     adresses.push_back(sature.adresse());
