@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arguments.h"
+#include "generique/arguments.h"
 #include "depot.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "commun/selon.h"
+#include "generique/arguments.h"
 #include "outils/commandes.h"
-#include "outils/options.h"
 #include "platform/linux/dossiers_linux.h"
 #include "platform/sqlite/reglages_sqlite.h"
 #include "server/stockage.h"
@@ -22,9 +22,9 @@ nlohmann::json enJson(const Valeur& valeur) {
 } // namespace
 
 int commandeReglage(const std::vector<std::string>& arguments) {
-    Options options(arguments, {}, {}, {"--supprimer"});
-    const auto& p = options.positionnels();
-    const bool supprimer = options.present("--supprimer");
+    Arguments args(arguments);
+    const bool supprimer = args.drapeau("--supprimer");
+    const auto p = args.reste();
     if (p.empty() || p.size() > (supprimer ? 1u : 2u))
         throw ErreurUsage(supprimer ? "--supprimer attend une clé"
                                     : "une clé, et une valeur à écrire");

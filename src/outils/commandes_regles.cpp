@@ -1,5 +1,5 @@
+#include "generique/arguments.h"
 #include "outils/commandes.h"
-#include "outils/options.h"
 #include "rules/consigne_json.h"
 #include "rules/programme.h"
 
@@ -32,6 +32,12 @@ std::string lireEntree(const std::vector<std::string>& positionnels) {
 
 namespace {
 
+std::string requise(Arguments& args, const std::string& option) {
+    auto valeur = args.option(option);
+    if (!valeur) throw ErreurUsage(option + " manque");
+    return *valeur;
+}
+
 Consigne lireConsigne(const std::vector<std::string>& positionnels) {
     auto consigne = decoderConsigne(lireEntree(positionnels));
     if (!consigne) throw EchecCommande{"consigne illisible : " + consigne.error().message};
@@ -56,35 +62,36 @@ void imprimerRegle(const std::optional<RegleMac>& regle) {
 } // namespace
 
 int commandeConsigne(const std::vector<std::string>& arguments) {
-    Options options(arguments, {});
-    std::cout << encoderConsigne(lireConsigne(options.positionnels())).dump() << '\n';
+    Arguments args(arguments);
+    std::cout << encoderConsigne(lireConsigne(args.reste())).dump() << '\n';
     return 0;
 }
 
 int commandeRegle(const std::vector<std::string>& arguments) {
-    Options options(arguments, {"--maintenant", "--utilise-jour", "--utilise-depuis-consigne"});
-    const std::int64_t maintenant =
-        lireEntierOption("--maintenant", options.requis("--maintenant"));
-    const double utiliseJour = options.nombre("--utilise-jour").value_or(0);
-    const std::optional<double> depuisConsigne = options.nombre("--utilise-depuis-consigne");
-    std::optional<Consigne> consigne = lireConsigne(options.positionnels());
+    Arguments args(arguments);
+    const std::int64_t maintenant = entierEntre(requise(args, "--maintenant"), "--maintenant");
+    const auto jour = args.option("--utilise-jour");
+    const double utiliseJour = jour ? nombreDe(*jour, "--utilise-jour") : 0.0;
+    std::optional<double> depuisConsigne;
+    if (auto depuis = args.option("--utilise-depuis-consigne"))
+        depuisConsigne = nombreDe(*depuis, "--utilise-depuis-consigne");
+    std::optional<Consigne> consigne = lireConsigne(args.reste());
     imprimerRegle(Programme::regleCourante(consigne, maintenant, depuisConsigne, utiliseJour));
     return 0;
 }
 
 int commandeSieste(const std::vector<std::string>& arguments) {
-    Options options(arguments, {"--maintenant", "--appli", "--usage"}, {"--usage"});
-    const std::int64_t maintenant =
-        lireEntierOption("--maintenant", options.requis("--maintenant"));
-    const std::string appli = options.requis("--appli");
+    Arguments args(arguments);
+    const std::int64_t maintenant = entierEntre(requise(args, "--maintenant"), "--maintenant");
+    const std::string appli = requise(args, "--appli");
     std::map<std::string, double> usage;
-    for (const std::string& u : options.valeurs("--usage")) {
+    for (const std::string& u : args.options("--usage")) {
         auto egal = u.rfind('=');
         if (egal == std::string::npos || egal == 0)
             throw ErreurUsage("--usage attend IDENTIFIANT=SECONDES, pas « " + u + " »");
-        usage[u.substr(0, egal)] = lireNombreOption("--usage", u.substr(egal + 1));
+        usage[u.substr(0, egal)] = nombreDe(u.substr(egal + 1), "--usage");
     }
-    std::optional<Consigne> consigne = lireConsigne(options.positionnels());
+    std::optional<Consigne> consigne = lireConsigne(args.reste());
     auto secondes = [&usage](const std::string& id) {
         auto it = usage.find(id);
         return it == usage.end() ? 0.0 : it->second;

@@ -1,6 +1,6 @@
 #include "commun/texte.h"
+#include "generique/arguments.h"
 #include "outils/commandes.h"
-#include "outils/options.h"
 
 #include <functional>
 #include <iostream>
@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
     arguments.erase(arguments.begin());
     try {
         return commande->second(arguments);
-    } catch (const tavi::outils::ErreurUsage& e) {
+    } catch (const tavi::ErreurUsage& e) {
         return erreurUsage(e.what());
     } catch (const tavi::outils::EchecCommande& e) {
         std::cerr << "tavi: " << e.message << '\n';

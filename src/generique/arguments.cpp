@@ -1,16 +1,27 @@
-#include "arguments.h"
+#include "generique/arguments.h"
 
 #include "generique/utf8.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <charconv>
+#include <cmath>
+#include <cstdlib>
 
-namespace tavi::famille {
+namespace tavi {
 
-Arguments::Arguments(std::vector<std::string> mots_) : mots(std::move(mots_)) {
-    // Everything typed may end up in a JSON answer, which must be valid UTF-8.
-    for (const auto& mot : mots)
+Arguments::Arguments(std::vector<std::string> tous) {
+    for (auto& mot : tous) {
         if (!utf8Valide(mot)) throw ErreurUsage("argument qui n'est pas de l'UTF-8 valide");
+        // "--option=valeur" is "--option valeur".
+        if (auto egal = mot.find('='); mot.rfind("--", 0) == 0 && egal != std::string::npos) {
+            mots.push_back(mot.substr(0, egal));
+            mots.push_back(mot.substr(egal + 1));
+        } else {
+            mots.push_back(std::move(mot));
+        }
+    }
 }
 
 std::optional<std::string> Arguments::option(const std::string& nom) {
@@ -76,10 +87,25 @@ std::int64_t entierEntre(const std::string& texte, const std::string& quoi, std:
     const char* finTexte = texte.data() + texte.size();
     if (!texte.empty() && texte.front() == '+') ++debut;
     auto [fin, erreur] = std::from_chars(debut, finTexte, valeur);
-    if (texte.empty() || erreur != std::errc() || fin != finTexte || valeur < min || valeur > max)
-        throw ErreurUsage(quoi + " doit être un nombre entier de " + std::to_string(min) + " à " +
-                          std::to_string(max) + " : " + texte);
+    if (texte.empty() || erreur != std::errc() || fin != finTexte || valeur < min || valeur > max) {
+        const bool borne = min != std::numeric_limits<std::int64_t>::min() ||
+                           max != std::numeric_limits<std::int64_t>::max();
+        throw ErreurUsage(
+            quoi + " doit être un nombre entier" +
+            (borne ? " de " + std::to_string(min) + " à " + std::to_string(max) : std::string()) +
+            " : " + texte);
+    }
     return valeur;
 }
 
-} // namespace tavi::famille
+double nombreDe(const std::string& texte, const std::string& quoi) {
+    errno = 0;
+    char* fin = nullptr;
+    const double d = std::strtod(texte.c_str(), &fin);
+    if (texte.empty() || *fin != '\0' || errno == ERANGE || !std::isfinite(d) ||
+        std::isspace(static_cast<unsigned char>(texte.front())))
+        throw ErreurUsage(quoi + " doit être un nombre : " + texte);
+    return d;
+}
+
+} // namespace tavi
