@@ -29,12 +29,6 @@ protected:
                        horloges.mono);
     }
     std::int64_t maintenant() const { return Horloge::maintenant(*reglages, horloges); }
-    std::optional<double> cle(const char* nom) const { return reglages->nombre(nom); }
-
-    void redemarrerAgent() {
-        reglages.reset();
-        reglages = std::make_unique<ReglagesSqlite>(dossier / "reglages.sqlite");
-    }
 };
 
 } // namespace
@@ -78,7 +72,7 @@ TEST_F(HorlogeServeur, DansLesCinqMinutesSeulUnAllerRetourAussiBonRemplaceApresT
     horloges.avancer(1);
     noterAvec(3'000'000, 900);
     EXPECT_EQ(maintenant(), 3'000'450);
-    EXPECT_EQ(cle("h_ar"), 900);
+    EXPECT_EQ(reglages->nombre("h_ar"), 900);
 }
 
 TEST_F(HorlogeServeur, UnEchantillonDUnAutreDemarrageOuDUneMonotoneEnAvanceEstRemplace) {
@@ -117,7 +111,8 @@ TEST_F(HorlogeServeur, LEchantillonIgnoreLHeureMuraleEtSurvitAuRedemarrageDeLAge
     horloges.murale -= heure;
     EXPECT_EQ(maintenant(), avant);
 
-    redemarrerAgent();
+    reglages.reset();
+    reglages = std::make_unique<ReglagesSqlite>(dossier / "reglages.sqlite");
     EXPECT_EQ(maintenant(), avant);
     // Its five-minute reign holds across the restart too.
     horloges.avancer(minute);
@@ -146,7 +141,7 @@ TEST_F(HorlogeServeur, UnMagasinTrafiqueOuDesNombresHorsBornesNeFontPasTomberLAg
     // Samples whose arithmetic would overflow are ignored; a good one replaces an unreadable one.
     Horloge::noter(*reglages, horloges, max - 100, 0, 2'000);
     Horloge::noter(*reglages, horloges, 1'000, std::numeric_limits<std::int64_t>::min(), 2'000);
-    EXPECT_EQ(cle("h_serveur_a"), 0x1p62);
+    EXPECT_EQ(reglages->nombre("h_serveur_a"), 0x1p62);
     reglages->ecrire("h_mono_a", -INFINITY);
     reglages->ecrire("h_ar", INFINITY);
     horloges.murale = 1'795'000'000'000;

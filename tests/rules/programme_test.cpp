@@ -9,7 +9,6 @@
 namespace tavi {
 namespace {
 
-using Programme::regleCourante;
 using Programme::siesteAppli;
 
 Consigne consigne(const std::string& texte) {
@@ -18,143 +17,120 @@ Consigne consigne(const std::string& texte) {
     return c ? *c : Consigne{};
 }
 
-std::optional<RegleMac> regle(const std::string& texte, std::int64_t maintenant,
-                              std::optional<double> depuisConsigne = std::nullopt,
-                              double duJour = 0) {
-    return regleCourante(consigne(texte), maintenant, depuisConsigne, duJour);
-}
-
 std::set<std::string> famille(const std::string& nom) {
     return Programme::famillesMac().at(nom);
 }
 
+// One schedule range; `reste` adds members after the bounds.
+std::string plage(std::int64_t debut, std::int64_t fin, const std::string& reste = "") {
+    return R"({"debut_ms": )" + std::to_string(debut) + R"(, "fin_ms": )" + std::to_string(fin) +
+           (reste.empty() ? "" : ", " + reste) + "}";
+}
+std::string programme(const std::string& plages, const std::string& avant = "") {
+    return "{" + avant + R"("programme": [)" + plages + "]}";
+}
+
 // 2026-10-25 in Paris has 25 hours: summer time ends at 03:00.
-constexpr std::int64_t midiParis25Octobre = 1792926000000;   // 2026-10-25T12:00+01:00
-constexpr std::int64_t minuitParis25Octobre = 1792879200000; // 2026-10-25T00:00+02:00
+constexpr std::int64_t midiParis25Octobre = 1792926000000;            // 2026-10-25T12:00+01:00
+constexpr std::int64_t minuitParis25Octobre = 1792879200000;          // 2026-10-25T00:00+02:00
+constexpr std::int64_t finDuJour = minuitParis25Octobre + 86'400'000; // 23:00, not midnight
 
-TEST(RegleCourante, UnePlageEstActiveDeSonDebutInclusASaFinExclue) {
-    const std::string c = R"({"programme": [{"debut_ms": 1000, "fin_ms": 2000},
-                                            {"debut_ms": 5000, "fin_ms": 5000}]})";
-    EXPECT_TRUE(regle(c, 1000));
-    EXPECT_FALSE(regle(c, 999));
-    EXPECT_FALSE(regle(c, 2000));
-    EXPECT_FALSE(regle(c, 5000)) << "an empty range is never active";
-    EXPECT_EQ(*regle(c, 1500), (RegleMac{true, {}, {}, "moment", "", 2000}));
-}
+struct Cas {
+    std::string consigne;
+    std::int64_t maintenant;
+    std::optional<double> depuisConsigne;
+    double duJour;
+    std::optional<RegleMac> attendue;
+};
 
-TEST(RegleCourante, LesPlagesActivesSeFusionnentDansLOrdreDuProgramme) {
-    auto r = regle(R"({"programme": [
-        {"debut_ms": 0, "fin_ms": 3000, "regle": {"mode": "familles", "familles": ["jeux"]},
-         "cause": "gage"},
-        {"debut_ms": 500, "fin_ms": 9000, "regle": {"mode": "tout"}, "cause": "pause_famille"},
-        {"debut_ms": 0, "fin_ms": 4000, "regle": {"mode": "rien"}, "cause": "x", "titre": "T"}]})",
-                   1000);
-    ASSERT_TRUE(r);
-    EXPECT_TRUE(r->bloquerTout);
-    EXPECT_EQ(r->cause, "pause_famille");
-    EXPECT_EQ(r->bloquees, famille("jeux"));
-    EXPECT_EQ(r->familles, std::set<std::string>{"jeux"});
-    EXPECT_EQ(r->fin, 9000);
-    // An unknown mode blocks nothing but still speaks; an unknown family adds nothing.
-    EXPECT_EQ(*regle(R"({"programme": [{"debut_ms": 0, "fin_ms": 9, "regle": {"mode": "rien"},
-        "cause": "x", "titre": "T"}]})",
-                     1),
-              (RegleMac{false, {}, {}, "x", "T", 9}));
-    EXPECT_EQ(regle(R"({"programme": [{"debut_ms": 0, "fin_ms": 9, "regle": {"mode":
-        "familles", "familles": ["inconnue", "ecole"]}}]})",
-                    1)
-                  ->bloquees,
-              std::set<std::string>{});
-    EXPECT_TRUE(
-        regle(R"({"programme": [{"debut_ms": 0, "fin_ms": 9, "regle": {}}]})", 1)->bloquerTout);
-}
-
-TEST(RegleCourante, PendantUnePeriodeOuverteSeuleLaPauseFamilleTient) {
-    const std::string ouvert = R"("ouvert_jusqu_ms": 10000, "limite_jour_min": 1,)";
-    EXPECT_FALSE(regle("{" + ouvert + R"("programme": [{"debut_ms": 0, "fin_ms": 9000}]})", 100,
-                       std::nullopt, 1e6))
-        << "range without cause and reached allowance both ignored";
-    auto r = regle("{" + ouvert + R"("programme": [{"debut_ms": 0, "fin_ms": 9000},
-        {"debut_ms": 0, "fin_ms": 8000, "cause": "pause_famille"}]})",
-                   100, std::nullopt, 1e6);
-    EXPECT_EQ(r, (RegleMac{true, {}, {}, "pause_famille", "", 8000}));
-    EXPECT_FALSE(regle("{" + ouvert + R"("protege_maintenant": true, "cause": "gage"})", 100));
-    EXPECT_EQ(regle("{" + ouvert + R"("protege_maintenant": true, "cause": "pause_famille"})", 100)
-                  ->cause,
-              "pause_famille");
-    // Once the open period is over, everything applies again.
-    EXPECT_EQ(
-        regle("{" + ouvert + R"("programme": [{"debut_ms": 0, "fin_ms": 90000}]})", 10000)->cause,
-        "moment");
-}
-
-TEST(RegleCourante, LaRegleImmediateTientJusquASaFinEtSeFondDansLeProgramme) {
-    EXPECT_FALSE(regle(R"({"protege_maintenant": true, "fin_ms": 500})", 500)) << "expired";
-    EXPECT_TRUE(regle(R"({"protege_maintenant": true, "fin_ms": 501})", 500));
-    EXPECT_TRUE(regle(R"({"protege_maintenant": true, "fin_ms": 0})", 1e12)) << "no end";
-    EXPECT_FALSE(regle(R"({"protege_maintenant": false, "cause": "gage"})", 1));
-    // The computer-specific member wins over the mode.
-    auto r = regle(R"({"protege_maintenant": true, "regle": {"mode": "tout"},
-        "mac": {"bloquer_tout": false, "bloquees": ["steam"]}})",
-                   1);
-    EXPECT_EQ(r, (RegleMac{false, {"steam"}, {}, "", "", 0}));
-    // Families of the immediate rule are not expanded: they block through the category.
-    r = regle(R"({"protege_maintenant": true, "regle": {"mode": "familles", "familles":
-        ["jeux"]}})",
-              1);
-    EXPECT_EQ(r, (RegleMac{false, {}, {"jeux"}, "", "", 0}));
-    r = regle(R"({"protege_maintenant": true, "regle": {"mode": "familles", "familles": ["jeux"]},
-        "mac": {"familles": ["videos"]}})",
-              1);
-    EXPECT_EQ(r->familles, std::set<std::string>{"videos"});
-    // With a schedule rule, the schedule is the receiver: its message wins unless the
-    // immediate rule is what makes the block total.
-    r = regle(R"({"protege_maintenant": true, "cause": "pause_famille", "fin_ms": 50,
-        "programme": [{"debut_ms": 0, "fin_ms": 90, "regle": {"mode": "familles",
-        "familles": ["jeux"]}, "titre": "Devoirs"}]})",
-              1);
-    EXPECT_EQ(r, (RegleMac{true, famille("jeux"), {"jeux"}, "pause_famille", "", 90}));
-    r = regle(R"({"protege_maintenant": true, "cause": "gage", "mac": {"bloquer_tout": false},
-        "programme": [{"debut_ms": 0, "fin_ms": 90, "titre": "Dodo"}]})",
-              1);
-    EXPECT_EQ(r, (RegleMac{true, {}, {}, "moment", "Dodo", 90}));
-}
-
-TEST(RegleCourante, LeResteDuServeurPasseAvantLeTotalLocalDuJour) {
+TEST(RegleCourante, PlagesRegleImmediateEtLimiteDuJourDonnentLaRegleDeLInstant) {
     test::FuseauFixe paris("Europe/Paris");
+    const auto jeux = R"("regle": {"mode": "familles", "familles": ["jeux"]})";
+    const std::string ouvert = R"("ouvert_jusqu_ms": 10000, "limite_jour_min": 1, )";
+    const std::string immediat = R"({"protege_maintenant": true, )";
     const std::string limite = R"({"limite_jour_min": 60, "reste_jour_min": 10})";
-    EXPECT_EQ(regle(limite, midiParis25Octobre, 600.0, 0)->cause, "limite") << "exactly used up";
-    EXPECT_FALSE(regle(limite, midiParis25Octobre, 599.0, 1e6)) << "the local total is ignored";
-    // Without the count since the rule set, the local total decides.
-    EXPECT_FALSE(regle(limite, midiParis25Octobre, std::nullopt, 3599));
-    EXPECT_TRUE(regle(limite, midiParis25Octobre, std::nullopt, 3600));
-    EXPECT_FALSE(regle(R"({"limite_jour_min": 60})", midiParis25Octobre, 1e6, 3599));
-    // No limit, a zero limit or a negative one: no daily limit at all.
-    EXPECT_FALSE(regle(R"({"reste_jour_min": 0})", midiParis25Octobre, 1e6, 1e6));
-    EXPECT_FALSE(regle(R"({"limite_jour_min": -5})", midiParis25Octobre, 1e6, 1e6));
-}
+    const RegleMac limiteAtteinte{true, {}, {}, "limite", "Limite du jour", finDuJour};
+    const auto rien = std::nullopt;
+    const std::vector<Cas> cas = {
+        // A range is active from its start included to its end excluded; an empty one never.
+        {programme(plage(1000, 2000)), 1000, rien, 0, RegleMac{true, {}, {}, "moment", "", 2000}},
+        {programme(plage(1000, 2000)), 999, rien, 0, rien},
+        {programme(plage(1000, 2000)), 2000, rien, 0, rien},
+        {programme(plage(5000, 5000)), 5000, rien, 0, rien},
+        // Active ranges merge in schedule order: the total one brings its message.
+        {programme(plage(0, 3000, jeux + std::string(R"(, "cause": "gage")")) + "," +
+                   plage(500, 9000, R"("regle": {"mode": "tout"}, "cause": "pause_famille")") +
+                   "," + plage(0, 4000, R"("regle": {"mode": "rien"}, "cause": "x")")),
+         1000, rien, 0, RegleMac{true, famille("jeux"), {"jeux"}, "pause_famille", "", 9000}},
+        // An unknown mode blocks nothing but still speaks; an unknown family adds nothing.
+        {programme(plage(0, 9, R"("regle": {"mode": "rien"}, "cause": "x", "titre": "T")")), 1,
+         rien, 0, RegleMac{false, {}, {}, "x", "T", 9}},
+        {programme(plage(0, 9, R"("regle": {"mode": "familles", "familles": ["inconnue"]})")), 1,
+         rien, 0, RegleMac{false, {}, {"inconnue"}, "moment", "", 9}},
+        {programme(plage(0, 9, R"("regle": {})")), 1, rien, 0,
+         RegleMac{true, {}, {}, "moment", "", 9}},
+        // During an open period only the family pause holds, until the period ends.
+        {programme(plage(0, 9000), ouvert), 100, rien, 1e6, rien},
+        {programme(plage(0, 9000) + "," + plage(0, 8000, R"("cause": "pause_famille")"), ouvert),
+         100, rien, 1e6, RegleMac{true, {}, {}, "pause_famille", "", 8000}},
+        {"{" + ouvert + R"("protege_maintenant": true, "cause": "gage"})", 100, rien, 0, rien},
+        {"{" + ouvert + R"("protege_maintenant": true, "cause": "pause_famille"})", 100, rien, 0,
+         RegleMac{true, {}, {}, "pause_famille", "", 0}},
+        {programme(plage(0, 90000), ouvert), 10000, rien, 0,
+         RegleMac{true, {}, {}, "moment", "", 90000}},
+        // The immediate rule holds until its end (0: none); the computer's member wins over
+        // the mode, and its families block through the category, unexpanded.
+        {immediat + R"("fin_ms": 500})", 500, rien, 0, rien},
+        {immediat + R"("fin_ms": 501})", 500, rien, 0, RegleMac{true, {}, {}, "", "", 501}},
+        {immediat + R"("fin_ms": 0})", 1'000'000'000'000, rien, 0,
+         RegleMac{true, {}, {}, "", "", 0}},
+        {R"({"protege_maintenant": false, "cause": "gage"})", 1, rien, 0, rien},
+        {immediat +
+             R"("regle": {"mode": "tout"}, "mac": {"bloquer_tout": false, "bloquees": ["steam"]}})",
+         1, rien, 0, RegleMac{false, {"steam"}, {}, "", "", 0}},
+        {immediat + jeux + "}", 1, rien, 0, RegleMac{false, {}, {"jeux"}, "", "", 0}},
+        {immediat + jeux + R"(, "mac": {"familles": ["videos"]}})", 1, rien, 0,
+         RegleMac{false, {}, {"videos"}, "", "", 0}},
+        // With a schedule rule, the schedule is the receiver: its message wins unless the
+        // immediate rule is what makes the block total.
+        {programme(plage(0, 90, jeux + std::string(R"(, "titre": "Devoirs")")),
+                   R"("protege_maintenant": true, "cause": "pause_famille", "fin_ms": 50, )"),
+         1, rien, 0, RegleMac{true, famille("jeux"), {"jeux"}, "pause_famille", "", 90}},
+        {programme(
+             plage(0, 90, R"("titre": "Dodo")"),
+             R"("protege_maintenant": true, "cause": "gage", "mac": {"bloquer_tout": false}, )"),
+         1, rien, 0, RegleMac{true, {}, {}, "moment", "Dodo", 90}},
+        // The server's remainder wins over the local day total; without the count since the
+        // rule set, the local total decides. The day ends 86 400 s after midnight.
+        {limite, midiParis25Octobre, 600.0, 0, limiteAtteinte},
+        {limite, midiParis25Octobre, 599.0, 1e6, rien},
+        {limite, midiParis25Octobre, rien, 3599, rien},
+        {limite, midiParis25Octobre, rien, 3600, limiteAtteinte},
+        {R"({"limite_jour_min": 60})", midiParis25Octobre, 1e6, 3599, rien},
+        // No limit, a zero limit or a negative one: no daily limit at all.
+        {R"({"reste_jour_min": 0})", midiParis25Octobre, 1e6, 1e6, rien},
+        {R"({"limite_jour_min": -5})", midiParis25Octobre, 1e6, 1e6, rien},
+        // Over a partial block the limit becomes total with its own message; over a total one
+        // the block keeps its message; the later end wins.
+        {programme(plage(0, 1893452400000, jeux), R"("limite_jour_min": 1, )"), midiParis25Octobre,
+         rien, 60,
+         RegleMac{true, famille("jeux"), {"jeux"}, "limite", "Limite du jour", 1893452400000}},
+        {programme(plage(0, midiParis25Octobre + 1, R"("titre": "Dodo")"),
+                   R"("limite_jour_min": 1, )"),
+         midiParis25Octobre, rien, 60, RegleMac{true, {}, {}, "moment", "Dodo", finDuJour}},
+    };
+    for (const auto& c : cas)
+        EXPECT_EQ(Programme::regleCourante(consigne(c.consigne), c.maintenant, c.depuisConsigne,
+                                           c.duJour),
+                  c.attendue)
+            << c.consigne << " @" << c.maintenant;
 
-TEST(RegleCourante, LaLimiteDuJourFinitUnJourFixeDe86400SecondesApresMinuit) {
-    test::FuseauFixe paris("Europe/Paris");
-    // The day of the change has 25 hours: the end is 23:00, an hour before the next midnight.
-    auto r = regle(R"({"limite_jour_min": 1})", midiParis25Octobre, std::nullopt, 60);
-    EXPECT_EQ(
-        r, (RegleMac{true, {}, {}, "limite", "Limite du jour", minuitParis25Octobre + 86'400'000}));
-    // Over a partial block it becomes total with its own message; over a total one it keeps
-    // the message; the later end wins.
-    r = regle(R"({"limite_jour_min": 1, "programme": [{"debut_ms": 0, "fin_ms": 1893452400000,
-        "regle": {"mode": "familles", "familles": ["jeux"]}, "titre": "Devoirs"}]})",
-              midiParis25Octobre, std::nullopt, 60);
-    EXPECT_EQ(
-        r, (RegleMac{true, famille("jeux"), {"jeux"}, "limite", "Limite du jour", 1893452400000}));
-    r = regle(R"({"limite_jour_min": 1, "programme": [{"debut_ms": 0,
-        "fin_ms": 1792926000001, "titre": "Dodo"}]})",
-              midiParis25Octobre, std::nullopt, 60);
-    EXPECT_EQ(r, (RegleMac{true, {}, {}, "moment", "Dodo", minuitParis25Octobre + 86'400'000}));
-    // Another zone, another day start.
     test::FuseauFixe tokyo("Asia/Tokyo");
-    r = regle(R"({"limite_jour_min": 1})", midiParis25Octobre, std::nullopt, 60);
-    EXPECT_EQ(r->fin, 1792940400000); // 2026-10-26T00:00+09:00
+    EXPECT_EQ(Programme::regleCourante(consigne(R"({"limite_jour_min": 1})"), midiParis25Octobre,
+                                       rien, 60)
+                  ->fin,
+              1792940400000) // 2026-10-26T00:00+09:00
+        << "another zone, another day start";
 }
 
 TEST(EstCoupee, LeBlocageSuitLIdentifiantPuisLaCategorieSaufPourLesJamaisBloquees) {
