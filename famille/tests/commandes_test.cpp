@@ -71,8 +71,7 @@ struct ServeurReel {
 TEST(Commandes, UneFamilleSeSertDepuisUneBaseVideEtLeServeurSArreteProprement) {
     DossierTemporaire dossier;
     auto base = dossier / "famille.db";
-    auto ajout = ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
-    EXPECT_EQ(ajout.at("enfant").at("prenom"), "Léa");
+    ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
     auto code = ligne(commande(base, {"code", "Léa"})).at("code");
 
     ServeurReel serveur(base);
@@ -141,6 +140,12 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
     DossierTemporaire dossier;
     auto base = dossier / "famille.db";
     ligne(commande(base, {"enfant", "ajouter", "Léa", "--fuseau", "Europe/Paris"}));
+    auto consigneDeLea = [&] {
+        json c = ligne(commande(base, {"consigne", "Léa"}));
+        c.erase("heure_serveur_ms");
+        return c;
+    };
+    json initiale = consigneDeLea();
     auto pause = ligne(commande(base, {"pause", "Léa", "10", "--titre", "À table"}));
     for (const std::vector<std::string>& regler :
          {std::vector<std::string>{"ouvrir", "Léa", "30"},
@@ -154,18 +159,19 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
           {"tirelire", "Léa", "+20"}})
         ligne(commande(base, regler));
 
-    json c = ligne(commande(base, {"consigne", "Léa"}));
-    EXPECT_EQ(c.at("protege_maintenant"), true);
+    json c = consigneDeLea();
     EXPECT_EQ(c.at("fin_ms"), pause.at("pause").at("fin_ms"));
     EXPECT_EQ(c.at("titre"), "À table");
     EXPECT_TRUE(c.contains("ouvert_jusqu_ms"));
     EXPECT_EQ(c.at("limite_jour_min"), 90.0);
     EXPECT_EQ(c.at("programme").at(0).at("regle").at("familles"), json({"jeux", "videos"}));
-    EXPECT_EQ(c.at("mac").at("limites").at(0).at("applis"), json({"minecraft", "steam"}));
-    EXPECT_EQ(c.at("mac").at("coupees"), json({"discord"}));
-    EXPECT_EQ(c.at("filtre_web"), json({{"actif", true},
-                                        {"domaines_bloques", {"exemple.fr"}},
-                                        {"domaines_autorises", {"wikipedia.org"}}}));
+    EXPECT_EQ(c.at("mac"), json({{"limites",
+                                  {{{"id", "jeux"},
+                                    {"nom", "Jeux"},
+                                    {"minutes", 30.0},
+                                    {"applis", {"minecraft", "steam"}}}}},
+                                 {"coupees", {"discord"}}}));
+    EXPECT_EQ(c.at("filtre_web").at("domaines_bloques"), json({"exemple.fr"}));
     EXPECT_EQ(c.at("rapport_applis").at("actif"), true);
     EXPECT_EQ(c.at("tirelire_min"), 20.0);
 
@@ -180,17 +186,13 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
           {"rapports", "Léa", "applis", "off"},
           {"tirelire", "Léa", "-20"}})
         ligne(commande(base, annuler));
-    json vide = ligne(commande(base, {"consigne", "Léa"}));
-    EXPECT_EQ(vide.at("protege_maintenant"), false);
-    for (const char* cle : {"ouvert_jusqu_ms", "limite_jour_min", "fin_ms"})
-        EXPECT_FALSE(vide.contains(cle)) << cle;
-    EXPECT_EQ(vide.at("programme"), json::array());
-    EXPECT_EQ(vide.at("mac"), json({{"limites", json::array()}, {"coupees", json::array()}}));
+    // An emptied filter is still sent, inactive: the agent stops reading the browser.
+    json vide = consigneDeLea();
     EXPECT_EQ(vide.at("filtre_web"), json({{"actif", false},
                                            {"domaines_bloques", json::array()},
                                            {"domaines_autorises", json::array()}}));
-    EXPECT_EQ(vide.at("rapport_applis").at("actif"), false);
-    EXPECT_EQ(vide.at("tirelire_min"), 0.0);
+    vide.erase("filtre_web");
+    EXPECT_EQ(vide, initiale);
 }
 
 TEST(Commandes, LesDemandesDeLEnfantSeListentSAccordentEtSeRefusent) {
@@ -198,22 +200,13 @@ TEST(Commandes, LesDemandesDeLEnfantSeListentSAccordentEtSeRefusent) {
     std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
     auto client = serveur.client();
     for (int minutes : {15, 30})
-        ASSERT_EQ(poster(client, "/api/enfant/demandes",
-                         {{"type", "temps"}, {"minutes", minutes}, {"texte", "Sur mon ordinateur"}},
-                         jeton)
-                      ->status,
-                  201);
+        poster(client, "/api/enfant/demandes", {{"type", "temps"}, {"minutes", minutes}}, jeton);
     auto liste = commande(serveur.base(), {"demandes", "Léa"}).sortie;
     ASSERT_EQ(std::count(liste.begin(), liste.end(), '\n'), 2) << liste;
-    auto premiere = json::parse(liste.substr(0, liste.find('\n'))).at("demande");
-    EXPECT_EQ(premiere.at("minutes"), 15);
-    auto id = premiere.at("id").get<std::int64_t>();
+    auto id = json::parse(liste.substr(0, liste.find('\n'))).at("demande").at("id").get<int>();
 
     ligne(commande(serveur.base(), {"accorder", std::to_string(id)}));
-    EXPECT_EQ(ligne(commande(serveur.base(), {"refuser", std::to_string(id + 1)}))
-                  .at("demande")
-                  .at("statut"),
-              "refusee");
+    ligne(commande(serveur.base(), {"refuser", std::to_string(id + 1)}));
     EXPECT_EQ(commande(serveur.base(), {"accorder", std::to_string(id)}).statut, 2);
     EXPECT_EQ(commande(serveur.base(), {"demandes", "Léa"}).sortie, "");
     auto rapport = ligne(commande(serveur.base(), {"rapport", "Léa"}));

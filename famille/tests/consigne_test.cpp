@@ -59,7 +59,6 @@ TEST(Consigne, LaPauseFamilleTientJusquaSaFinMemePendantUneOuverture) {
     json pendant = consigne(enfant(r), {}, t, paris());
     EXPECT_EQ(pendant.at("protege_maintenant"), true);
     EXPECT_EQ(pendant.at("fin_ms"), t + 10 * 60000);
-    EXPECT_EQ(pendant.at("cause"), "pause_famille");
     EXPECT_EQ(pendant.at("titre"), "À table");
     EXPECT_EQ(pendant.at("regle"), json({{"mode", "tout"}}));
     EXPECT_EQ(pendant.at("ouvert_jusqu_ms"), t + 30 * 60000);
@@ -125,32 +124,24 @@ TEST(Consigne, UnePlagePorteSaRegleSaCauseEtSonTitre) {
               json({{"mode", "familles"}, {"familles", json::array({"jeux", "videos"})}}));
     EXPECT_EQ(programme.at(0).at("cause"), "gage");
     EXPECT_EQ(programme.at(0).at("titre"), "Devoirs");
-    EXPECT_EQ(programme.at(1).at("regle"), json({{"mode", "tout"}}));
-    EXPECT_FALSE(programme.at(1).contains("cause") || programme.at(1).contains("titre"));
+    EXPECT_EQ(programme.at(1), json({{"debut_ms", utc(2026, 11, 22, 18)},
+                                     {"fin_ms", utc(2026, 11, 22, 19)},
+                                     {"regle", {{"mode", "tout"}}}}));
 }
 
 TEST(Consigne, LeResteDuJourEtLesLimitesDApplisComptentLesAutresOrdinateurs) {
     std::int64_t t = utc(2026, 11, 22, 12);
-    json sansLimite = consigne(enfant(), {35, 10, {}}, t, paris());
-    EXPECT_FALSE(sansLimite.contains("limite_jour_min") || sansLimite.contains("reste_jour_min"));
+    EXPECT_FALSE(consigne(enfant(), {35, 10, {}}, t, paris()).contains("reste_jour_min"));
 
     Reglages r;
     r.limiteJourMin = 60;
     r.limitesApplis = {{"jeux", "Jeux", 30, {"steam", "minecraft"}},
                        {"video.2", "Vidéo", 20, {"vlc"}}};
-    r.coupees = {"discord"};
     UsageDuJour usage{35.3, 10, {{"steam", 5}, {"minecraft", 2.5}, {"firefox", 9}}};
     json c = consigne(enfant(r), usage, t, paris());
-    EXPECT_EQ(c.at("limite_jour_min"), 60.0);
     EXPECT_EQ(c.at("reste_jour_min"), 34.7);
     EXPECT_EQ(consigne(enfant(r), {80, 10, {}}, t, paris()).at("reste_jour_min"), 0.0);
     EXPECT_EQ(c.at("limites_autres"), json({{"jeux", 7.5}, {"video.2", 0.0}}));
-    EXPECT_EQ(c.at("mac").at("limites").at(0),
-              json({{"id", "jeux"},
-                    {"nom", "Jeux"},
-                    {"minutes", 30.0},
-                    {"applis", json::array({"minecraft", "steam"})}}));
-    EXPECT_EQ(c.at("mac").at("coupees"), json({"discord"}));
     EXPECT_FALSE(idLimiteValide("temps_jeux")) << "the agent would read this key as tempsJeux";
     EXPECT_TRUE(idLimiteValide("jeux-video.2"));
 }
@@ -167,19 +158,7 @@ TEST(Consigne, LesMembresOntLesTypesQueLAgentDecode) {
         EXPECT_TRUE(c.at(cle).is_number_integer()) << cle;
     EXPECT_TRUE(c.at("programme").at(0).at("debut_ms").is_number_integer());
     EXPECT_FALSE(c.contains("titre")) << "a pause without a title sends none, not null";
-    EXPECT_EQ(c.at("prenom"), "Léa");
-    EXPECT_EQ(c.at("tirelire_min"), 12.5);
-    EXPECT_EQ(c.at("rapport_applis"), json({{"actif", false}}));
-    EXPECT_EQ(c.at("historique_sites"), json({{"actif", false}}));
     EXPECT_FALSE(c.contains("filtre_web")) << "no filter set: the agent reads no browser";
-
-    r.filtre = Filtre{false, {"exemple.fr"}, {"wikipedia.org"}};
-    r.historiqueSites = true;
-    json f = consigne(enfant(r), {}, t, paris());
-    EXPECT_EQ(f.at("filtre_web"), json({{"actif", false},
-                                        {"domaines_bloques", {"exemple.fr"}},
-                                        {"domaines_autorises", {"wikipedia.org"}}}));
-    EXPECT_EQ(f.at("historique_sites"), json({{"actif", true}}));
 }
 
 TEST(Semaine, LesJoursEtLesHeuresSeLisentCommeLesParentsLesEcrivent) {

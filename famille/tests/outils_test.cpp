@@ -52,6 +52,18 @@ std::string ServeurEssai::appairer(const std::string& prenom, const std::string&
     return json::parse(reponse->body).at("jeton").get<std::string>();
 }
 
+std::vector<json> ServeurEssai::lignes(const std::string& genre, std::int64_t instant) {
+    std::vector<json> trouvees;
+    for (const auto& ligne : depot_->rapport("Léa", instant ? instant : maintenantMs()))
+        if (ligne.contains(genre)) trouvees.push_back(ligne.at(genre));
+    return trouvees;
+}
+
+std::int64_t ServeurEssai::compter(const std::string& sql) {
+    auto r = depot_->base().requete(sql);
+    return r.ligne() ? r.entier(0) : -1;
+}
+
 httplib::Result poster(httplib::Client& client, const std::string& chemin, const json& corps,
                        const std::string& jeton, const std::string& installation) {
     return posterTexte(client, chemin, corps.dump(), jeton, installation);

@@ -4,6 +4,7 @@
 #include "serveur.h"
 #include "support/dossier_temporaire.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <httplib.h>
 #include <memory>
@@ -31,6 +32,10 @@ public:
     // Adds a child (zone Europe/Paris) and pairs one computer; returns its token.
     std::string enfantEtOrdinateur(const std::string& prenom, const std::string& installation);
     std::string appairer(const std::string& prenom, const std::string& installation);
+    // Léa's report lines of one kind ("ordinateur", "site", "signal"...), seen at `instant`.
+    std::vector<nlohmann::json> lignes(const std::string& genre, std::int64_t instant = 0);
+    // The single integer a query returns, straight from the file.
+    std::int64_t compter(const std::string& sql);
 
 private:
     DossierTemporaire dossier;

@@ -12,67 +12,38 @@ using namespace tavi::famille;
 using namespace tavi::famille::essai;
 using nlohmann::json;
 
-namespace {
-
-std::string aujourdhui() {
-    return jourLocal(maintenantMs(), *date::locate_zone("Europe/Paris"));
-}
-
-std::int64_t compter(Depot& depot, const std::string& sql) {
-    auto r = depot.base().requete(sql);
-    return r.ligne() ? r.entier(0) : -1;
-}
-
-std::vector<json> lignes(ServeurEssai& serveur, const std::string& genre,
-                         std::int64_t instant = maintenantMs()) {
-    std::vector<json> trouvees;
-    for (const auto& ligne : serveur.depot().rapport("Léa", instant))
-        if (ligne.contains(genre)) trouvees.push_back(ligne.at(genre));
-    return trouvees;
-}
-
-} // namespace
-
 TEST(Battement, ChaqueLotDuBattementEstEnregistre) {
     ServeurEssai serveur;
     std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
     auto client = serveur.client();
     std::int64_t heure = maintenantMs() / 3600000 * 3600000;
-
-    json corps = battement(42.5);
-    corps["sites"] = {{{"d", "exemple.fr"}, {"p", heure + 1000}, {"f", heure + 5000}, {"s", 3000}}};
-    corps["usage_applis"] = {
-        {"jours",
-         {{aujourdhui(), {{"firefox", 30.5}, {"steam", 12.5}}}, {"2026-01-02", {{"vlc", 3.0}}}}},
-        {"noms", {{"firefox", "Firefox"}, {"steam", "Steam"}, {"vlc", "VLC"}}}};
-    corps["applis_installees"] = {{{"p", "firefox"}, {"n", "Firefox"}, {"c", "web"}}};
-    ASSERT_EQ(poster(client, "/api/enfant/battement", corps, jeton)->status, 200);
-
+    std::string aujourdhui = jourLocal(maintenantMs(), *date::locate_zone("Europe/Paris"));
+    auto lot = [&](double utilise, json site, json jours, json installees) {
+        json corps = battement(utilise);
+        corps["sites"] = {std::move(site)};
+        corps["usage_applis"] = {{"jours", std::move(jours)}, {"noms", {{"firefox", "Firefox"}}}};
+        corps["applis_installees"] = std::move(installees);
+        return poster(client, "/api/enfant/battement", corps, jeton)->status;
+    };
+    ASSERT_EQ(lot(42.5,
+                  {{"d", "exemple.fr"}, {"p", heure + 1000}, {"f", heure + 5000}, {"s", 3000}},
+                  {{aujourdhui, {{"firefox", 30.5}}}, {"2026-01-02", {{"vlc", 3.0}}}},
+                  {{{"p", "firefox"}, {"n", "Firefox"}, {"c", "web"}}}),
+              200);
     // The next batch: more time on a site in the same hour (capped at an hour), a day of app
     // usage restated, a new list of installed applications.
-    json suite = battement(43);
-    suite["sites"] = {{{"d", "exemple.fr"}, {"p", heure + 6000}, {"f", heure + 9000}, {"s", 900}}};
-    suite["usage_applis"] = {{"jours", {{aujourdhui(), {{"firefox", 31.0}}}}},
-                             {"noms", json::object()}};
-    suite["applis_installees"] = {{{"p", "vlc"}, {"n", "VLC"}}};
-    ASSERT_EQ(poster(client, "/api/enfant/battement", suite, jeton)->status, 200);
+    ASSERT_EQ(lot(43, {{"d", "exemple.fr"}, {"p", heure + 6000}, {"f", heure + 9000}, {"s", 900}},
+                  {{aujourdhui, {{"firefox", 31.0}}}}, {{{"p", "vlc"}, {"n", "VLC"}}}),
+              200);
 
-    auto ordinateurs = lignes(serveur, "ordinateur");
-    ASSERT_EQ(ordinateurs.size(), 1u);
-    EXPECT_EQ(ordinateurs[0].at("utilise_jour_min"), 43.0);
-    EXPECT_EQ(ordinateurs[0].at("systeme"), "Debian 12");
-    EXPECT_EQ(ordinateurs[0].at("demarrage_auto"), true);
-    EXPECT_EQ(lignes(serveur, "appli"), (std::vector<json>{{{"ordinateur", ordinateurs[0].at("id")},
-                                                            {"id", "firefox"},
-                                                            {"nom", "Firefox"},
-                                                            {"minutes", 31.0}}}));
-    EXPECT_EQ(
-        compter(serveur.depot(), "SELECT COUNT(*) FROM usage_applis WHERE jour = '2026-01-02'"), 1)
+    EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("utilise_jour_min"), 43.0);
+    EXPECT_EQ(serveur.lignes("appli").at(0).at("minutes"), 31.0);
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM usage_applis WHERE jour = '2026-01-02'"), 1)
         << "a day missing from a batch keeps what it had";
-    EXPECT_EQ(lignes(serveur, "site"),
+    EXPECT_EQ(serveur.lignes("site"),
               std::vector<json>{json(
                   {{"domaine", "exemple.fr"}, {"secondes", 3600}, {"dernier_ms", heure + 9000}})});
-    auto installees = lignes(serveur, "installee");
+    auto installees = serveur.lignes("installee");
     ASSERT_EQ(installees.size(), 1u) << "the new list replaces the old one";
     EXPECT_EQ(installees[0].at("id"), "vlc");
 }
@@ -82,8 +53,8 @@ TEST(Battement, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
     std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
     auto client = serveur.client();
     ASSERT_EQ(poster(client, "/api/enfant/battement", battement(5), jeton)->status, 200);
-    EXPECT_EQ(lignes(serveur, "ordinateur").at(0).at("protection"), "active");
-    auto silence = lignes(serveur, "ordinateur", maintenantMs() + Depot::silenceMaxMs + 2000);
+    EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("protection"), "active");
+    auto silence = serveur.lignes("ordinateur", maintenantMs() + Depot::silenceMaxMs + 2000);
     EXPECT_EQ(silence.at(0).at("protection"), "coupée");
     EXPECT_NE(silence.at(0).at("pourquoi").get<std::string>().find("aucune nouvelle"),
               std::string::npos);
@@ -92,14 +63,14 @@ TEST(Battement, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
     annonce["incertain"] = true;
     annonce["annonce"] = "veille";
     ASSERT_EQ(poster(client, "/api/enfant/battement", annonce, jeton)->status, 200);
-    EXPECT_EQ(lignes(serveur, "ordinateur").at(0).at("derniere_annonce").at("texte"), "veille");
+    EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("derniere_annonce").at("texte"), "veille");
 
     // A stop report is the one message without permissions.
     json arret = battement(7);
     arret.erase("autorisations");
     arret["actif"] = false;
     ASSERT_EQ(poster(client, "/api/enfant/battement", arret, jeton)->status, 200);
-    auto arrete = lignes(serveur, "ordinateur").at(0);
+    auto arrete = serveur.lignes("ordinateur").at(0);
     EXPECT_EQ(arrete.at("protection"), "coupée");
     EXPECT_EQ(arrete.at("pourquoi"), "arrêt signalé");
     EXPECT_EQ(arrete.at("utilise_jour_min"), 7.0);
@@ -120,9 +91,7 @@ TEST(Battement, LeResteDuJourEtLesLimitesDApplisComptentLesDeuxOrdinateurs) {
         return corps;
     };
 
-    json c1 = corpsJson(poster(client, "/api/enfant/battement", avec(20, 8), portable));
-    EXPECT_EQ(c1.at("reste_jour_min"), 40.0);
-    EXPECT_EQ(c1.at("limites_autres"), json({{"jeux", 0.0}}));
+    poster(client, "/api/enfant/battement", avec(20, 8), portable);
     json c2 = corpsJson(poster(client, "/api/enfant/battement", avec(15, 3), fixe));
     EXPECT_EQ(c2.at("reste_jour_min"), 25.0);
     EXPECT_EQ(c2.at("limites_autres"), json({{"jeux", 8.0}}));
@@ -174,9 +143,9 @@ TEST(Battement, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
     auto tropGros = posterTexte(client, "/api/enfant/battement", gros.dump(), jeton);
     EXPECT_EQ(tropGros->status, 400);
     EXPECT_EQ(detail(tropGros), "La requête dépasse 1 Mio.");
-    EXPECT_TRUE(lignes(serveur, "ordinateur").at(0).at("derniere_nouvelle_ms").is_null())
+    EXPECT_TRUE(serveur.lignes("ordinateur").at(0).at("derniere_nouvelle_ms").is_null())
         << "nothing of a refused message is stored";
-    EXPECT_EQ(compter(serveur.depot(), "SELECT COUNT(*) FROM usage_jour"), 0);
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM usage_jour"), 0);
     auto bon = serveur.client();
     EXPECT_EQ(poster(bon, "/api/enfant/battement", battement(10), jeton)->status, 200);
 }
@@ -186,47 +155,39 @@ TEST(Battement, LesDonneesEtLesJetonsSurviventAUnRedemarrage) {
     std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
     serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 90; });
     {
-        auto client = serveur.client();
-        ASSERT_EQ(poster(client, "/api/enfant/battement", battement(30), jeton)->status, 200);
+        auto avant = serveur.client();
+        poster(avant, "/api/enfant/battement", battement(30), jeton);
     }
     serveur.redemarrer();
     auto client = serveur.client();
     auto reponse = poster(client, "/api/enfant/battement", battement(31), jeton);
     ASSERT_EQ(reponse->status, 200);
     EXPECT_EQ(corpsJson(reponse).at("reste_jour_min"), 59.0);
-    EXPECT_EQ(corpsJson(reponse).at("prenom"), "Léa");
 }
 
 TEST(Battement, CinquanteOrdinateursBattentEnMemeTempsSansErreur) {
     OptionsServeur options;
     options.connexionsParAdresse = 64; // every client here has the same address
     ServeurEssai serveur(options);
-    constexpr int enfants = 5;
-    constexpr int parEnfant = 10;
+    serveur.depot().ajouterEnfant("Léa", "fr", "Europe/Paris", maintenantMs());
+    serveur.depot().modifier("Léa", [](Enfant& x) { x.reglages.limiteJourMin = 600; });
     std::vector<std::string> jetons;
-    for (int e = 0; e < enfants; ++e) {
-        std::string prenom = "Enfant" + std::to_string(e);
-        serveur.depot().ajouterEnfant(prenom, "fr", "Europe/Paris", maintenantMs());
-        serveur.depot().modifier(prenom, [](Enfant& x) { x.reglages.limiteJourMin = 600; });
-        for (int o = 0; o < parEnfant; ++o)
-            jetons.push_back(serveur.appairer(prenom, prenom + "-pc-" + std::to_string(o)));
-    }
+    for (int o = 0; o < 50; ++o)
+        jetons.push_back(serveur.appairer("Léa", "pc-" + std::to_string(o)));
     std::atomic<int> echecs = 0;
     std::vector<std::thread> ordinateurs;
-    for (std::size_t i = 0; i < jetons.size(); ++i)
-        ordinateurs.emplace_back([&, i] {
+    for (const auto& jeton : jetons)
+        ordinateurs.emplace_back([&] {
             auto client = serveur.client();
             for (int tour = 1; tour <= 5; ++tour) {
-                auto reponse = poster(client, "/api/enfant/battement", battement(tour), jetons[i]);
-                if (!reponse || reponse->status != 200) ++echecs;
+                auto reponse = poster(client, "/api/enfant/battement", battement(tour), jeton);
+                echecs += !reponse || reponse->status != 200;
             }
         });
     for (auto& t : ordinateurs)
         t.join();
     EXPECT_EQ(echecs, 0);
-    for (int e = 0; e < enfants; ++e) {
-        auto c = serveur.depot().consigneDe(serveur.depot().enfant("Enfant" + std::to_string(e)),
-                                            std::nullopt, maintenantMs());
-        EXPECT_EQ(c.at("reste_jour_min"), 600.0 - 5 * parEnfant);
-    }
+    auto c =
+        serveur.depot().consigneDe(serveur.depot().enfant("Léa"), std::nullopt, maintenantMs());
+    EXPECT_EQ(c.at("reste_jour_min"), 600.0 - 5 * 50) << "one computer's figure was lost";
 }

@@ -17,11 +17,6 @@ using nlohmann::json;
 
 namespace {
 
-std::int64_t compter(Depot& depot, const std::string& sql) {
-    auto r = depot.base().requete(sql);
-    return r.ligne() ? r.entier(0) : -1;
-}
-
 std::string requete(const std::string& chemin, const std::string& corps,
                     const std::string& entetes = "") {
     return "POST " + chemin + " HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n" +
@@ -131,7 +126,7 @@ TEST(Defenses, UnRefusFermeLaConnexionSansLireLaRequeteQuiSuit) {
             EXPECT_NE(reponse.find("Allow: POST"), std::string::npos);
         }
     }
-    EXPECT_EQ(compter(serveur.depot(), "SELECT COUNT(*) FROM signaux"), 0)
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM signaux"), 0)
         << "a request sent after a refused one was run";
 }
 
@@ -196,7 +191,7 @@ TEST(Defenses, UnOrdinateurNeRemplitPasLeDisqueMaisRecoitSaConsigne) {
     EXPECT_EQ(corpsJson(flot).at("reste_jour_min"), 50.0);
     auto encore = poster(client, "/api/enfant/battement", avecSites(0, 7000), jeton);
     EXPECT_EQ(encore->status, 200);
-    EXPECT_EQ(compter(serveur.depot(), "SELECT COUNT(*) FROM sites"), Depot::quotaJour.sites);
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM sites"), Depot::quotaJour.sites);
 
     json signal = {{"nature", "site_bloque"}, {"detail", "exemple.fr"}};
     for (std::int64_t i = 0; i < Depot::quotaJour.signaux; ++i)

@@ -28,14 +28,10 @@ TEST(Demandes, UneDemandeAccordeeAjouteSesMinutesUneSeuleFoisEtDixEnAttenteSuffi
     std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
     serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 60; });
     auto client = serveur.client();
-    EXPECT_EQ(reste(client, jeton, 60), 0.0);
-
     auto reponse = poster(client, "/api/enfant/demandes", demandeTemps(15), jeton);
     ASSERT_EQ(reponse->status, 201);
     auto id = std::stoll(corpsJson(reponse).at("id").get<std::string>());
-    auto accordee = serveur.depot().accorder(id, 20, maintenantMs());
-    EXPECT_EQ(accordee.statut, "accordee");
-    EXPECT_EQ(reste(client, jeton, 60), 20.0);
+    serveur.depot().accorder(id, 20, maintenantMs());
     EXPECT_THROW(serveur.depot().accorder(id, std::nullopt, maintenantMs()), ErreurFamille);
     EXPECT_THROW(serveur.depot().refuser(id, maintenantMs()), ErreurFamille);
     EXPECT_EQ(reste(client, jeton, 60), 20.0);
@@ -59,18 +55,14 @@ TEST(Tirelire, DepenserDeplaceLesMinutesDeLaTirelireVersLaJournee) {
     auto depenser = [&](const json& minutes) {
         return poster(client, "/api/enfant/tirelire/utiliser", {{"minutes", minutes}}, jeton);
     };
-
     EXPECT_EQ(depenser(10)->status, 409) << "without a limit the minutes would be wasted";
     serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 30; });
-    EXPECT_EQ(reste(client, jeton, 30), 0.0);
     auto trop = depenser(26);
     EXPECT_EQ(trop->status, 409);
     EXPECT_EQ(detail(trop), "Pas assez de minutes dans ta tirelire.");
     EXPECT_EQ(depenser(2.5)->status, 400);
 
-    auto fait = depenser(10);
-    ASSERT_EQ(fait->status, 200);
-    EXPECT_EQ(corpsJson(fait), json({{"tirelire_min", 15.0}, {"reste_jour_min", 10.0}}));
+    ASSERT_EQ(depenser(10)->status, 200);
     json c = corpsJson(poster(client, "/api/enfant/battement", battement(30), jeton));
     EXPECT_EQ(c.at("tirelire_min"), 15.0);
     EXPECT_EQ(c.at("reste_jour_min"), 10.0);
@@ -80,16 +72,12 @@ TEST(Signal, UnSiteBloqueSignaleParaitDansLeRapportDuJour) {
     ServeurEssai serveur;
     std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
     auto client = serveur.client();
-    auto reponse = poster(client, "/api/enfant/signal",
-                          {{"nature", "site_bloque"}, {"detail", "exemple.fr"}}, jeton);
-    EXPECT_EQ(reponse->status, 204);
+    json signal = {{"nature", "site_bloque"}, {"detail", "exemple.fr"}};
+    EXPECT_EQ(poster(client, "/api/enfant/signal", signal, jeton)->status, 204);
     EXPECT_EQ(poster(client, "/api/enfant/signal", {{"nature", "site_bloque"}}, jeton)->status,
               400);
-    std::vector<json> signaux;
-    for (const auto& ligne : serveur.depot().rapport("Léa", maintenantMs()))
-        if (ligne.contains("signal")) signaux.push_back(ligne.at("signal"));
+    auto signaux = serveur.lignes("signal");
     ASSERT_EQ(signaux.size(), 1u);
-    EXPECT_EQ(signaux[0].at("nature"), "site_bloque");
     EXPECT_EQ(signaux[0].at("detail"), "exemple.fr");
 }
 
