@@ -1,7 +1,7 @@
 #pragma once
 
-#include "generique/arguments.h"
 #include "depot.h"
+#include "generique/arguments.h"
 
 #include <cstdint>
 #include <nlohmann/json.hpp>

@@ -21,5 +21,4 @@ std::string codeAppairage();
 // What the child typed, upper-cased, keeping only letters and digits.
 std::string normaliserCode(std::string_view saisi);
 
-
 } // namespace tavi::famille::Secrets

@@ -39,7 +39,8 @@ struct BoucleQt::Lien {
         // One event a task, so that tasks interleave with Qt's own events as they were
         // posted. Posting is safe from any thread; holding the lock keeps `contexte` alive
         // while we do. The Lien outlives `contexte`, whose deletion drops the event.
-        QMetaObject::invokeMethod(contexte, [this] { suivante(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            contexte, [this] { suivante(); }, Qt::QueuedConnection);
     }
 
     // Main thread: runs the oldest task; the task and its captures end here.

@@ -1,7 +1,7 @@
 #include "platform/sqlite/reglages_sqlite.h"
 
-#include "commun/journal.h"
 #include "commun/dossier_prive.h"
+#include "commun/journal.h"
 #include "platform/sqlite/fichiers_reglages.h"
 
 #include <cmath>
