@@ -98,7 +98,8 @@ Attendu<ReponseHttp, ErreurTransport> TransportCurl::echanger(const RequeteHttp&
     // libcurl sends each header as it is given: a line break in one would write a header of
     // its own.
     for (const auto& [nom, valeur] : requete.entetes)
-        if ((nom + valeur).find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
+        if (nom.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos ||
+            valeur.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
             return ErreurTransport{CURLE_BAD_FUNCTION_ARGUMENT,
                                    "en-tête " + nom + " avec un saut de ligne, non envoyé"};
     // A server that closes a kept-alive connection just as we reuse it makes the send fail:

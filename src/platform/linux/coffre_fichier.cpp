@@ -1,13 +1,13 @@
 #include "platform/linux/coffre_fichier.h"
 
 #include "commun/dossier_prive.h"
+#include "generique/utf8.h"
 
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <dirent.h>
 #include <fcntl.h>
-#include <glib.h>
 #include <random>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -163,8 +163,7 @@ std::optional<std::string> CoffreFichier::lire(const std::string& service,
         if (secret.size() > static_cast<std::size_t>(tailleMax)) return std::nullopt;
     }
     // The file is this user's, so the child's to edit: bytes that are not text read as absent.
-    if (!g_utf8_validate(secret.data(), static_cast<gssize>(secret.size()), nullptr))
-        return std::nullopt;
+    if (secret.find('\0') != std::string::npos || !utf8Valide(secret)) return std::nullopt;
     return secret;
 }
 
