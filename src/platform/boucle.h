@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/abonnement.h"
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -27,6 +29,10 @@ public:
                                                              Tache tache) = 0;
     // Calls `tache` once on the main thread after `delai`.
     virtual void plusTard(std::chrono::milliseconds delai, Tache tache) = 0;
+    // Calls `tache` on the main thread whenever `descripteur` has data to read or is closed,
+    // until the handle is destroyed. The descriptor stays the caller's to close, after the
+    // handle.
+    [[nodiscard]] virtual std::unique_ptr<Abonnement> surveiller(int descripteur, Tache tache) = 0;
     // Queues `tache` for the main thread. Safe from any thread.
     virtual void poster(Tache tache) = 0;
     // Runs `travail` on the background pool (several may run at once), then runs the

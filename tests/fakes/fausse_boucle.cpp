@@ -2,10 +2,20 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace tavi {
 
 namespace {
+
+class FausseSurveillance : public Abonnement {
+public:
+    explicit FausseSurveillance(std::shared_ptr<bool> drapeau) : active(std::move(drapeau)) {}
+    ~FausseSurveillance() override { *active = false; }
+
+private:
+    std::shared_ptr<bool> active;
+};
 
 class FausseMinuterie : public Minuterie {
 public:
@@ -31,6 +41,26 @@ void FausseBoucle::plusTard(std::chrono::milliseconds delai, Tache tache) {
     // As in Qt, no delay is a post: it runs in turn with the tasks posted around it.
     if (delai.count() <= 0) return poster(std::move(tache));
     planifier(maintenant + delai.count(), {std::move(tache), 0, {}});
+}
+
+std::unique_ptr<Abonnement> FausseBoucle::surveiller(int descripteur, Tache tache) {
+    auto active = std::make_shared<bool>(true);
+    surveillances.emplace(descripteur, std::make_pair(active, std::move(tache)));
+    return std::make_unique<FausseSurveillance>(active);
+}
+
+void FausseBoucle::signaler(int descripteur) {
+    std::vector<Tache> aLancer;
+    for (auto it = surveillances.begin(); it != surveillances.end();) {
+        if (!*it->second.first) {
+            it = surveillances.erase(it);
+            continue;
+        }
+        if (it->first == descripteur) aLancer.push_back(it->second.second);
+        ++it;
+    }
+    for (auto& tache : aLancer)
+        tache();
 }
 
 void FausseBoucle::poster(Tache tache) {

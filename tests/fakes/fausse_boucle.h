@@ -29,6 +29,9 @@ public:
     // No delay is a post.
     void plusTard(std::chrono::milliseconds delai, Tache tache) override;
     void poster(Tache tache) override;
+    // Nothing is read: `signaler` runs what watches a descriptor, as if data had come.
+    [[nodiscard]] std::unique_ptr<Abonnement> surveiller(int descripteur, Tache tache) override;
+    void signaler(int descripteur);
     void enArrierePlan(std::function<Tache()> travail) override;
 
     // Runs the posted tasks, then every timer and delayed task due within `duree`, each at its
@@ -58,6 +61,7 @@ private:
     std::map<std::pair<std::int64_t, std::uint64_t>, Echeance> echeancier;
     std::deque<std::function<Tache()>> arrierePlan;
     std::deque<Tache> postes;
+    std::multimap<int, std::pair<std::shared_ptr<bool>, Tache>> surveillances;
 };
 
 } // namespace tavi

@@ -6,6 +6,7 @@
 #include <QMetaObject>
 #include <QObject>
 #include <QPointer>
+#include <QSocketNotifier>
 #include <QThreadPool>
 #include <QTimer>
 #include <algorithm>
@@ -76,6 +77,21 @@ private:
     QPointer<QTimer> minuteur;
 };
 
+class SurveillanceQt : public Abonnement {
+public:
+    explicit SurveillanceQt(QSocketNotifier* leGuetteur) : guetteur(leGuetteur) {}
+    ~SurveillanceQt() override {
+        // As for a timer: this may run inside the notifier's own task.
+        if (guetteur) {
+            guetteur->setEnabled(false);
+            guetteur->deleteLater();
+        }
+    }
+
+private:
+    QPointer<QSocketNotifier> guetteur;
+};
+
 } // namespace
 
 BoucleQt::BoucleQt(std::chrono::milliseconds attente)
@@ -126,6 +142,13 @@ std::unique_ptr<Minuterie> BoucleQt::repeter(std::chrono::milliseconds periode, 
 void BoucleQt::plusTard(std::chrono::milliseconds delai, Tache tache) {
     delai = std::clamp(delai, std::chrono::milliseconds(0), plusLongDelai);
     QTimer::singleShot(delai, lien->contexte, std::move(tache));
+}
+
+std::unique_ptr<Abonnement> BoucleQt::surveiller(int descripteur, Tache tache) {
+    auto* guetteur = new QSocketNotifier(descripteur, QSocketNotifier::Read, lien->contexte);
+    QObject::connect(guetteur, &QSocketNotifier::activated, guetteur,
+                     [tache = std::move(tache)] { tache(); });
+    return std::make_unique<SurveillanceQt>(guetteur);
 }
 
 void BoucleQt::poster(Tache tache) {

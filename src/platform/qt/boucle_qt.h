@@ -31,6 +31,7 @@ public:
     [[nodiscard]] std::unique_ptr<Minuterie> repeter(std::chrono::milliseconds periode,
                                                      Tache tache) override;
     void plusTard(std::chrono::milliseconds delai, Tache tache) override;
+    [[nodiscard]] std::unique_ptr<Abonnement> surveiller(int descripteur, Tache tache) override;
     void poster(Tache tache) override;
     // Work that throws is a fault in the caller: it is logged and dropped, with no
     // continuation, rather than ending the agent.
