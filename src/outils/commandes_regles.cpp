@@ -30,18 +30,18 @@ std::string lireEntree(const std::vector<std::string>& positionnels) {
     return {std::istreambuf_iterator<char>(fichier), std::istreambuf_iterator<char>()};
 }
 
+Consigne lireConsigne(const std::vector<std::string>& positionnels) {
+    auto consigne = decoderConsigne(lireEntree(positionnels));
+    if (!consigne) throw EchecCommande{"consigne illisible : " + consigne.error().message};
+    return std::move(consigne).value();
+}
+
 namespace {
 
 std::string requise(Arguments& args, const std::string& option) {
     auto valeur = args.option(option);
     if (!valeur) throw ErreurUsage(option + " manque");
     return *valeur;
-}
-
-Consigne lireConsigne(const std::vector<std::string>& positionnels) {
-    auto consigne = decoderConsigne(lireEntree(positionnels));
-    if (!consigne) throw EchecCommande{"consigne illisible : " + consigne.error().message};
-    return std::move(consigne).value();
 }
 
 void imprimerRegle(const std::optional<RegleMac>& regle) {

@@ -21,12 +21,17 @@ constexpr const char* usage = R"(usage : tavi COMMANDE [OPTIONS]
               [FICHIER|-]
       imprime la sieste d'une application (usage du jour des applications, 0 par défaut)
 
+  tavi site ADRESSE [FICHIER|-]
+      imprime le domaine d'une adresse et s'il est bloqué par la consigne donnée
+      (sans consigne : une consigne vide)
+
   tavi reglage CLE [VALEUR]
   tavi reglage --supprimer CLE
       lit (JSON, ou null), écrit (un texte) ou supprime une clé des réglages de l'agent ;
       « tavi reglage serveur https://… » pointe l'agent vers un serveur de famille
 
-La consigne est lue dans FICHIER, ou sur l'entrée standard sans fichier ou avec « - ».
+La consigne est lue dans FICHIER, ou sur l'entrée standard avec « - » (et sans fichier,
+sauf pour « site »).
 Le jour local suit le fuseau du système (variable TZ).
 )";
 
@@ -38,6 +43,7 @@ const std::map<std::string, Commande>& commandes() {
         {"regle", tavi::outils::commandeRegle},
         {"sieste", tavi::outils::commandeSieste},
         {"reglage", tavi::outils::commandeReglage},
+        {"site", tavi::outils::commandeSite},
     };
     return table;
 }

@@ -64,6 +64,20 @@ TEST(TaviSieste, DonneLaSiesteDUneApplicationAvecLUsageNomme) {
         << "unnamed applications count 0";
 }
 
+TEST(TaviSite, JugeLeDomaineSousLaConsigneDonneeOuUneConsigneVide) {
+    const std::string filtre = R"({"filtre_web": {"domaines_bloques": ["exemple.fr"]}})";
+    EXPECT_EQ(tavi({"site", "https://WWW.Video.Exemple.FR/x", "-"}, filtre).out,
+              R"({"domaine":"video.exemple.fr","bloque":true,"filtre_utile":true})"
+              "\n");
+    // Without a file the rule set is empty, and standard input is not read.
+    EXPECT_EQ(tavi({"site", "https://video.exemple.fr"}, filtre).out,
+              R"({"domaine":"video.exemple.fr","bloque":false,"filtre_utile":false})"
+              "\n");
+    EXPECT_EQ(tavi({"site", "about:blank"}).out,
+              R"({"domaine":null,"bloque":false,"filtre_utile":false})"
+              "\n");
+}
+
 TEST(Tavi, UneConsigneIllisibleNImprimeRienEtDitPourquoiSurUneLigne) {
     const std::string illisible = R"({"programme": [{"debut_ms": "hier", "fin_ms": 1}]})";
     const std::vector<std::tuple<std::vector<std::string>, std::string, std::string>> cas = {
@@ -95,6 +109,10 @@ TEST(Tavi, UneOptionManquanteOuMalFormeeMontreLUsageEtSortEn2) {
         {"regle", "--maintenant", "1", "a.json", "b.json"},
         {"sieste", "--maintenant", "1"},
         {"sieste", "--maintenant", "1", "--appli", "x", "--usage", "x=dix"},
+        {"site"},
+        {"site", "https://a.fr", "a.json", "b.json"},
+        {"applis", "en-trop"},
+        {"activite", "--inconnue"},
     };
     for (const auto& arguments : mauvais) {
         Sortie s = tavi(arguments, "{}");
