@@ -84,8 +84,6 @@ std::shared_ptr<const IndexEntrees> IndexEntrees::charger(const EnvironnementXdg
             if (it.depth() >= profondeurMax) it.disable_recursion_pending();
             const auto id = identifiantDe(it->path().lexically_relative(racine));
             if (!id || vus.contains(*id)) continue;
-            std::error_code ignore;
-            if (!it->is_regular_file(ignore)) continue;
             ++lues;
             const auto texte = lireFichierBorne(it->path(), tailleMaxEntree);
             if (!texte) continue;
