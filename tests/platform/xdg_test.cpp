@@ -243,11 +243,13 @@ TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
     arbre.systeme("org.mozilla.firefox.desktop", entree("Name=Firefox\nName[fr]=Firefox fr\n"));
     arbre.systeme("firefox_firefox.desktop", entree("Name=Firefox snap\n"));
     arbre.systeme("org.gnome.Nautilus.desktop", entree("Name=Fichiers\n"));
-    arbre.systeme("jeu-video.desktop", entree("StartupWMClass=JeuVideo\n"));
-    arbre.systeme("firefox-esr.desktop", entree("Exec=firefox-esr %u\n"));
-    arbre.systeme("outil.desktop", entree("Exec=env A=1 /opt/outil/outil-gui %U\n"));
-    arbre.systeme("python3.11.desktop", entree("Exec=/usr/bin/python3.11\nNoDisplay=true\n"));
-    arbre.systeme("script.desktop", entree("Exec=python3 /usr/share/script/monscript.py\n"));
+    arbre.systeme("jeu-video.desktop", entree("Name=Jeu\nStartupWMClass=JeuVideo\n"));
+    arbre.systeme("firefox-esr.desktop", entree("Name=ESR\nExec=firefox-esr %u\n"));
+    arbre.systeme("outil.desktop", entree("Name=Outil\nExec=env A=1 /opt/outil/outil-gui %U\n"));
+    arbre.systeme("python3.11.desktop",
+                  entree("Name=Python\nExec=/usr/bin/python3.11\nNoDisplay=true\n"));
+    arbre.systeme("script.desktop",
+                  entree("Name=Script\nExec=python3 /usr/share/script/monscript.py\n"));
     arbre.systeme("flatpak-lance.desktop", entree("Exec=/usr/bin/flatpak run org.x.Y\n"));
     const auto proc = arbre.dossier / "proc";
     ecrire(proc / "100/root/.flatpak-info", "[Application]\nname=org.mozilla.firefox\n");
@@ -265,32 +267,37 @@ TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
     fs::create_symlink("/usr/bin/python3.11", proc / "106/exe");
     ecrire(proc / "106/cmdline", std::string("python3\0-u\0/home/zoe/autre.py\0", 31));
     ecrire(proc / "107/cmdline", std::string("/usr/bin/bwrap\0--args\0", 22));
+    fs::create_directories(proc / "108");
+    fs::create_symlink("/usr/bin/flatpak", proc / "108/exe");
+    // Never read: a window's pid is checked before it names a /proc folder.
+    ecrire(proc / "-5/cgroup", "0::/app-flatpak-org.mozilla.firefox-1.scope\n");
     const auto index = arbre.index();
 
     const struct {
         IndicesFenetre indices;
-        const char* attendu; // empty: no identity
+        const char* attendu; // "id|name", empty: no identity
     } cas[] = {
-        {{100, "Navigator", "firefox", ""}, "org.mozilla.firefox"},
-        {{101, "", "", ""}, "org.mozilla.firefox"},
-        {{102, "", "", ""}, "firefox_firefox"},
-        {{103, "", "App", ""}, "org.inconnu.App"},
-        {{9999, "", "", "org.gnome.Nautilus"}, "org.gnome.Nautilus"},
-        {{0, "jeu", "JeuVideo", ""}, "jeu-video"},
-        {{0, "JeuVideo", "x", ""}, "jeu-video"},
-        {{0, "Navigator", "Firefox-esr", ""}, "firefox-esr"},
-        {{104, "", "", ""}, "outil"},
-        {{105, "", "", ""}, "script"},
-        {{106, "autre.py", "Autre.py", ""}, "autre.py"},
+        {{100, "Navigator", "firefox", ""}, "org.mozilla.firefox|Firefox fr"},
+        {{101, "", "", ""}, "org.mozilla.firefox|Firefox fr"},
+        {{102, "", "", ""}, "firefox_firefox|Firefox snap"},
+        {{103, "", "App", ""}, "org.inconnu.App|App"},
+        {{9999, "", "", "org.gnome.Nautilus"}, "org.gnome.Nautilus|Fichiers"},
+        {{0, "jeu", "JeuVideo", ""}, "jeu-video|Jeu"},
+        {{0, "JeuVideo", "x", ""}, "jeu-video|Jeu"},
+        {{0, "Navigator", "Firefox-esr", ""}, "firefox-esr|ESR"},
+        {{104, "", "", ""}, "outil|Outil"},
+        {{105, "", "", ""}, "script|Script"},
+        {{106, "autre.py", "Autre.py", ""}, "autre.py|Autre.py"},
         {{107, "", "", ""}, ""},
-        {{-5, "", "Zèbre", "faux"}, "zèbre"},
-        {{1LL << 40, "", "", ""}, ""},
+        {{108, "", "", ""}, ""},
+        {{-5, "", "Zèbre", "faux"}, "zèbre|Zèbre"},
         {{0, "", "", ""}, ""},
         {{0, "", "bad\x1b[2J", ""}, ""},
     };
     for (const auto& c : cas) {
         const auto identite = index->identifier(c.indices);
-        EXPECT_EQ(identite ? identite->identifiant : "", c.attendu) << c.indices.pid;
+        EXPECT_EQ(identite ? identite->identifiant + "|" + identite->nom : "", c.attendu)
+            << c.indices.pid;
     }
     EXPECT_EQ(index->identifier({101, "", "", ""}),
               (IdentiteAppli{
