@@ -251,6 +251,9 @@ TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
     arbre.systeme("script.desktop",
                   entree("Name=Script\nExec=python3 /usr/share/script/monscript.py\n"));
     arbre.systeme("flatpak-lance.desktop", entree("Exec=/usr/bin/flatpak run org.x.Y\n"));
+    // Two entries for one class: the one a menu lists names the window.
+    arbre.systeme("a-cache.desktop", entree("NoDisplay=true\nStartupWMClass=Double\n"));
+    arbre.systeme("b-liste.desktop", entree("Name=B\nStartupWMClass=Double\n"));
     const auto proc = arbre.dossier / "proc";
     ecrire(proc / "100/root/.flatpak-info", "[Application]\nname=org.mozilla.firefox\n");
     ecrire(proc / "101/cgroup",
@@ -288,6 +291,7 @@ TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
         {{104, "", "", ""}, "outil|Outil"},
         {{105, "", "", ""}, "script|Script"},
         {{106, "autre.py", "Autre.py", ""}, "autre.py|Autre.py"},
+        {{0, "", "Double", ""}, "b-liste|B"},
         {{107, "", "", ""}, ""},
         {{108, "", "", ""}, ""},
         {{-5, "", "Zèbre", "faux"}, "zèbre|Zèbre"},
