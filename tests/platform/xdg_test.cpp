@@ -250,7 +250,8 @@ TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
                   entree("Name=Python\nExec=/usr/bin/python3.11\nNoDisplay=true\n"));
     arbre.systeme("script.desktop",
                   entree("Name=Script\nExec=python3 /usr/share/script/monscript.py\n"));
-    arbre.systeme("flatpak-lance.desktop", entree("Exec=/usr/bin/flatpak run org.x.Y\n"));
+    arbre.systeme("flatpak-lance.desktop",
+                  entree("Name=Y\nExec=/usr/bin/flatpak run org.x.Y\nX-Flatpak=org.x.Y\n"));
     // Two entries for one class: the one a menu lists names the window.
     arbre.systeme("a-cache.desktop", entree("NoDisplay=true\nStartupWMClass=Double\n"));
     arbre.systeme("b-liste.desktop", entree("Name=B\nStartupWMClass=Double\n"));
@@ -260,6 +261,7 @@ TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
            "0::/user.slice/app.slice/app-flatpak-org.mozilla.firefox-42.scope\n");
     ecrire(proc / "102/cgroup",
            "1:name=systemd:/\n0::/app.slice/snap.firefox.firefox-2d1c7e4f-aa.scope\n");
+    ecrire(proc / "109/cgroup", "0::/app.slice/app-flatpak-org.x.Y-3.scope\n");
     ecrire(proc / "103/cgroup", "0::/app.slice/app-flatpak-org.inconnu.App-7.scope\n");
     fs::create_directories(proc / "104");
     fs::create_symlink("/opt/outil/outil-gui (deleted)", proc / "104/exe");
@@ -284,6 +286,7 @@ TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
         {{101, "", "", ""}, "org.mozilla.firefox|Firefox fr"},
         {{102, "", "", ""}, "firefox_firefox|Firefox snap"},
         {{103, "", "App", ""}, "org.inconnu.App|App"},
+        {{109, "", "", ""}, "flatpak-lance|Y"},
         {{9999, "", "", "org.gnome.Nautilus"}, "org.gnome.Nautilus|Fichiers"},
         {{0, "jeu", "JeuVideo", ""}, "jeu-video|Jeu"},
         {{0, "JeuVideo", "x", ""}, "jeu-video|Jeu"},

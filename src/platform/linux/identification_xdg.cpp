@@ -177,6 +177,7 @@ std::optional<IdentiteAppli> IndexEntrees::identifier(const IndicesFenetre& indi
         if (!flatpak) flatpak = flatpakDuCgroup(unites);
         if (flatpak) {
             if (auto trouvee = identite(parIdentifiant(*flatpak))) return trouvee;
+            if (auto trouvee = identite(chercher(parFlatpak_, *flatpak))) return trouvee;
             // A Flatpak without an exported entry still names itself surely.
             return IdentiteAppli{*flatpak, classe.empty() ? *flatpak : classe, std::nullopt};
         }

@@ -115,6 +115,7 @@ void IndexEntrees::indexer() {
         noter(parIdentifiantMinuscule_, minuscules(e.identifiant), rang);
         noter(parEmplacement_, e.fichier.string(), rang);
         noter(parClasseWm_, e.entree.startupWmClass, rang);
+        noter(parFlatpak_, e.entree.flatpak, rang);
         if (auto programme = programmeLance(argumentsExec(e.entree.exec)))
             noter(parProgramme_, *programme, rang);
     }

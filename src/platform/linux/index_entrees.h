@@ -68,6 +68,7 @@ private:
     Table parEmplacement_;
     Table parClasseWm_;
     Table parProgramme_;
+    Table parFlatpak_;
     std::filesystem::path racineProc_ = "/proc";
 };
 
