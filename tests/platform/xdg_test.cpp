@@ -1,0 +1,315 @@
+#include "platform/linux/applications_xdg.h"
+#include "platform/linux/categories_xdg.h"
+#include "platform/linux/index_entrees.h"
+#include "rules/programme.h"
+#include "support/dossier_temporaire.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+using namespace tavi;
+namespace fs = std::filesystem;
+
+namespace {
+
+void ecrire(const fs::path& chemin, const std::string& texte) {
+    fs::create_directories(chemin.parent_path());
+    std::ofstream(chemin, std::ios::binary) << texte;
+}
+
+std::string entree(const std::string& lignes) {
+    return "[Desktop Entry]\nType=Application\n" + lignes;
+}
+
+// A user's data folder and two system ones, a PATH folder and a /proc of our own.
+struct ArbreXdg {
+    test::DossierTemporaire dossier;
+    EnvironnementXdg environnement;
+
+    ArbreXdg() {
+        environnement.maison = (dossier / "maison").string();
+        environnement.donnees = (dossier / "sys1").string() + ":" + (dossier / "sys2").string();
+        environnement.bureauCourant = "ubuntu:GNOME";
+        environnement.chemins = "bin:" + (dossier / "bin").string();
+        environnement.locale = "fr_FR.UTF-8";
+        environnement.racineProc = dossier / "proc";
+    }
+    void utilisateur(const std::string& id, const std::string& texte) {
+        ecrire(dossier / "maison/.local/share/applications" / id, texte);
+    }
+    void systeme(const std::string& id, const std::string& texte) {
+        ecrire(dossier / "sys2/applications" / id, texte);
+    }
+    std::shared_ptr<const IndexEntrees> index() const {
+        return IndexEntrees::charger(environnement);
+    }
+};
+
+} // namespace
+
+TEST(EntreeBureau, LitLeGroupeSesEchappementsEtLeNomDeLaLangue) {
+    const std::string texte = "# comment\n[Autre]\nName=Pas ici\n[Desktop Entry]\r\n"
+                              "Type = Application\nName=Jeu\nName[fr]=Jeu fr\n"
+                              "Name[fr_FR]=Jeu\\sFR\nName[de@ost]=Spiel\xff\nName[de]=Spiel\n"
+                              "Name=doublon\nCategories=Game;Arcade\\;Game;\n"
+                              "Exec=\"/opt/mon jeu/jeu\" --x=\"a \\\"b\\\"\" %U\n"
+                              "Comment=a\\tb\\\\n\nNoDisplay=true\nHidden=1\n[Desktop Action x]\n"
+                              "StartupWMClass=Non\n";
+    const struct {
+        const char* locale;
+        const char* nom;
+    } cas[] = {
+        {"fr_FR.UTF-8", "Jeu FR"},
+        {"fr_BE@euro", "Jeu fr"},
+        {"de_AT.UTF-8@ost", "Spiel"},
+        {"C", "Jeu"},
+        {"", "Jeu"},
+        {"pt_BR", "Jeu"},
+    };
+    for (const auto& c : cas) {
+        const auto lue = lireEntreeBureau(texte, variantesLocale(c.locale));
+        ASSERT_TRUE(lue) << c.locale;
+        EXPECT_EQ(lue->nom, c.nom) << c.locale;
+    }
+    const auto lue = lireEntreeBureau(texte, {});
+    EXPECT_EQ(lue->type, "Application");
+    EXPECT_EQ(lue->categories, (std::vector<std::string>{"Game", "Arcade;Game"}));
+    EXPECT_TRUE(lue->noDisplay);
+    EXPECT_FALSE(lue->hidden);
+    EXPECT_EQ(lue->startupWmClass, "");
+    EXPECT_EQ(argumentsExec(lue->exec),
+              (std::vector<std::string>{"/opt/mon jeu/jeu", "--x=a \"b\"", "%U"}));
+    EXPECT_EQ(variantesLocale("sr_RS.UTF-8@latin"),
+              (std::vector<std::string>{"sr_RS@latin", "sr_RS", "sr@latin", "sr"}));
+
+    EXPECT_FALSE(lireEntreeBureau("[Desktop Action x]\nName=a\n", {}));
+    EXPECT_FALSE(lireEntreeBureau(entree("Name=" + std::string(tailleMaxEntree, 'a')), {}));
+}
+
+TEST(EnvironnementXdg, PrendLesDossiersAbsolusDansLOrdreEtLesDefautsSinon) {
+    EnvironnementXdg env;
+    env.maison = "/home/zoe";
+    env.dossiersExportes = {"/var/lib/flatpak/exports/share", "/usr/share/"};
+    using Dossiers = std::vector<fs::path>;
+    EXPECT_EQ(env.dossiersDonnees(),
+              (Dossiers{"/home/zoe/.local/share", "/usr/local/share", "/usr/share",
+                        "/home/zoe/.local/share/flatpak/exports/share",
+                        "/var/lib/flatpak/exports/share"}));
+    env.donneesMaison = "relatif";
+    env.donnees = "/opt/a:relatif::/opt/b/";
+    env.maison = "";
+    EXPECT_EQ(env.dossiersDonnees(),
+              (Dossiers{"/opt/a", "/opt/b", "/var/lib/flatpak/exports/share", "/usr/share"}));
+    env.donneesMaison = "/x";
+    EXPECT_EQ(env.dossiersDonnees().front(), "/x");
+}
+
+TEST(IndexEntrees, LeDossierDeLUtilisateurLEmporteEtLeMenuSuitLesClesDeVisibilite) {
+    ArbreXdg arbre;
+    ecrire(arbre.dossier / "bin/essai", "");
+    fs::permissions(arbre.dossier / "bin/essai", fs::perms::owner_all);
+    arbre.utilisateur("jeu.desktop", entree("Name=Jeu perso\n"));
+    arbre.systeme("jeu.desktop", entree("Name=Jeu systeme\n"));
+    arbre.utilisateur("efface.desktop", entree("Hidden=true\n"));
+    arbre.systeme("efface.desktop", entree("Name=Efface\n"));
+    ecrire(arbre.dossier / "sys1/applications/premier.desktop", entree("Name=Premier\n"));
+    arbre.systeme("premier.desktop", entree("Name=Second\n"));
+    arbre.systeme("cache.desktop", entree("NoDisplay=true\n"));
+    arbre.systeme("kde-seul.desktop", entree("OnlyShowIn=KDE;XFCE;\n"));
+    arbre.systeme("gnome-seul.desktop", entree("OnlyShowIn=KDE;GNOME;\n"));
+    arbre.systeme("sauf-gnome.desktop", entree("NotShowIn=GNOME;\n"));
+    arbre.systeme("sauf-gnome-minuscule.desktop", entree("NotShowIn=gnome;\n"));
+    arbre.systeme("essai-absent.desktop", entree("TryExec=absent\n"));
+    arbre.systeme("essai-path.desktop", entree("TryExec=essai\n"));
+    arbre.systeme("essai-absolu.desktop",
+                  entree("TryExec=" + (arbre.dossier / "bin/essai").string() + "\n"));
+    arbre.systeme("kde/foo.desktop", entree("Name=Foo\nName[fr]=Fou\n"));
+    arbre.systeme("lien.desktop", "[Desktop Entry]\nType=Link\nName=Lien\n");
+    arbre.systeme("pas-une-entree.txt", entree("Name=Non\n"));
+    const auto index = arbre.index();
+
+    const struct {
+        const char* id;
+        bool present;
+        bool visible;
+        const char* nom;
+    } cas[] = {
+        {"jeu", true, true, "Jeu perso"},   {"efface", false, false, ""},
+        {"premier", true, true, "Premier"}, {"cache", true, false, ""},
+        {"kde-seul", true, false, ""},      {"gnome-seul", true, true, ""},
+        {"sauf-gnome", true, false, ""},    {"sauf-gnome-minuscule", true, true, ""},
+        {"essai-absent", true, false, ""},  {"essai-path", true, true, ""},
+        {"essai-absolu", true, true, ""},   {"kde-foo", true, true, "Fou"},
+        {"lien", false, false, ""},         {"pas-une-entree", false, false, ""},
+    };
+    for (const auto& c : cas) {
+        const auto* e = index->parIdentifiant(c.id);
+        ASSERT_EQ(e != nullptr, c.present) << c.id;
+        if (!e) continue;
+        EXPECT_EQ(e->visible, c.visible) << c.id;
+        EXPECT_EQ(e->entree.nom, c.nom) << c.id;
+    }
+    EXPECT_EQ(index->parIdentifiant("jeu")->fichier,
+              arbre.dossier / "maison/.local/share/applications/jeu.desktop");
+}
+
+TEST(IndexEntrees, UnDossierHostileNeBloquePasNiNeDebordeLaLecture) {
+    ArbreXdg arbre;
+    const auto dossier = arbre.dossier / "sys2/applications";
+    fs::create_directories(dossier / "a/b/c/d");
+    ASSERT_EQ(mkfifo((dossier / "tube.desktop").c_str(), 0600), 0);
+    ecrire(dossier / "a/b/c/d/profond.desktop", entree(""));
+    ecrire(dossier / "gros.desktop", entree(std::string(tailleMaxEntree, '#')));
+    for (std::size_t i = 0; i < IndexEntrees::fichiersMaxParDossier + 10; ++i)
+        ecrire(dossier / ("e" + std::to_string(i) + ".desktop"), entree(""));
+    const auto index = arbre.index();
+    EXPECT_EQ(index->parIdentifiant("a-b-c-d-profond"), nullptr);
+    EXPECT_EQ(index->parIdentifiant("gros"), nullptr);
+    EXPECT_LT(index->entrees().size(), IndexEntrees::fichiersMaxParDossier);
+    EXPECT_GT(index->entrees().size(), IndexEntrees::fichiersMaxParDossier - 10);
+}
+
+TEST(CategoriesXdg, LesEntreesReellesTombentDansLeursFamilles) {
+    const struct {
+        const char* categories;
+        const char* attendue; // empty: none
+        const char* famille;  // the family that cuts it, or empty
+    } cas[] = {
+        {"Game;ArcadeGame;", "public.app-category.arcade-games", "jeux"},
+        {"Game;", "public.app-category.games", "jeux"},
+        {"Qt;Education;Game;KidsGame;", "public.app-category.kids-games", "jeux"},
+        {"Education;Simulation;", "public.app-category.education", ""},
+        {"GNOME;GTK;AudioVideo;Audio;Player;", "public.app-category.music", "musique"},
+        {"AudioVideo;Player;Recorder;", "public.app-category.entertainment", "videos"},
+        {"GTK;GNOME;AudioVideo;Player;Video;", "public.app-category.entertainment", "videos"},
+        {"Network;InstantMessaging;", "public.app-category.social-networking", "reseaux"},
+        {"GTK;Network;Chat;IRCClient;", "public.app-category.social-networking", "reseaux"},
+        {"Network;WebBrowser;", "public.app-category.productivity", ""},
+        {"Astronomy;Education;Science;", "public.app-category.education", ""},
+        {"Utility;TextEditor;", "public.app-category.productivity", ""},
+        {"Graphics;2DGraphics;Photography;", "public.app-category.photography", ""},
+        {"Development;IDE;", "public.app-category.developer-tools", ""},
+        {"Network;", "", ""},
+        {"game;", "", ""},
+    };
+    for (const auto& c : cas) {
+        const auto lue = lireEntreeBureau(entree("Categories=" + std::string(c.categories)), {});
+        const auto categorie = categorieXdg(lue->categories);
+        EXPECT_EQ(categorie.value_or(""), c.attendue) << c.categories;
+        for (const auto& [famille, fragments] : Programme::categories()) {
+            bool coupee = false;
+            for (const auto& fragment : fragments)
+                coupee = coupee || categorie.value_or("").find(fragment) != std::string::npos;
+            EXPECT_EQ(coupee, famille == c.famille) << c.categories << " " << famille;
+        }
+    }
+}
+
+TEST(CategoriesXdg, CherchePatIdentifiantPuisParFichierEtSuitLIndexRemplace) {
+    ArbreXdg arbre;
+    arbre.systeme("jeu.desktop", entree("Categories=Game;\n"));
+    CategoriesXdg categories;
+    Application jeu{"jeu", std::nullopt, "Jeu", 1};
+    EXPECT_EQ(categories.categorie(jeu), std::nullopt);
+    categories.remplacer(arbre.index());
+    EXPECT_EQ(categories.categorie(jeu), "public.app-category.games");
+    const Application parFichier{
+        "autre", (arbre.dossier / "sys2/applications/jeu.desktop").string(), "Jeu", 1};
+    EXPECT_EQ(categories.categorie(parFichier), "public.app-category.games");
+    EXPECT_EQ(categories.categorie({"inconnu", std::nullopt, "", 1}), std::nullopt);
+}
+
+TEST(ApplicationsXdg, ListeLeMenuJusquAuPlafondEtLesNavigateursMemeCaches) {
+    ArbreXdg arbre;
+    arbre.systeme("a.desktop", entree("Name=A\nCategories=Game;\n"
+                                      "MimeType=text/html;x-scheme-handler/https;\n"));
+    arbre.systeme("b.desktop", entree("Name=B\n"));
+    arbre.systeme("c.desktop",
+                  entree("Name=C\nNoDisplay=true\nMimeType=x-scheme-handler/https;\n"));
+    arbre.systeme("d.desktop", entree("Name=D\nMimeType=x-scheme-handler/http;\n"));
+    const ApplicationsXdg applications(arbre.environnement);
+    EXPECT_EQ(applications.lire(10),
+              (std::vector<ApplicationInstallee>{{"a", "A", "public.app-category.games", false},
+                                                 {"b", "B", std::nullopt, false},
+                                                 {"d", "D", std::nullopt, false}}));
+    EXPECT_EQ(applications.lire(1).size(), 1u);
+    EXPECT_EQ(applications.navigateurs(), (std::set<std::string>{"a", "c"}));
+}
+
+TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
+    ArbreXdg arbre;
+    arbre.systeme("org.mozilla.firefox.desktop", entree("Name=Firefox\nName[fr]=Firefox fr\n"));
+    arbre.systeme("firefox_firefox.desktop", entree("Name=Firefox snap\n"));
+    arbre.systeme("org.gnome.Nautilus.desktop", entree("Name=Fichiers\n"));
+    arbre.systeme("jeu-video.desktop", entree("Name=Jeu\nStartupWMClass=JeuVideo\n"));
+    arbre.systeme("firefox-esr.desktop", entree("Name=ESR\nExec=firefox-esr %u\n"));
+    arbre.systeme("outil.desktop", entree("Name=Outil\nExec=env A=1 /opt/outil/outil-gui %U\n"));
+    arbre.systeme("python3.11.desktop",
+                  entree("Name=Python\nExec=/usr/bin/python3.11\nNoDisplay=true\n"));
+    arbre.systeme("script.desktop",
+                  entree("Name=Script\nExec=python3 /usr/share/script/monscript.py\n"));
+    arbre.systeme("flatpak-lance.desktop",
+                  entree("Name=Y\nExec=/usr/bin/flatpak run org.x.Y\nX-Flatpak=org.x.Y\n"));
+    // Two entries for one class: the one a menu lists names the window.
+    arbre.systeme("a-cache.desktop", entree("NoDisplay=true\nStartupWMClass=Double\n"));
+    arbre.systeme("b-liste.desktop", entree("Name=B\nStartupWMClass=Double\n"));
+    const auto proc = arbre.dossier / "proc";
+    ecrire(proc / "100/root/.flatpak-info", "[Application]\nname=org.mozilla.firefox\n");
+    ecrire(proc / "101/cgroup",
+           "0::/user.slice/app.slice/app-flatpak-org.mozilla.firefox-42.scope\n");
+    ecrire(proc / "102/cgroup",
+           "1:name=systemd:/\n0::/app.slice/snap.firefox.firefox-2d1c7e4f-aa.scope\n");
+    ecrire(proc / "109/cgroup", "0::/app.slice/app-flatpak-org.x.Y-3.scope\n");
+    ecrire(proc / "103/cgroup", "0::/app.slice/app-flatpak-org.inconnu.App-7.scope\n");
+    fs::create_directories(proc / "104");
+    fs::create_symlink("/opt/outil/outil-gui (deleted)", proc / "104/exe");
+    fs::create_directories(proc / "105");
+    fs::create_symlink("/usr/bin/python3.11", proc / "105/exe");
+    ecrire(proc / "105/cmdline", std::string("python3\0/usr/share/script/monscript.py\0", 40));
+    fs::create_directories(proc / "106");
+    fs::create_symlink("/usr/bin/python3.11", proc / "106/exe");
+    ecrire(proc / "106/cmdline", std::string("python3\0-u\0/home/zoe/autre.py\0", 31));
+    ecrire(proc / "107/cmdline", std::string("/usr/bin/bwrap\0--args\0", 22));
+    fs::create_directories(proc / "108");
+    fs::create_symlink("/usr/bin/flatpak", proc / "108/exe");
+    // Never read: a window's pid is checked before it names a /proc folder.
+    ecrire(proc / "-5/cgroup", "0::/app-flatpak-org.mozilla.firefox-1.scope\n");
+    const auto index = arbre.index();
+
+    const struct {
+        IndicesFenetre indices;
+        const char* attendu; // "id|name", empty: no identity
+    } cas[] = {
+        {{100, "Navigator", "firefox", ""}, "org.mozilla.firefox|Firefox fr"},
+        {{101, "", "", ""}, "org.mozilla.firefox|Firefox fr"},
+        {{102, "", "", ""}, "firefox_firefox|Firefox snap"},
+        {{103, "", "App", ""}, "org.inconnu.App|App"},
+        {{109, "", "", ""}, "flatpak-lance|Y"},
+        {{9999, "", "", "org.gnome.Nautilus"}, "org.gnome.Nautilus|Fichiers"},
+        {{0, "jeu", "JeuVideo", ""}, "jeu-video|Jeu"},
+        {{0, "JeuVideo", "x", ""}, "jeu-video|Jeu"},
+        {{0, "Navigator", "Firefox-esr", ""}, "firefox-esr|ESR"},
+        {{104, "", "", ""}, "outil|Outil"},
+        {{105, "", "", ""}, "script|Script"},
+        {{106, "autre.py", "Autre.py", ""}, "autre.py|Autre.py"},
+        {{0, "", "Double", ""}, "b-liste|B"},
+        {{107, "", "", ""}, ""},
+        {{108, "", "", ""}, ""},
+        {{-5, "", "Zèbre", "faux"}, "zèbre|Zèbre"},
+        {{0, "", "", ""}, ""},
+        {{0, "", "bad\x1b[2J", ""}, ""},
+    };
+    for (const auto& c : cas) {
+        const auto identite = index->identifier(c.indices);
+        EXPECT_EQ(identite ? identite->identifiant + "|" + identite->nom : "", c.attendu)
+            << c.indices.pid;
+    }
+    EXPECT_EQ(index->identifier({101, "", "", ""}),
+              (IdentiteAppli{
+                  "org.mozilla.firefox", "Firefox fr",
+                  (arbre.dossier / "sys2/applications/org.mozilla.firefox.desktop").string()}));
+    EXPECT_EQ(index->identifier({0, "", "Inconnu", ""}),
+              (IdentiteAppli{"inconnu", "Inconnu", std::nullopt}));
+}
