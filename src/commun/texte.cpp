@@ -25,8 +25,11 @@ std::string texteAvec(const char* modele, std::string_view valeur) {
 }
 
 void initialiserTextes(const char* dossierCatalogues) {
-    // Only the messages follow the user's language: numbers must keep their C form.
+    // The messages and the order of names follow the user's language; numbers keep their C
+    // form, since they go into JSON.
     std::setlocale(LC_MESSAGES, "");
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_COLLATE, "");
     bindtextdomain(domaine, dossierCatalogues);
     bind_textdomain_codeset(domaine, "UTF-8");
 }

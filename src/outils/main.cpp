@@ -25,6 +25,10 @@ constexpr const char* usage = R"(usage : tavi COMMANDE [OPTIONS]
       imprime le domaine d'une adresse et s'il est bloqué par la consigne donnée
       (sans consigne : une consigne vide)
 
+  tavi applis
+      imprime les applications installées telles que le battement les envoie, puis leur
+      empreinte
+
   tavi reglage CLE [VALEUR]
   tavi reglage --supprimer CLE
       lit (JSON, ou null), écrit (un texte) ou supprime une clé des réglages de l'agent ;
@@ -44,6 +48,7 @@ const std::map<std::string, Commande>& commandes() {
         {"sieste", tavi::outils::commandeSieste},
         {"reglage", tavi::outils::commandeReglage},
         {"site", tavi::outils::commandeSite},
+        {"applis", tavi::outils::commandeApplis},
     };
     return table;
 }
