@@ -121,9 +121,10 @@ struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
             AffichageX11::Appel appel(*affichage);
             front = application(indicesFront());
         }
-        const bool nouveau = front && front != dernierAnnonce;
+        // Between two windows the manager may leave none in front for a moment: coming back
+        // to the same application from there is no activation.
+        if (!front || front == dernierAnnonce) return;
         dernierAnnonce = front;
-        if (!nouveau) return;
         // A copy: an observer may end its subscription, or the desktop object itself.
         auto ceux = observateurs;
         for (const auto& [numero, quand] : ceux)
