@@ -8,11 +8,10 @@
 #include "support/dossier_temporaire.h"
 #include "support/processus.h"
 
-#include <filesystem>
+#include <ctime>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
-#include <sys/resource.h>
 #include <thread>
 // X11 last: its macros break the headers above.
 #include <X11/Xatom.h>
@@ -25,29 +24,20 @@ using test::attendreQue;
 
 namespace {
 
-constexpr long iconique = 3; // WM_STATE
-
 class X11 : public testing::Test {
 protected:
     void SetUp() override {
-        for (const char* programme : {"/usr/bin/Xvfb", "/usr/bin/openbox"})
-            if (!std::filesystem::exists(programme))
-                GTEST_SKIP() << programme << " is not installed";
         xvfb.emplace(std::vector<std::string>{"/usr/bin/Xvfb", "-displayfd", "1", "-nolisten",
                                               "tcp", "-screen", "0", "800x600x24"});
         nom = ":" + xvfb->ligne(20);
         client = XOpenDisplay(nom.c_str());
-        if (!client) GTEST_SKIP() << "Xvfb did not start";
-        std::ofstream(dossier / "rc.xml") << R"(<?xml version="1.0"?>
-<openbox_config xmlns="http://openbox.org/3.4/rc">
-  <focus><focusNew>yes</focusNew><followMouse>no</followMouse></focus>
-  <desktops><number>1</number></desktops>
-</openbox_config>)";
+        if (!client) GTEST_SKIP() << "Xvfb (package xvfb) did not start";
+        std::ofstream(dossier / "rc.xml")
+            << "<openbox_config xmlns=\"http://openbox.org/3.4/rc\">"
+               "<focus><focusNew>yes</focusNew></focus></openbox_config>";
         wm.emplace(std::vector<std::string>{"/usr/bin/openbox", "--sm-disable", "--config-file",
                                             (dossier / "rc.xml").string()},
                    std::map<std::string, std::string>{{"DISPLAY", nom}});
-        if (!attendreQue([&] { return mots(racine(), "_NET_SUPPORTING_WM_CHECK").size() == 1; }))
-            GTEST_SKIP() << "openbox did not manage the display";
         // Openbox names itself before it listens: a window mapped in between is never managed.
         const Window essai = XCreateSimpleWindow(client, racine(), 0, 0, 10, 10, 0, 0, 0);
         if (!attendreQue([&] {
@@ -56,7 +46,7 @@ protected:
                 XSync(client, False);
                 return attendreQue([&] { return gere(essai); }, 300ms);
             }))
-            GTEST_SKIP() << "openbox does not manage windows";
+            GTEST_SKIP() << "openbox (package openbox) does not manage windows";
         XDestroyWindow(client, essai);
         attendreQue([&] { return !gere(essai); });
         affichage = AffichageX11::ouvrir(boucle, nom);
@@ -68,16 +58,15 @@ protected:
 
     Window racine() { return DefaultRootWindow(client); }
     Atom atome(const char* n) { return XInternAtom(client, n, False); }
-    std::vector<long> mots(Window w, const char* propriete, long type = AnyPropertyType) {
+    std::vector<long> mots(Window w, const char* propriete) {
         Atom t;
         int f;
         unsigned long n, reste;
         unsigned char* d = nullptr;
+        XGetWindowProperty(client, w, atome(propriete), 0, 64, False, AnyPropertyType, &t, &f, &n,
+                           &reste, &d);
         std::vector<long> lus;
-        if (XGetWindowProperty(client, w, atome(propriete), 0, 64, False, type, &t, &f, &n, &reste,
-                               &d) == Success &&
-            f == 32)
-            lus.assign(reinterpret_cast<long*>(d), reinterpret_cast<long*>(d) + n);
+        if (d && f == 32) lus.assign(reinterpret_cast<long*>(d), reinterpret_cast<long*>(d) + n);
         if (d) XFree(d);
         return lus;
     }
@@ -147,7 +136,8 @@ TEST_F(X11, LePremierPlanEtLesApplicationsOuvertesSuiventLesFenetres) {
     BureauX11 bureau(affichage, resoudre);
     EXPECT_TRUE(bureau.premierPlanObservable());
     EXPECT_FALSE(BureauX11(affichage, resoudre, false).premierPlanObservable());
-    const Window jeu1 = fenetre(4001, "Jeu"), jeu2 = fenetre(4001, "Jeu");
+    fenetre(4001, "Jeu");
+    const Window jeu2 = fenetre(4001, "Jeu");
     const Window autre = fenetre(4002, "Inconnue");
     fenetre(4003, "Jeu");
 
@@ -159,12 +149,7 @@ TEST_F(X11, LePremierPlanEtLesApplicationsOuvertesSuiventLesFenetres) {
     fixer(autre, "WM_CLASS", XA_STRING, 8, "Jeu\0Jeu", 8);
     EXPECT_TRUE(attendreQue([&] { return bureau.applicationAuPremierPlan() == jeu(4002); }));
 
-    const std::vector<Application> attendues{jeu(4001), jeu(4002), jeu(4003)};
-    EXPECT_EQ(bureau.applicationsOuvertes(), attendues);
-    XDestroyWindow(client, jeu1);
-    XDestroyWindow(client, autre);
-    XSync(client, False);
-    EXPECT_TRUE(attendreQue([&] { return bureau.applicationsOuvertes().size() == 2; }));
+    EXPECT_EQ(bureau.applicationsOuvertes(), (std::vector{jeu(4001), jeu(4002), jeu(4003)}));
 }
 
 TEST_F(X11, LObservateurEntendChaqueAutreApplicationVenirDevant) {
@@ -198,13 +183,11 @@ TEST_F(X11, MasquerIconifieChaqueFenetreDeLApplicationEtRienDAutre) {
     const Window jeu1 = fenetre(4001, "Jeu"), jeu2 = fenetre(4001, "Jeu");
     const Window memePid = fenetre(4001, "Autre"), autrePid = fenetre(4002, "Jeu");
     bureau.masquer(jeu(4001));
-    auto etat = [&](Window w) {
-        const auto lus = mots(w, "WM_STATE");
-        return lus.empty() ? -1 : lus.front();
-    };
-    EXPECT_TRUE(attendreQue([&] { return etat(jeu1) == iconique && etat(jeu2) == iconique; }));
-    EXPECT_NE(etat(memePid), iconique);
-    EXPECT_NE(etat(autrePid), iconique);
+    // WM_STATE starts with the state, 3 for iconic.
+    auto etat = [&](Window w) { return mots(w, "WM_STATE").size() ? mots(w, "WM_STATE")[0] : -1; };
+    EXPECT_TRUE(attendreQue([&] { return etat(jeu1) == 3L && etat(jeu2) == 3L; }));
+    EXPECT_NE(etat(memePid), 3L);
+    EXPECT_NE(etat(autrePid), 3L);
 }
 
 TEST_F(X11, LesProprietesHostilesNeCassentRien) {
@@ -286,15 +269,9 @@ TEST_F(X11, LAgentSurvitALaPerteDuServeur) {
     // The connection's end is read on the loop; after it, the loop must idle, not spin on a
     // descriptor that stays readable.
     attendreQue([] { return false; }, 200ms);
-    rusage avant{}, apres{};
-    getrusage(RUSAGE_SELF, &avant);
+    const std::clock_t avant = std::clock();
     attendreQue([] { return false; }, 500ms);
-    getrusage(RUSAGE_SELF, &apres);
-    const auto ms = [](const rusage& r) {
-        return (r.ru_utime.tv_sec + r.ru_stime.tv_sec) * 1000 +
-               (r.ru_utime.tv_usec + r.ru_stime.tv_usec) / 1000;
-    };
-    EXPECT_LT(ms(apres) - ms(avant), 100);
+    EXPECT_LT(std::clock() - avant, CLOCKS_PER_SEC / 10);
 
     bureau.masquer(jeu(4001));
     EXPECT_FALSE(affichage->connecte() || bureau.premierPlanObservable() ||
