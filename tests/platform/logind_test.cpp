@@ -156,12 +156,17 @@ TEST_F(SessionDBus, LogindDonneLEtatPuisSuitSesChangements) {
     definir(cheminSession(), interfaceSession, "Active", "b", 0);
     ASSERT_TRUE(attendreQue([&] { return actifs == std::vector{true, false}; }));
 
-    // A tick reads everything from memory.
+    // A tick reads everything from memory; the questions go out at most once a second.
+    BusSd sessionBus(boucle, TypeBus::session);
+    Inhibitions inhibitions(systeme, sessionBus);
+    MoniteurGnome moniteur(sessionBus);
     const auto debut = Horloge::now();
     constexpr int tours = 100000;
     for (int i = 0; i < tours; ++i)
         static_cast<void>(logind.verrouille().has_value() + logind.actif().has_value() +
-                          logind.secondesInactivite().has_value());
+                          logind.secondesInactivite().has_value() +
+                          inhibitions.veilleEcranRetenue().has_value() +
+                          moniteur.secondesInactivite().has_value());
     std::cout << "[ measure  ] one tick's answers: "
               << std::chrono::duration<double, std::nano>(Horloge::now() - debut).count() / tours
               << " ns\n";

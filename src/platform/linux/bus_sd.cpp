@@ -92,12 +92,13 @@ struct BusSd::Etat : std::enable_shared_from_this<BusSd::Etat> {
         surveillance = boucle.surveiller(sd_bus_get_fd(bus), [faible = weak_from_this()] {
             if (auto e = faible.lock()) e->pomper();
         });
-        // Authentication and Hello are on their way; calls made now wait behind them.
-        rearmer();
         for (const auto& id : idsSuivis()) {
             const auto s = suivis.find(id);
             if (s != suivis.end() && bus && s->second.first) s->second.first();
         }
+        // Sends the authentication, behind which the users' first calls wait: nothing would
+        // wake us for it, the daemon speaks only once it has read it.
+        pomper();
     }
 
     void reprendrePlusTard() {
@@ -140,8 +141,8 @@ struct BusSd::Etat : std::enable_shared_from_this<BusSd::Etat> {
             perdre();
             return;
         }
-        // The connection works: a later loss starts its retries from the shortest delay.
-        reprise = premiereReprise;
+        // The daemon took us in: a later loss starts its retries from the shortest delay.
+        if (sd_bus_is_ready(bus) > 0) reprise = premiereReprise;
         if (r > 0) {
             boucle.poster([faible = weak_from_this()] {
                 if (auto e = faible.lock()) e->pomper();
