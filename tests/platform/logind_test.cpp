@@ -1,0 +1,275 @@
+// logind, the inhibitors and GNOME's idle monitor, against python3-dbusmock on a private
+// dbus-daemon that stands for both the system and the session bus, through a real Qt loop.
+#include "platform/linux/bus_sd.h"
+#include "platform/linux/inhibitions.h"
+#include "platform/linux/logind.h"
+#include "platform/linux/moniteur_gnome.h"
+#include "platform/qt/boucle_qt.h"
+#include "support/application_qt.h"
+#include "support/processus.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <memory>
+#include <systemd/sd-bus.h>
+#include <systemd/sd-login.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace tavi;
+using namespace std::chrono_literals;
+using test::attendreQue;
+using Horloge = std::chrono::steady_clock;
+
+namespace {
+
+constexpr const char* python = "/usr/bin/python3";
+constexpr const char* login1 = "org.freedesktop.login1";
+constexpr const char* idleMonitor = "org.gnome.Mutter.IdleMonitor";
+constexpr const char* cheminMoniteur = "/org/gnome/Mutter/IdleMonitor/Core";
+constexpr const char* gestionnaire = "org.gnome.SessionManager";
+constexpr const char* interfaceSession = "org.freedesktop.login1.Session";
+
+class SessionDBus : public testing::Test {
+protected:
+    void SetUp() override {
+        if (access("/usr/bin/dbus-daemon", X_OK) != 0)
+            GTEST_SKIP() << "dbus-daemon is not installed (package dbus)";
+        if (test::executer({python, "-c", "import dbusmock"}).statut != 0)
+            GTEST_SKIP() << "python3-dbusmock is not installed";
+        daemon = std::make_unique<test::Processus>(std::vector<std::string>{
+            "/usr/bin/dbus-daemon", "--session", "--print-address", "--nofork"});
+        const std::string adresse = daemon->ligne();
+        ASSERT_FALSE(adresse.empty());
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", adresse.c_str(), 1);
+        setenv("DBUS_SESSION_BUS_ADDRESS", adresse.c_str(), 1);
+        // The session the code looks for: its own when the test runs in one.
+        char* propre = nullptr;
+        dansUneSession = sd_pid_get_session(0, &propre) >= 0;
+        if (dansUneSession) session = propre;
+        std::free(propre);
+        setenv("XDG_SESSION_ID", session.c_str(), 1);
+        ASSERT_GE(sd_bus_open_system(&controle), 0);
+    }
+    void TearDown() override {
+        sd_bus_flush_close_unref(controle);
+        mocks.clear();
+    }
+
+    void lancer(std::vector<std::string> arguments, const char* nom) {
+        arguments.insert(arguments.begin(), {python, "-m", "dbusmock"});
+        mocks.push_back(std::make_unique<test::Processus>(arguments));
+        for (auto fin = Horloge::now() + 10s; Horloge::now() < fin;) {
+            int present = 0;
+            sd_bus_message* reponse = nullptr;
+            if (sd_bus_call_method(controle, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                   "org.freedesktop.DBus", "NameHasOwner", nullptr, &reponse, "s",
+                                   nom) >= 0)
+                sd_bus_message_read(reponse, "b", &present);
+            sd_bus_message_unref(reponse);
+            if (present) return;
+            std::this_thread::sleep_for(20ms);
+        }
+        FAIL() << nom << " did not come on the bus";
+    }
+    void lancerLogind() {
+        lancer({"--template", "logind"}, login1);
+        mock(login1, "/org/freedesktop/login1", "AddSession", "ssusb", session.c_str(), "seat0",
+             static_cast<std::uint32_t>(getuid()), "enfant", 1);
+    }
+    std::string cheminSession() const { return "/org/freedesktop/login1/session/" + session; }
+
+    // A call to a mock's control interface (org.freedesktop.DBus.Mock).
+    template <class... A>
+    void mock(const char* nom, const std::string& chemin, const char* methode,
+              const char* signature, A... arguments) {
+        appeler(nom, chemin, "org.freedesktop.DBus.Mock", methode, signature, arguments...);
+    }
+    // Sets a property of a mock's object, which announces it with PropertiesChanged.
+    template <class... A>
+    void definir(const std::string& chemin, const char* interface, const char* propriete,
+                 A... valeur) {
+        appeler(login1, chemin, "org.freedesktop.DBus.Properties", "Set", "ssv", interface,
+                propriete, valeur...);
+    }
+    template <class... A>
+    void appeler(const char* nom, const std::string& chemin, const char* interface,
+                 const char* methode, const char* signature, A... arguments) {
+        sd_bus_error erreur = SD_BUS_ERROR_NULL;
+        const int r = sd_bus_call_method(controle, nom, chemin.c_str(), interface, methode, &erreur,
+                                         nullptr, signature, arguments...);
+        EXPECT_GE(r, 0) << methode << ": " << (erreur.message ? erreur.message : "");
+        sd_bus_error_free(&erreur);
+    }
+
+    std::unique_ptr<test::Processus> daemon;
+    std::vector<std::unique_ptr<test::Processus>> mocks;
+    std::string session = "c7";
+    bool dansUneSession = false;
+    sd_bus* controle = nullptr;
+    BoucleQt boucle;
+};
+
+std::uint64_t monotoniqueUs() {
+    timespec t{};
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return static_cast<std::uint64_t>(t.tv_sec) * 1000000u + t.tv_nsec / 1000u;
+}
+
+} // namespace
+
+TEST_F(SessionDBus, LogindDonneLEtatPuisSuitSesChangements) {
+    lancerLogind();
+    definir(cheminSession(), interfaceSession, "Type", "s", "wayland");
+    BusSd systeme(boucle, TypeBus::systeme);
+    Logind logind(systeme);
+    std::vector<bool> actifs;
+    auto surActif = logind.observerActif([&](bool a) { actifs.push_back(a); });
+    Horloge::time_point vu;
+    auto surTout = logind.observer([&] { vu = Horloge::now(); });
+    ASSERT_TRUE(attendreQue([&] { return logind.pret(); }));
+
+    EXPECT_EQ(logind.verrouille(), false);
+    EXPECT_EQ(logind.actif(), true);
+    EXPECT_EQ(logind.distant(), false);
+    EXPECT_EQ(logind.type(), "wayland");
+    EXPECT_EQ(logind.secondesInactivite(), std::nullopt) << "no idle hint, no idle time";
+    ASSERT_TRUE(attendreQue([&] { return actifs == std::vector{true}; }));
+
+    const auto avant = Horloge::now();
+    definir(cheminSession(), interfaceSession, "LockedHint", "b", 1);
+    ASSERT_TRUE(attendreQue([&] { return logind.verrouille() == true && vu > avant; }));
+    std::cout << "[ measure  ] lock to observer: "
+              << std::chrono::duration<double, std::milli>(vu - avant).count()
+              << " ms, the mock's call included\n";
+
+    const auto depuis = monotoniqueUs() - 42'000'000u;
+    mock(login1, cheminSession(), "UpdateProperties", "sa{sv}", interfaceSession, 2, "IdleHint",
+         "b", 1, "IdleSinceHintMonotonic", "t", depuis);
+    ASSERT_TRUE(attendreQue([&] { return logind.secondesInactivite().has_value(); }));
+    EXPECT_NEAR(*logind.secondesInactivite(), 42.0, 1.0);
+
+    definir(cheminSession(), interfaceSession, "Active", "b", 0);
+    ASSERT_TRUE(attendreQue([&] { return actifs == std::vector{true, false}; }));
+
+    // A tick reads everything from memory; the questions go out at most once a second.
+    BusSd sessionBus(boucle, TypeBus::session);
+    Inhibitions inhibitions(systeme, sessionBus);
+    MoniteurGnome moniteur(sessionBus);
+    const auto debut = Horloge::now();
+    constexpr int tours = 100000;
+    for (int i = 0; i < tours; ++i)
+        static_cast<void>(logind.verrouille().has_value() + logind.actif().has_value() +
+                          logind.secondesInactivite().has_value() +
+                          inhibitions.veilleEcranRetenue().has_value() +
+                          moniteur.secondesInactivite().has_value());
+    std::cout << "[ measure  ] one tick's answers: "
+              << std::chrono::duration<double, std::nano>(Horloge::now() - debut).count() / tours
+              << " ns\n";
+}
+
+TEST_F(SessionDBus, UneProprieteDUnAutreTypeEstAbsenteSansRienCasser) {
+    lancerLogind();
+    definir(cheminSession(), interfaceSession, "LockedHint", "s", "oui");
+    BusSd systeme(boucle, TypeBus::systeme);
+    Logind logind(systeme);
+    ASSERT_TRUE(attendreQue([&] { return logind.pret(); }));
+    EXPECT_EQ(logind.verrouille(), std::nullopt);
+    EXPECT_EQ(logind.actif(), true) << "the other properties still read";
+
+    definir(cheminSession(), interfaceSession, "Active", "u", 1u);
+    ASSERT_TRUE(attendreQue([&] { return !logind.actif(); }));
+    EXPECT_EQ(logind.type(), "test");
+}
+
+TEST_F(SessionDBus, SansLogindOuSansBusToutEstAbsent) {
+    BusSd systeme(boucle, TypeBus::systeme);
+    {
+        Logind logind(systeme);
+        ASSERT_TRUE(attendreQue([&] { return logind.pret(); }));
+        EXPECT_EQ(logind.actif(), std::nullopt);
+        EXPECT_EQ(logind.verrouille(), std::nullopt);
+    }
+
+    // Outside any session, the user's display session is followed.
+    lancerLogind();
+    if (dansUneSession) GTEST_SKIP() << "the test runs in a session of its own";
+    unsetenv("XDG_SESSION_ID");
+    // The template's own GetUser adds a number to a string.
+    mock(login1, "/org/freedesktop/login1", "AddMethod", "sssss", "org.freedesktop.login1.Manager",
+         "GetUser", "u", "o", "ret = '/org/freedesktop/login1/user/%d' % args[0]");
+    definir("/org/freedesktop/login1/user/" + std::to_string(getuid()),
+            "org.freedesktop.login1.User", "Display", "(so)", session.c_str(),
+            cheminSession().c_str());
+    Logind logind(systeme);
+    ASSERT_TRUE(attendreQue([&] { return logind.actif() == true; }));
+
+    daemon->arreter();
+    ASSERT_TRUE(attendreQue([&] { return !systeme.connecte(); }));
+    EXPECT_EQ(logind.actif(), std::nullopt);
+    EXPECT_EQ(logind.verrouille(), std::nullopt);
+}
+
+TEST_F(SessionDBus, LaVeilleEstRetenueParUnInhibiteurIdleBloquantOuParGnome) {
+    lancerLogind();
+    BusSd systeme(boucle, TypeBus::systeme);
+    BusSd sessionBus(boucle, TypeBus::session);
+    struct Cas {
+        const char* quoi;
+        const char* mode;
+        std::optional<bool> retenue;
+    };
+    for (const Cas& c : {Cas{"sleep:idle", "block", true}, Cas{"idle", "delay", false},
+                         Cas{"sleep:handle-lid-switch", "block", false}}) {
+        sd_bus_message* reponse = nullptr;
+        ASSERT_GE(sd_bus_call_method(controle, login1, "/org/freedesktop/login1",
+                                     "org.freedesktop.login1.Manager", "Inhibit", nullptr, &reponse,
+                                     "ssss", c.quoi, "lecteur", "video", c.mode),
+                  0);
+        Inhibitions inhibitions(systeme, sessionBus);
+        ASSERT_TRUE(attendreQue([&] { return inhibitions.parLogind().has_value(); })) << c.quoi;
+        EXPECT_EQ(inhibitions.veilleEcranRetenue(), c.retenue) << c.quoi << " " << c.mode;
+        EXPECT_EQ(inhibitions.parBureau(), std::nullopt) << "not GNOME";
+        // Closing the descriptor takes the inhibitor back.
+        sd_bus_message_unref(reponse);
+        attendreQue([] { return false; }, 100ms);
+    }
+
+    lancer({"--session", gestionnaire, "/org/gnome/SessionManager", gestionnaire}, gestionnaire);
+    mock(gestionnaire, "/org/gnome/SessionManager", "AddMethod", "sssss", "", "IsInhibited", "u",
+         "b", "ret = args[0] == 8");
+    Inhibitions inhibitions(systeme, sessionBus);
+    ASSERT_TRUE(attendreQue([&] { return inhibitions.parBureau().has_value(); }));
+    EXPECT_EQ(inhibitions.parBureau(), true);
+    EXPECT_EQ(inhibitions.veilleEcranRetenue(), true);
+}
+
+TEST_F(SessionDBus, LeMoniteurDeGnomeDonneLInactiviteQuandIlEstLa) {
+    BusSd sessionBus(boucle, TypeBus::session);
+    {
+        MoniteurGnome absent(sessionBus);
+        attendreQue([] { return false; }, 200ms);
+        EXPECT_EQ(absent.secondesInactivite(), std::nullopt);
+    }
+    lancer({"--session", idleMonitor, cheminMoniteur, idleMonitor}, idleMonitor);
+    mock(idleMonitor, cheminMoniteur, "AddMethod", "sssss", "", "GetIdletime", "", "t",
+         "ret = 42000");
+    MoniteurGnome moniteur(sessionBus);
+    ASSERT_TRUE(attendreQue([&] { return moniteur.secondesInactivite().has_value(); }));
+    EXPECT_NEAR(*moniteur.secondesInactivite(), 42.0, 0.5);
+
+    mock(idleMonitor, cheminMoniteur, "AddMethod", "sssss", "", "GetIdletime", "", "t",
+         "ret = 1000");
+    ASSERT_TRUE(attendreQue([&] { return moniteur.secondesInactivite() < 5.0; }, 3s))
+        << "asked again within a second";
+
+    // A compositor that stops answering: the call gives up after its bound, and so does the
+    // answer, even though nothing wakes the loop but its deadline.
+    mock(idleMonitor, cheminMoniteur, "AddMethod", "sssss", "", "GetIdletime", "", "t",
+         "import time; time.sleep(5); ret = 0");
+    ASSERT_TRUE(attendreQue([&] { return !moniteur.secondesInactivite(); }, 5s));
+}
