@@ -29,6 +29,10 @@ constexpr const char* usage = R"(usage : tavi COMMANDE [OPTIONS]
       imprime les applications installées telles que le battement les envoie, puis leur
       empreinte
 
+  tavi activite
+      imprime ce que le compteur déciderait maintenant et pourquoi : inactivité, écran
+      verrouillé, session, écrans, application au premier plan, ce qui ne s'observe pas
+
   tavi reglage CLE [VALEUR]
   tavi reglage --supprimer CLE
       lit (JSON, ou null), écrit (un texte) ou supprime une clé des réglages de l'agent ;
@@ -43,12 +47,10 @@ using Commande = std::function<int(const std::vector<std::string>&)>;
 
 const std::map<std::string, Commande>& commandes() {
     static const std::map<std::string, Commande> table = {
-        {"consigne", tavi::outils::commandeConsigne},
-        {"regle", tavi::outils::commandeRegle},
-        {"sieste", tavi::outils::commandeSieste},
-        {"reglage", tavi::outils::commandeReglage},
-        {"site", tavi::outils::commandeSite},
-        {"applis", tavi::outils::commandeApplis},
+        {"consigne", tavi::outils::commandeConsigne}, {"regle", tavi::outils::commandeRegle},
+        {"sieste", tavi::outils::commandeSieste},     {"reglage", tavi::outils::commandeReglage},
+        {"site", tavi::outils::commandeSite},         {"applis", tavi::outils::commandeApplis},
+        {"activite", tavi::outils::commandeActivite},
     };
     return table;
 }

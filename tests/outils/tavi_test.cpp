@@ -1,6 +1,9 @@
+#include "support/dossier_temporaire.h"
 #include "support/processus.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <tuple>
@@ -76,6 +79,46 @@ TEST(TaviSite, JugeLeDomaineSousLaConsigneDonneeOuUneConsigneVide) {
     EXPECT_EQ(tavi({"site", "about:blank"}).out,
               R"({"domaine":null,"bloque":false,"filtre_utile":false})"
               "\n");
+}
+
+TEST(TaviApplis, ImprimeLesApplicationsDuMenuPuisLeurEmpreinte) {
+    test::DossierTemporaire xdg;
+    std::filesystem::create_directories(xdg / "maison/applications");
+    std::ofstream(xdg / "maison/applications/org.exemple.Zebre.desktop")
+        << "[Desktop Entry]\nType=Application\nName=zèbre\nExec=zebre\nCategories=Game;\n";
+    std::ofstream(xdg / "maison/applications/alpha.desktop")
+        << "[Desktop Entry]\nType=Application\nName=Alpha\nExec=alpha\n";
+    std::ofstream(xdg / "maison/applications/cache.desktop")
+        << "[Desktop Entry]\nType=Application\nName=Caché\nExec=c\nNoDisplay=true\n";
+    const auto s = executer({TAVI_BINAIRE, "applis"}, "",
+                            {{"XDG_DATA_HOME", (xdg / "maison").string()},
+                             {"XDG_DATA_DIRS", (xdg / "vide").string()},
+                             {"HOME", xdg.chemin().string()}});
+    ASSERT_EQ(s.statut, 0) << s.err;
+    EXPECT_EQ(s.out,
+              R"({"applis_installees":[{"n":"Alpha","p":"alpha"},)"
+              R"({"c":"public.app-category.games","n":"zèbre","p":"org.exemple.Zebre"}]})"
+              "\n"
+              R"({"empreinte":"alpha|Alpha|;org.exemple.Zebre|zèbre|public.app-category.games"})"
+              "\n");
+}
+
+TEST(TaviActivite, SansAffichageNiBusRepondEtDitCeQuiNeSObservePas) {
+    const auto s = executer({TAVI_BINAIRE, "activite"}, "",
+                            {{"DISPLAY", ""},
+                             {"WAYLAND_DISPLAY", ""},
+                             {"XDG_SESSION_TYPE", ""},
+                             {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nulle/part"},
+                             {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nulle/part"}});
+    ASSERT_EQ(s.statut, 0) << s.err;
+    const auto etat = nlohmann::json::parse(s.out);
+    EXPECT_EQ(lignes(s.out), 1u);
+    // Nothing tells the idle time: use is counted, and the reason says why.
+    EXPECT_EQ(etat["utilise"], true);
+    EXPECT_EQ(etat["raison"], "inactivite_inconnue");
+    EXPECT_TRUE(etat["appli"].is_null());
+    EXPECT_EQ(etat["inobservable"][0], "application_au_premier_plan");
+    EXPECT_NE(s.err.find("without a share per application"), std::string::npos) << s.err;
 }
 
 TEST(Tavi, UneConsigneIllisibleNImprimeRienEtDitPourquoiSurUneLigne) {

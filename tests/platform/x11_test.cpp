@@ -11,6 +11,7 @@
 #include <ctime>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <thread>
 // X11 last: its macros break the headers above.
@@ -280,3 +281,22 @@ TEST_F(X11, LAgentSurvitALaPerteDuServeur) {
 }
 
 } // namespace
+
+TEST_F(X11, TaviActiviteDitLApplicationAuPremierPlanEtLInactivite) {
+    ASSERT_TRUE(activer(fenetre(4001, "Jeu")));
+    // No bus answers: what logind would say is reported as unobservable, not waited for.
+    const auto s = test::executer({TAVI_BINAIRE, "activite"}, "",
+                                  {{"DISPLAY", nom},
+                                   {"XDG_SESSION_TYPE", "x11"},
+                                   {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nulle/part"},
+                                   {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nulle/part"}});
+    ASSERT_EQ(s.statut, 0) << s.err;
+    const auto etat = nlohmann::json::parse(s.out);
+    EXPECT_EQ(etat["appli"]["nom"], "Jeu") << s.out;
+    EXPECT_EQ(etat["appli"]["pid"], 4001);
+    EXPECT_EQ(etat["type_session"], "x11");
+    EXPECT_TRUE(etat["inactivite_s"].is_number());
+    EXPECT_EQ(etat["ecrans_en_veille"], false);
+    EXPECT_EQ(etat["inobservable"], nlohmann::json({"ecran_verrouille", "sur_console",
+                                                    "session_active", "affichage_retenu"}));
+}
