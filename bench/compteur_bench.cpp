@@ -1,3 +1,4 @@
+#include "base_temporaire.h"
 #include "observation/compteur.h"
 #include "platform/sqlite/reglages_sqlite.h"
 
@@ -7,26 +8,9 @@
 #include <string>
 
 using namespace tavi;
+using tavi::bench::BaseTemporaire;
 
 namespace {
-
-// The store on the real disk, in a fresh folder under the temporary folder.
-class BaseTemporaire {
-public:
-    BaseTemporaire() {
-        std::string modele =
-            (std::filesystem::temp_directory_path() / "tavi-bench-XXXXXX").string();
-        if (mkdtemp(modele.data())) dossier = modele;
-    }
-    ~BaseTemporaire() {
-        std::error_code ignore;
-        std::filesystem::remove_all(dossier, ignore);
-    }
-    std::filesystem::path fichier() const { return dossier / "reglages.sqlite"; }
-
-private:
-    std::filesystem::path dossier;
-};
 
 // A session where the child is at the keyboard.
 class SessionActive : public Session {

@@ -1,3 +1,4 @@
+#include "base_temporaire.h"
 #include "platform/sqlite/reglages_sqlite.h"
 
 #include <benchmark/benchmark.h>
@@ -6,27 +7,9 @@
 #include <string>
 
 using namespace tavi;
+using tavi::bench::BaseTemporaire;
 
 namespace {
-
-// The store on the real disk, in a fresh folder under the temporary folder: the cost of a
-// commit is the cost of the disk's sync.
-class BaseTemporaire {
-public:
-    BaseTemporaire() {
-        std::string modele =
-            (std::filesystem::temp_directory_path() / "tavi-bench-XXXXXX").string();
-        if (mkdtemp(modele.data())) dossier = modele;
-    }
-    ~BaseTemporaire() {
-        std::error_code ignore;
-        std::filesystem::remove_all(dossier, ignore);
-    }
-    std::filesystem::path fichier() const { return dossier / "reglages.sqlite"; }
-
-private:
-    std::filesystem::path dossier;
-};
 
 // What the engine writes every second: the day's counter, committed at once.
 void ecritureDurable(benchmark::State& etat) {
