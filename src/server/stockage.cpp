@@ -88,13 +88,12 @@ void Stockage::resteBase(Reglages& reglages,
     });
 }
 
-void Stockage::oublier(Reglages& reglages, Coffre& coffre) {
+void Stockage::oublier(Reglages& reglages) {
     reglages.grouper([&] {
         for (const char* cle : {"prenom", "ordinateur_id", "accord_vu", "accord_cles", "consigne",
                                 "reste_base_s", "reste_jour_de"})
             reglages.supprimer(cle);
     });
-    coffre.supprimer(Trousseau::service, Trousseau::compte);
 }
 
 std::optional<std::string> Trousseau::lire(const Coffre& coffre) {
@@ -105,6 +104,10 @@ std::optional<std::string> Trousseau::lire(const Coffre& coffre) {
 
 void Trousseau::ecrire(Coffre& coffre, const std::string& jeton) {
     if (jetonValide(jeton)) coffre.ecrire(service, compte, jeton);
+}
+
+void Trousseau::effacer(Coffre& coffre) {
+    coffre.supprimer(service, compte);
 }
 
 } // namespace tavi

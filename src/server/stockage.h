@@ -45,9 +45,10 @@ std::string installation(Reglages& reglages);
 // day; absent removes both.
 void resteBase(Reglages& reglages, const std::optional<std::pair<double, std::string>>& base);
 
-// Forgets the pairing: the seven keys it wrote and the token. The installation identifier,
-// the server address, the counters and the clock stay, deliberately.
-void oublier(Reglages& reglages, Coffre& coffre);
+// Forgets the pairing: the seven keys it wrote (the token is `Trousseau::effacer`'s, which
+// blocks). The installation identifier, the server address, the counters and the clock stay,
+// deliberately.
+void oublier(Reglages& reglages);
 
 } // namespace Stockage
 
@@ -60,6 +61,7 @@ inline constexpr const char* compte = "jeton";
 
 std::optional<std::string> lire(const Coffre& coffre);
 void ecrire(Coffre& coffre, const std::string& jeton);
+void effacer(Coffre& coffre);
 } // namespace Trousseau
 
 } // namespace tavi

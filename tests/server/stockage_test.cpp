@@ -34,7 +34,8 @@ TEST(Stockage, LIdentifiantDInstallationEstCreeUneFoisEtGardePourToujours) {
         reglages.ecrire("consigne", Donnees{"{}"});
         Trousseau::ecrire(coffre, "jeton-secret");
         coffre.ecrire("autre.service", "jeton", "garde");
-        Stockage::oublier(reglages, coffre);
+        Stockage::oublier(reglages);
+        Trousseau::effacer(coffre);
         EXPECT_FALSE(reglages.lire("consigne"));
         EXPECT_EQ(Trousseau::lire(coffre), std::nullopt);
         EXPECT_EQ(coffre.lire("autre.service", "jeton"), "garde");

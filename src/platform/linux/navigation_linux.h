@@ -9,6 +9,7 @@ namespace tavi {
 // is on, a browser that cannot be watched naps, and with the filter off it is ignored.
 class NavigationLinux : public Navigation {
 public:
+    bool sait(const std::string&) const override { return false; }
     Lecture lire(const std::string& identifiant) override;
     void vider(const std::string& identifiant) override;
 };

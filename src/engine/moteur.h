@@ -1,0 +1,173 @@
+#pragma once
+
+#include "engine/plateforme.h"
+#include "engine/trousseau_serie.h"
+#include "engine/voile.h"
+#include "observation/compteur.h"
+#include "observation/file_navigateurs.h"
+#include "observation/historique.h"
+#include "observation/navigateurs_installes.h"
+#include "rules/consigne.h"
+#include "rules/regle_mac.h"
+#include "server/api.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace tavi {
+
+// One browser's reading, and whether that browser was in front when the reading was decided.
+struct LectureNavigateur {
+    std::string identifiant;
+    bool devant = false;
+    Lecture lecture;
+};
+
+// The agent's one engine: it owns the usage counter, the site history, the server link and
+// the veil, ticks every second, beats every 30 s, and decides every veil. Its member functions
+// are spread over one file per concern: tick and evaluation (moteur.cpp), heartbeat, naps,
+// web filter, child requests and pairing.
+//
+// Main thread only. What would block (the secret store, the login agent, the network, the
+// disk) runs on the background pool and comes back to the main thread; whatever comes back
+// after the engine is gone is dropped.
+class Moteur {
+public:
+    explicit Moteur(Plateforme plateforme);
+    ~Moteur();
+    Moteur(const Moteur&) = delete;
+    Moteur& operator=(const Moteur&) = delete;
+
+    // The published state. `quandChange` is called at the end of every evaluation and after
+    // `dire` and `oublier`; its owner re-reads what it shows.
+    bool relie() const { return relie_; }
+    const std::optional<Consigne>& consigne() const { return consigne_; }
+    const std::optional<RegleMac>& regle() const { return regle_; }
+    const std::optional<std::string>& messageVoile() const { return messageVoile_; }
+    std::int64_t derniereNouvelleMs() const { return derniereNouvelleMs_; }
+    std::function<void()> quandChange;
+    // Called when a rule set asks for a report the child has not been shown yet.
+    std::function<void()> quandRapportActive;
+
+    // Seconds of use counted since the last rule set arrived; absent when none arrived today.
+    std::optional<double> utiliseDepuisConsigne() const;
+    // What is left of today's allowance: the server's remainder, less what was used since it
+    // was sent; absent when unpaired or without a daily limit. Never negative.
+    std::optional<double> resteSecondes() const;
+    static std::string version();
+
+    Voile& voile();
+    Compteur& compteur() { return compteur_; }
+    Api& api() { return api_; }
+    // The server's time now (ms): the clock every instant of the rule set is compared with.
+    std::int64_t maintenantServeur() const;
+
+    // Tick and evaluation.
+    void demarrer();
+    void tic();
+    void evaluer();
+    // The computer woke from sleep: the next tick beats at once.
+    void auReveil() { prochainBattement_ = 0; }
+
+    // Heartbeat. `fini`, when given, is called on the main thread once the exchange is over,
+    // whatever its outcome (at once when no heartbeat starts).
+    void battre(std::function<void()> fini = {});
+    void recevoir(const std::string& donnees, std::int64_t envoi, std::int64_t recu,
+                  double secondesAuDepart);
+    void annoncer(const std::string& annonce, std::function<void()> fini = {});
+    void signalerArret(std::function<void()> fini = {});
+
+    // Naps.
+    std::optional<AppliDeFace> appliAuPremierPlan() const;
+    std::optional<RegleMac> sieste(const Application& application);
+    void verifierAppliActive();
+    void mettreEnSieste(const Application& application, const std::string& cause,
+                        const std::string& titre);
+    bool encoreEnSieste(const RegleMac& regle);
+    void fermerVoileAppli();
+
+    // Web filter.
+    void verifierNavigateurs(double dt);
+    void appliquerLectures(const std::vector<LectureNavigateur>& lectures, bool filtre,
+                           bool histo, const FiltreJSON& f, double dt);
+    void signalerSite(const std::string& domaine);
+
+    // Child requests and pairing. `rejoindre` gives the server's answer once the token is
+    // stored (or found unstorable, see `jetonEnAttente`) and the first heartbeat is over; a
+    // refusal changes nothing. The others never fail: their outcome is said to the child.
+    void rejoindre(const std::string& code, std::function<void(ResultatApi<Rejoindre>)> suite);
+    void oublier();
+    void demanderTemps(int minutes, std::function<void()> fini = {});
+    void utiliserTirelire(int minutes, std::function<void()> fini = {});
+    void dire(const std::string& texte);
+
+    // A token the secret store has not accepted yet (a locked keyring): it is offered again
+    // with every heartbeat, and the pairing lasts only as long as the process until then.
+    bool jetonEnAttente() const { return jetonAEcrire_.has_value(); }
+    // The login agent's state as last read (false until the first reading).
+    bool agentActif() const { return agentActif_; }
+
+private:
+    struct Envoi;
+
+    void publierRegle(const std::optional<RegleMac>& candidate);
+    void retirerVoile();
+    void lireJeton();
+    void rangerJeton(const std::string& jeton, std::function<void(bool)> suite = {});
+    void lireEtatAgent(std::function<void()> suite = {});
+    void enregistrerAgent(std::function<void()> suite = {});
+    void preparerBattement(std::function<void()> fini);
+    void envoyerBattement(Envoi envoi, std::function<void()> fini);
+    void finBattement(const std::shared_ptr<Envoi>& envoi, ResultatApi<std::string> reponse,
+                      std::function<void()> fini);
+    nlohmann::json corpsPonctuel(bool actif, bool incertain) const;
+    bool estNotreAppli(const Application& application) const;
+    bool estLisible(const std::string& identifiant) const;
+
+    Plateforme p;
+    std::shared_ptr<Moteur*> vivant_;
+
+    bool relie_ = false;
+    std::optional<Consigne> consigne_;
+    std::optional<RegleMac> regle_;
+    std::optional<std::string> messageVoile_;
+    std::int64_t derniereNouvelleMs_ = 0;
+
+    TrousseauSerie trousseau_;
+    Api api_;
+    Compteur compteur_;
+    std::unique_ptr<Voile> voile_;
+    int refus401_ = 0;
+    std::int64_t dernierTic_ = 0;
+    std::int64_t prochainBattement_ = 0;
+    bool battementEnCours_ = false;
+    std::optional<std::int64_t> appliVoilee_;
+    std::vector<std::unique_ptr<Minuterie>> minuteurs_;
+    std::unique_ptr<Abonnement> activation_;
+    std::int64_t prochainLotApplis_ = 0;
+    Historique historique_;
+    bool lectureEnCours_ = false;
+    std::int64_t prochaineLectureFond_ = 0;
+    std::int64_t prochainLotSites_ = 0;
+    std::set<std::string> refusAutomatisation_;
+    std::map<std::string, std::int64_t> sitesSignales_;
+    std::int64_t prochaineListe_ = 0;
+    std::optional<std::string> listeEnvoyee_;
+    std::optional<std::string> listeEnvoyeeEnCours_;
+
+    // Linux additions: the token in hand is not known until the secret store answers; a token
+    // the store refused; the login agent's last known state.
+    bool jetonLu_ = false;
+    std::optional<std::string> jetonAEcrire_;
+    bool agentActif_ = false;
+    NavigateursInstalles navigateursInstalles_;
+    FileNavigateurs fileNavigateurs_;
+};
+
+} // namespace tavi

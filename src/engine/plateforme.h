@@ -1,0 +1,43 @@
+#pragma once
+
+#include "platform/applications.h"
+#include "platform/boucle.h"
+#include "platform/bureau.h"
+#include "platform/categories_applis.h"
+#include "platform/coffre.h"
+#include "platform/demarrage.h"
+#include "platform/horloges.h"
+#include "platform/navigation.h"
+#include "platform/reglages.h"
+#include "platform/session.h"
+#include "platform/systeme.h"
+#include "server/transport.h"
+
+#include <functional>
+#include <memory>
+
+namespace tavi {
+
+class Moteur;
+class Voile;
+
+// Every door the engine has to the system, handed in once. Each must outlive the engine; the
+// header of each port says from which thread it may be called.
+struct Plateforme {
+    Horloges& horloges;
+    Reglages& reglages;
+    Coffre& coffre;
+    Boucle& boucle;
+    std::shared_ptr<Transport> transport;
+    Session& session;
+    Bureau& bureau;
+    Navigation& navigation;
+    const Applications& applications;
+    const CategoriesApplis& categories;
+    const Systeme& systeme;
+    Demarrage& demarrage;
+    // Makes the veil controller, on the engine's first use of it.
+    std::function<std::unique_ptr<Voile>(Moteur&)> fabriqueVoile;
+};
+
+} // namespace tavi
