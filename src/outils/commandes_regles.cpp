@@ -1,3 +1,4 @@
+#include "app/json_sortie.h"
 #include "generique/arguments.h"
 #include "outils/commandes.h"
 #include "rules/consigne_json.h"
@@ -13,8 +14,6 @@
 #include <sstream>
 
 namespace tavi::outils {
-
-using nlohmann::ordered_json;
 
 std::string lireEntree(const std::vector<std::string>& positionnels) {
     if (positionnels.size() > 1) throw ErreurUsage("un seul fichier de consigne à la fois");
@@ -45,18 +44,7 @@ std::string requise(Arguments& args, const std::string& option) {
 }
 
 void imprimerRegle(const std::optional<RegleMac>& regle) {
-    if (!regle) {
-        std::cout << "null\n";
-        return;
-    }
-    ordered_json o = {{"bloquer_tout", regle->bloquerTout},
-                      {"bloquees", regle->bloquees},
-                      {"familles", regle->familles},
-                      {"cause", regle->cause},
-                      {"titre", regle->titre},
-                      {"titre_affiche", regle->titreAffiche()},
-                      {"fin", regle->fin}};
-    std::cout << o.dump() << '\n';
+    std::cout << regleEnJson(regle).dump() << '\n';
 }
 
 } // namespace

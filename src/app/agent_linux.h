@@ -1,0 +1,74 @@
+#pragma once
+
+#include "engine/moteur.h"
+#include "platform/boucle.h"
+#include "platform/coffre.h"
+#include "platform/demarrage.h"
+#include "platform/linux/coffre_secret.h"
+#include "platform/linux/horloges_linux.h"
+#include "platform/linux/observation_linux.h"
+#include "platform/linux/systeme_linux.h"
+#include "platform/reglages.h"
+#include "platform/sqlite/reglages_sqlite.h"
+
+#include <functional>
+#include <memory>
+
+namespace tavi {
+
+// The engine on this Linux session: the system's clocks, libcurl, the desktop as
+// ObservationLinux sees it, the system's description, and a veil without windows. The loop,
+// the store, the secret store and the login agent are handed in, each to outlive this object:
+// the agent gives the session's own, a test temporary ones.
+//
+// Main thread only. Make it after the QCoreApplication.
+class AgentLinux {
+public:
+    AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demarrage& demarrage);
+    ~AgentLinux();
+    AgentLinux(const AgentLinux&) = delete;
+    AgentLinux& operator=(const AgentLinux&) = delete;
+
+    Moteur& moteur() { return *moteur_; }
+    ObservationLinux& observation() { return observation_; }
+
+private:
+    HorlogesLinux horloges_;
+    SystemeLinux systeme_;
+    ObservationLinux observation_;
+    std::unique_ptr<Moteur> moteur_;
+};
+
+// The agent of this user's session, where the environment puts its state: the defaults store
+// in the state folder (in memory when there is none), the Secret Service with its fallback
+// file in the same folder, the user's login agent. What `tavi-home` runs and `tavi rejoindre`
+// pairs.
+class AgentDeSession {
+public:
+    explicit AgentDeSession(Boucle& boucle);
+    ~AgentDeSession();
+    AgentDeSession(const AgentDeSession&) = delete;
+    AgentDeSession& operator=(const AgentDeSession&) = delete;
+
+    Moteur& moteur() { return agent_->moteur(); }
+    // False when this run's settings will not outlive it (no state folder, or none usable).
+    bool persistant() const { return reglages_->persistant(); }
+
+    // `Moteur::oublier`, then `fini` on the main thread once the secret store has removed the
+    // token and the login agent its entry: both happen on the background pool, and a process
+    // that ended before them would leave the pairing half undone.
+    void oublier(std::function<void()> fini);
+
+private:
+    class CoffreSuivi;
+    class DemarrageSuivi;
+
+    Boucle& boucle_;
+    std::unique_ptr<ReglagesSqlite> reglages_;
+    std::unique_ptr<CoffreSuivi> coffre_;
+    std::unique_ptr<DemarrageSuivi> demarrage_;
+    std::unique_ptr<AgentLinux> agent_;
+    std::unique_ptr<Minuterie> attente_;
+};
+
+} // namespace tavi
