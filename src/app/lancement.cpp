@@ -9,6 +9,7 @@ Lancement lireLancement(const std::vector<std::string>& arguments) {
             lancement.essaiApi = {arguments[i + 1], arguments[i + 2]};
         if (!lancement.capture && arguments[i] == "--capture" && i + 1 < arguments.size())
             lancement.capture = arguments[i + 1];
+        if (arguments[i] == "--sans-interface") lancement.sansInterface = true;
     }
     return lancement;
 }

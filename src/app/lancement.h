@@ -12,6 +12,7 @@ namespace tavi {
 struct Lancement {
     std::optional<std::pair<std::string, std::string>> essaiApi; // server, code
     std::optional<std::string> capture;                          // folder
+    bool sansInterface = false; // no window: the state goes to standard output
 };
 
 // The arguments are searched in order, the program's path included; the first match counts.

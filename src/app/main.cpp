@@ -1,5 +1,7 @@
 #include "app/essai_api.h"
 #include "app/lancement.h"
+#include "app/sans_interface.h"
+#include "app/signaux_arret.h"
 #include "commun/texte.h"
 #include "platform/linux/systeme_linux.h"
 #include "platform/qt/boucle_qt.h"
@@ -25,8 +27,12 @@ int main(int argc, char** argv) {
         essai.demarrer([&boucle](int statut) { boucle.quitter(statut); });
         return boucle.executer();
     }
+    if (lancement.capture) {
+        std::cerr << "tavi-home: pas encore de fenêtre à capturer\n";
+        return 1;
+    }
 
-    std::cerr << "tavi-home: l'agent ne démarre pas encore de lui-même ; "
-                 "--essai-api SERVEUR CODE essaie le lien avec un serveur de famille\n";
-    return 1;
+    // Without the interface, `--sans-interface` or not, the agent runs headless.
+    tavi::SignauxArret::bloquer();
+    tavi::executerSansInterface(argc, argv);
 }
