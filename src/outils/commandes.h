@@ -16,6 +16,8 @@ int commandeReglage(const std::vector<std::string>& arguments);
 int commandeSite(const std::vector<std::string>& arguments);
 int commandeApplis(const std::vector<std::string>& arguments);
 int commandeActivite(const std::vector<std::string>& arguments);
+// Ends the process itself (never returns): see finirProcessus.
+int commandeRejoindre(const std::vector<std::string>& arguments);
 
 // Thrown by a command that cannot go on (unreadable input, undecodable rule set): its message
 // is printed after "tavi: " and the command exits with status 2.

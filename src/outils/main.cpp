@@ -33,6 +33,11 @@ constexpr const char* usage = R"(usage : tavi COMMANDE [OPTIONS]
       imprime ce que le compteur déciderait maintenant et pourquoi : inactivité, écran
       verrouillé, session, écrans, application au premier plan, ce qui ne s'observe pas
 
+  tavi rejoindre CODE
+      relie cet ordinateur à la famille avec le code donné par les parents, comme l'agent
+      (mêmes réglages, même trousseau, premier battement compris) ; imprime le prénom de
+      l'enfant et l'ordinateur. Code refusé : le message du serveur, statut 1
+
   tavi reglage CLE [VALEUR]
   tavi reglage --supprimer CLE
       lit (JSON, ou null), écrit (un texte) ou supprime une clé des réglages de l'agent ;
@@ -47,10 +52,14 @@ using Commande = std::function<int(const std::vector<std::string>&)>;
 
 const std::map<std::string, Commande>& commandes() {
     static const std::map<std::string, Commande> table = {
-        {"consigne", tavi::outils::commandeConsigne}, {"regle", tavi::outils::commandeRegle},
-        {"sieste", tavi::outils::commandeSieste},     {"reglage", tavi::outils::commandeReglage},
-        {"site", tavi::outils::commandeSite},         {"applis", tavi::outils::commandeApplis},
+        {"consigne", tavi::outils::commandeConsigne},
+        {"regle", tavi::outils::commandeRegle},
+        {"sieste", tavi::outils::commandeSieste},
+        {"reglage", tavi::outils::commandeReglage},
+        {"site", tavi::outils::commandeSite},
+        {"applis", tavi::outils::commandeApplis},
         {"activite", tavi::outils::commandeActivite},
+        {"rejoindre", tavi::outils::commandeRejoindre},
     };
     return table;
 }
