@@ -115,17 +115,16 @@ public:
 
 private:
     struct Envoi;
+    struct LuAvantBattement;
 
-    void publierRegle(const std::optional<RegleMac>& candidate);
     void retirerVoile();
     void lireJeton();
     void rangerJeton(const std::string& jeton, std::function<void(bool)> suite = {});
     void lireEtatAgent(std::function<void()> suite = {});
     void enregistrerAgent(std::function<void()> suite = {});
-    void preparerBattement(std::function<void()> fini);
-    void envoyerBattement(Envoi envoi, std::function<void()> fini);
-    void finBattement(const std::shared_ptr<Envoi>& envoi, ResultatApi<std::string> reponse,
-                      std::function<void()> fini);
+    void envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
+                          std::function<void()> fini);
+    void finBattement(const Envoi& envoi, ResultatApi<std::string> reponse);
     nlohmann::json corpsPonctuel(bool actif, bool incertain) const;
     bool estNotreAppli(const Application& application) const;
     bool estLisible(const std::string& identifiant) const;
@@ -161,8 +160,11 @@ private:
     std::optional<std::string> listeEnvoyee_;
     std::optional<std::string> listeEnvoyeeEnCours_;
 
-    // Linux additions: the token in hand is not known until the secret store answers; a token
-    // the store refused; the login agent's last known state.
+    // Each pairing and each unpairing starts a new generation: an answer that comes back for an
+    // older one settles nothing.
+    std::uint64_t generation_ = 0;
+    // Whether the secret store has answered once; a token it refused to keep; the login
+    // agent's state as last read.
     bool jetonLu_ = false;
     std::optional<std::string> jetonAEcrire_;
     bool agentActif_ = false;

@@ -28,6 +28,13 @@ public:
     std::optional<nlohmann::json> prendre();
     // The batch taken last was not delivered: it goes back, merged with what came since.
     void echec();
+    // The batch taken last was delivered: it is dropped.
+    void acquitter() { enCours.clear(); }
+    // Forgets everything, collected and in flight: a history nobody asked for is not kept.
+    void vider() {
+        lot.clear();
+        enCours.clear();
+    }
 
 private:
     void fusionner(const std::string& cle, const Entree& entree);
