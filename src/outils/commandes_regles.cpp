@@ -44,7 +44,7 @@ std::string requise(Arguments& args, const std::string& option) {
 }
 
 void imprimerRegle(const std::optional<RegleMac>& regle) {
-    std::cout << regleEnJson(regle).dump() << '\n';
+    std::cout << ligneJson(regleEnJson(regle)) << '\n';
 }
 
 } // namespace
