@@ -1,24 +1,15 @@
-#include "support/dossier_temporaire.h"
-#include "support/processus.h"
+#include "famille_locale.h"
 #include "support/serveur_http.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 namespace tavi {
 namespace {
 
 using nlohmann::json;
-
-std::vector<std::string> lignes(const std::string& texte) {
-    std::vector<std::string> resultat;
-    std::istringstream flux(texte);
-    for (std::string ligne; std::getline(flux, ligne);)
-        resultat.push_back(ligne);
-    return resultat;
-}
+using test::lignes;
 
 // The agent's self-test against the reference family server, both as shipped: the server on
 // a free loopback port over a fresh base, the parents' commands on the same base. The agent
@@ -26,13 +17,10 @@ std::vector<std::string> lignes(const std::string& texte) {
 class AgentEtFamille : public testing::Test {
 protected:
     test::Sortie famille(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {TAVI_FAMILLE_BINAIRE, "--base", base()});
-        return test::executer(arguments);
+        return parents.commande(std::move(arguments));
     }
     json famille1(const std::vector<std::string>& arguments) {
-        test::Sortie s = famille(arguments);
-        EXPECT_EQ(s.statut, 0) << s.err;
-        return json::parse(s.out.substr(0, s.out.find('\n')), nullptr, false);
+        return parents.commande1(arguments);
     }
     test::Sortie essai(const std::string& adresse, const std::string& code) {
         return test::executer({TAVI_HOME_BINAIRE, "--essai-api", adresse, code}, "",
@@ -40,9 +28,9 @@ protected:
                                {"XDG_STATE_HOME", (dossier / "etat").string()},
                                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"}});
     }
-    std::string base() const { return (dossier / "famille.db").string(); }
 
-    test::DossierTemporaire dossier;
+    test::FamilleLocale parents;
+    const test::DossierTemporaire& dossier = parents.dossier();
 };
 
 TEST_F(AgentEtFamille, LEssaiApiRejointBatEtDemandeDuTempsAuServeurDeReference) {
@@ -52,11 +40,8 @@ TEST_F(AgentEtFamille, LEssaiApiRejointBatEtDemandeDuTempsAuServeurDeReference) 
     famille1({"rapports", "Léa", "applis", "on"});
     const std::string code = famille1({"code", "Léa"})["code"];
 
-    test::Processus serveur(
-        {TAVI_FAMILLE_BINAIRE, "--base", base(), "servir", "--adresse", "127.0.0.1:0"});
-    const json ecoute = json::parse(serveur.ligne(), nullptr, false);
-    ASSERT_TRUE(ecoute.contains("port")) << ecoute;
-    const std::string adresse = "http://127.0.0.1:" + std::to_string(ecoute["port"].get<int>());
+    ASSERT_TRUE(parents.servir());
+    const std::string adresse = parents.adresse();
 
     test::Sortie s = essai(adresse, code);
     ASSERT_EQ(s.statut, 0) << s.out << s.err;
@@ -88,7 +73,7 @@ TEST_F(AgentEtFamille, LEssaiApiRejointBatEtDemandeDuTempsAuServeurDeReference) 
     s = essai("pas une adresse", code);
     EXPECT_EQ(s.statut, 2);
     EXPECT_EQ(s.out, "");
-    EXPECT_EQ(serveur.arreter(), 0);
+    EXPECT_EQ(parents.arreter(), 0);
     EXPECT_FALSE(std::filesystem::exists(dossier / "etat")) << "the self-test kept state";
 }
 

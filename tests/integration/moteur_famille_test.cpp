@@ -1,0 +1,138 @@
+#include "app/agent_linux.h"
+#include "app/demarrage_indisponible.h"
+#include "app/etat_publie.h"
+#include "famille_locale.h"
+#include "platform/memoire/coffre_memoire.h"
+#include "platform/qt/boucle_qt.h"
+#include "platform/sqlite/reglages_sqlite.h"
+#include "support/application_qt.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace tavi {
+namespace {
+
+using nlohmann::json;
+using std::chrono::seconds;
+
+// The engine as the agent runs it (the Linux parts, libcurl, the Qt loop, SQLite in a
+// temporary folder, the console veil), with the token kept in memory, against `tavi-famille`
+// on a loopback port over a fresh base. Each test starts paired: the pairing's first
+// heartbeat has brought the rule set.
+class MoteurEtFamille : public testing::Test {
+protected:
+    void SetUp() override {
+        famille.preparerLea();
+        ASSERT_TRUE(famille.servir());
+        reglages.ecrire("serveur", famille.adresse());
+        agent = std::make_unique<AgentLinux>(*boucle, reglages, coffre, demarrage);
+        std::optional<ResultatApi<Rejoindre>> reponse;
+        moteur().rejoindre(famille.code(), [&](ResultatApi<Rejoindre> r) { reponse = r; });
+        ASSERT_TRUE(test::attendreQue([&] { return reponse.has_value(); }));
+        ASSERT_TRUE(*reponse) << decrire(reponse->error());
+        ASSERT_TRUE(moteur().consigne().has_value());
+    }
+    void TearDown() override {
+        agent.reset();
+        // The loop waits for its background work before the store and the secret go.
+        boucle.reset();
+    }
+
+    Moteur& moteur() { return agent->moteur(); }
+    json etat() { return json::parse(etatPublie(moteur()).dump()); }
+    // One heartbeat, to its end whatever its outcome.
+    void battre() {
+        bool fini = false;
+        moteur().battre([&] { fini = true; });
+        ASSERT_TRUE(test::attendreQue([&] { return fini; }, seconds(30)));
+    }
+
+    test::FamilleLocale famille;
+    test::DossierTemporaire dossier;
+    ReglagesSqlite reglages{dossier / "reglages.sqlite"};
+    CoffreMemoire coffre;
+    DemarrageIndisponible demarrage;
+    std::unique_ptr<BoucleQt> boucle = std::make_unique<BoucleQt>();
+    std::unique_ptr<AgentLinux> agent;
+};
+
+TEST_F(MoteurEtFamille, UnePauseDesParentsVoileLOrdinateurEnUnBattementEtSeLeveAvecElle) {
+    std::ostringstream sortie;
+    SortieEtat lignes(moteur(), sortie);
+    moteur().evaluer();
+    json e = etat();
+    EXPECT_EQ(e["relie"], true);
+    EXPECT_EQ(e["voile"], nullptr);
+    EXPECT_EQ(e["reste_secondes"], 90 * 60) << e;
+
+    famille.commande1({"pause", "Léa", "15", "--titre", "Goûter"});
+    battre();
+    e = etat();
+    EXPECT_EQ(e["voile"], json({{"motif", "pause"}, {"nom", nullptr}, {"cause", "pause_famille"}}));
+    ASSERT_TRUE(e["regle"].is_object()) << e;
+    EXPECT_EQ(e["regle"]["bloquer_tout"], true);
+    EXPECT_EQ(e["regle"]["titre"], "Goûter");
+
+    // Lifted on the parents' side, gone with the ticking engine's next heartbeat, which a wake
+    // brings forward to the next tick.
+    moteur().demarrer();
+    famille.commande1({"fin-pause", "Léa"});
+    moteur().auReveil();
+    ASSERT_TRUE(test::attendreQue([&] { return etat()["voile"].is_null(); }, seconds(10)));
+
+    // One line per state, never the same one twice in a row, however many ticks ran.
+    const auto l = test::lignes(sortie.str());
+    ASSERT_GE(l.size(), 3u) << sortie.str();
+    for (std::size_t i = 1; i < l.size(); ++i)
+        EXPECT_NE(l[i], l[i - 1]) << sortie.str();
+    EXPECT_NE(sortie.str().find(R"("voile":{"motif":"pause","nom":null,"cause":"pause_famille"})"),
+              std::string::npos)
+        << sortie.str();
+    EXPECT_EQ(json::parse(l.back())["voile"], nullptr);
+}
+
+TEST_F(MoteurEtFamille, LesDemandesDeLEnfantArriventChezLesParentsEtLaTirelireServeTout) {
+    bool fini = false;
+    moteur().demanderTemps(15, [&] { fini = true; });
+    ASSERT_TRUE(test::attendreQue([&] { return fini; }));
+    EXPECT_EQ(moteur().messageVoile(), "C'est envoyé ! Tes parents vont répondre.");
+    const json demande = famille.commande1({"demandes", "Léa"});
+    EXPECT_EQ(demande["demande"]["minutes"], 15) << demande;
+
+    // The piggy bank's minutes are in the rule set as soon as the use is answered: the heartbeat
+    // that brings them does not wait for the cadence.
+    ASSERT_LE(moteur().consigne()->resteJourMin.value_or(0), 90);
+    fini = false;
+    moteur().utiliserTirelire(10, [&] { fini = true; });
+    ASSERT_TRUE(test::attendreQue([&] { return fini; }));
+    EXPECT_GT(moteur().consigne()->resteJourMin.value_or(0), 99) << "not fetched at once";
+    EXPECT_EQ(moteur().messageVoile(), "10 min de ta tirelire : c'est parti !");
+
+    // More than is left: the server's refusal is what the child reads, and nothing changes.
+    fini = false;
+    moteur().utiliserTirelire(50, [&] { fini = true; });
+    ASSERT_TRUE(test::attendreQue([&] { return fini; }));
+    EXPECT_EQ(moteur().messageVoile(), "Pas assez de minutes dans ta tirelire.");
+    EXPECT_EQ(famille.commande1({"rapport", "Léa"})["enfant"]["tirelire_min"], 10);
+}
+
+TEST_F(MoteurEtFamille, LAgentSurvitAuRedemarrageDuServeur) {
+    const std::int64_t avant = moteur().derniereNouvelleMs();
+    ASSERT_EQ(famille.arreter(), 0);
+    battre();
+    EXPECT_EQ(moteur().derniereNouvelleMs(), avant) << "a heartbeat got through a stopped server";
+    EXPECT_TRUE(moteur().relie());
+
+    // The parents act while the server is down; the agent learns it once it is back.
+    famille.commande1({"pause", "Léa", "5"});
+    ASSERT_TRUE(famille.servir());
+    battre();
+    EXPECT_GT(moteur().derniereNouvelleMs(), avant);
+    EXPECT_EQ(etat()["voile"]["motif"], "pause");
+}
+
+} // namespace
+} // namespace tavi

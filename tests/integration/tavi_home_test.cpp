@@ -1,0 +1,191 @@
+#include "famille_locale.h"
+#include "support/serveur_brut.h"
+#include "support/serveur_http.h"
+
+#include <chrono>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+namespace tavi {
+namespace {
+
+using nlohmann::json;
+
+// The shipped programs as a family uses them: `tavi reglage serveur` and `tavi rejoindre` pair
+// the computer, `tavi-home --sans-interface` runs the agent. They run with their own home,
+// state and configuration folders, no display and no session bus, so the token goes to the
+// fallback file of the temporary state folder.
+class TaviHomeSansInterface : public testing::Test {
+protected:
+    std::map<std::string, std::string> environnement() const {
+        const auto& d = famille.dossier();
+        return {{"HOME", (d / "maison").string()},
+                {"XDG_STATE_HOME", (d / "etat").string()},
+                {"XDG_CONFIG_HOME", (d / "config").string()},
+                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"},
+                {"DISPLAY", ""},
+                {"WAYLAND_DISPLAY", ""},
+                {"TAVI_DEMARRAGE", "xdg"}};
+    }
+    test::Sortie tavi(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), TAVI_BINAIRE);
+        return test::executer(arguments, "", environnement());
+    }
+    std::unique_ptr<test::Processus> agent() {
+        return std::make_unique<test::Processus>(
+            std::vector<std::string>{TAVI_HOME_BINAIRE, "--sans-interface"}, environnement());
+    }
+    // Reads state lines until one satisfies `condition`; null when the agent ends or stays
+    // silent for 10 s first.
+    static json attendreLigne(test::Processus& p,
+                              const std::function<bool(const json&)>& condition) {
+        for (std::string ligne = p.ligne(); !ligne.empty(); ligne = p.ligne()) {
+            json etat = json::parse(ligne, nullptr, false);
+            EXPECT_FALSE(etat.is_discarded()) << ligne;
+            if (condition(etat)) return etat;
+        }
+        return nullptr;
+    }
+    // The engine counts as paired from its store at once, but sends nothing before its token
+    // comes from the secret store (here a file, in a few milliseconds): a stop signalled before
+    // that ends the agent without a report.
+    static void laisserLireLeJeton() {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    }
+    // SIGTERM, and how long the agent took to end.
+    static std::pair<int, std::chrono::milliseconds> arreter(test::Processus& p) {
+        const auto debut = std::chrono::steady_clock::now();
+        const int statut = p.arreter();
+        return {statut, std::chrono::duration_cast<std::chrono::milliseconds>(
+                            std::chrono::steady_clock::now() - debut)};
+    }
+
+    test::FamilleLocale famille;
+};
+
+TEST_F(TaviHomeSansInterface, RejointPublieSonEtatEtSignaleSonArret) {
+    famille.preparerLea();
+    ASSERT_TRUE(famille.servir());
+    ASSERT_EQ(tavi({"reglage", "serveur", famille.adresse()}).statut, 0);
+
+    // Unpaired, SIGTERM ends it at once; its first line says it is not paired.
+    auto p = agent();
+    json etat = attendreLigne(*p, [](const json&) { return true; });
+    EXPECT_EQ(etat, json({{"relie", false},
+                          {"regle", nullptr},
+                          {"voile", nullptr},
+                          {"reste_secondes", nullptr},
+                          {"message", nullptr}}));
+    EXPECT_EQ(arreter(*p).first, 0);
+
+    // Paired while the family pauses: the pairing's heartbeat brings the pause, and the agent
+    // shows it from its first line. (A paired agent's first heartbeat of its own comes 30 s
+    // after it starts: it finds no token in hand at its first tick.)
+    famille.commande1({"pause", "Léa", "15"});
+    const std::string code = famille.code();
+    test::Sortie s = tavi({"rejoindre", code});
+    ASSERT_EQ(s.statut, 0) << s.err;
+    const json rejoint = json::parse(s.out, nullptr, false);
+    EXPECT_EQ(rejoint["prenom"], "Léa") << s.out;
+    EXPECT_TRUE(rejoint["ordinateur"]["id"].is_string()) << s.out;
+    s = tavi({"rejoindre", code});
+    EXPECT_EQ(s.statut, 1);
+    EXPECT_NE(s.err.find("tavi: 400 Code inconnu ou expiré.\n"), std::string::npos) << s.err;
+    EXPECT_EQ(tavi({"rejoindre"}).statut, 2);
+    EXPECT_EQ(tavi({"rejoindre", code, "encore"}).statut, 2);
+
+    p = agent();
+    etat = attendreLigne(*p, [](const json& e) { return e["voile"].is_object(); });
+    EXPECT_EQ(etat["relie"], true);
+    EXPECT_EQ(etat["voile"]["motif"], "pause") << etat;
+    EXPECT_EQ(etat["regle"]["cause"], "pause_famille") << etat;
+    EXPECT_EQ(etat["reste_secondes"], 90 * 60) << etat;
+    // The secret went to the temporary state folder, nowhere else.
+    EXPECT_TRUE(std::filesystem::exists(famille.dossier() / "etat" / "tavi-home" / "secrets"));
+
+    laisserLireLeJeton();
+
+    EXPECT_EQ(arreter(*p).first, 0);
+    const json rapport =
+        json::parse(test::lignes(famille.commande({"rapport", "Léa"}).out).at(1), nullptr, false);
+    EXPECT_EQ(rapport["ordinateur"].value("pourquoi", ""), "arrêt signalé") << rapport;
+}
+
+TEST_F(TaviHomeSansInterface, UnServeurMuetNeRetientPasLArretAuDelaDeQuatreSecondes) {
+    famille.preparerLea();
+    ASSERT_TRUE(famille.servir());
+    ASSERT_EQ(tavi({"reglage", "serveur", famille.adresse()}).statut, 0);
+    ASSERT_EQ(tavi({"rejoindre", famille.code()}).statut, 0);
+
+    // A server that takes every request and never answers.
+    std::mutex verrou;
+    std::vector<std::string> recues;
+    test::ServeurBrut muet([&](int socket, const std::atomic<bool>& arret) {
+        std::string requete = test::ServeurBrut::lireRequete(socket);
+        {
+            std::lock_guard garde(verrou);
+            recues.push_back(std::move(requete));
+        }
+        while (!arret)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    });
+    ASSERT_EQ(tavi({"reglage", "serveur", muet.adresse()}).statut, 0);
+    auto p = agent();
+    ASSERT_FALSE(attendreLigne(*p, [](const json& e) { return e["relie"] == true; }).is_null());
+    laisserLireLeJeton();
+    const auto [statut, duree] = arreter(*p);
+    EXPECT_EQ(statut, 0);
+    // Not a speed: without its own bound the report would hold the agent for libcurl's 20 s.
+    EXPECT_LT(duree, std::chrono::seconds(10));
+    std::lock_guard garde(verrou);
+    ASSERT_EQ(recues.size(), 1u) << "the stop report was not sent";
+    EXPECT_NE(recues[0].find("POST /api/enfant/battement"), std::string::npos) << recues[0];
+    EXPECT_NE(recues[0].find(R"("actif":false)"), std::string::npos) << recues[0];
+}
+
+// A server whose texts carry terminal controls: what the programs print from them is JSON a
+// terminal shows as it stands, with the controls escaped.
+TEST_F(TaviHomeSansInterface, LeTexteDUnServeurHostileSortEchappe) {
+    const std::string hostile = "\x1b]0;titre\x07\x1b[2J\r\n\x7f\xc2\x9b"
+                                "31m\xff";
+    test::ServeurHttp serveur;
+    serveur.route("POST", "/api/auth/ordinateur", [&](const auto&, auto& res) {
+        res.set_content(json{{"jeton", "jeton-tres-secret"},
+                             {"enfant", {{"id", "e1"}, {"prenom", "Léa" + hostile}}},
+                             {"ordinateur", {{"id", "o7"}, {"nom", hostile}}}}
+                            .dump(-1, ' ', false, json::error_handler_t::replace),
+                        "application/json");
+    });
+    serveur.route("POST", "/api/enfant/battement", [&](const auto&, auto& res) {
+        res.set_content(json{{"heure_serveur_ms", 1'795'442'223'946},
+                             {"protege_maintenant", true},
+                             {"cause", "pause_famille"},
+                             {"titre", hostile},
+                             {"fin_ms", 4'000'000'000'000},
+                             {"regle", {{"mode", "tout"}}}}
+                            .dump(-1, ' ', false, json::error_handler_t::replace),
+                        "application/json");
+    });
+    serveur.demarrer();
+    ASSERT_EQ(tavi({"reglage", "serveur", serveur.adresse()}).statut, 0);
+    test::Sortie s = tavi({"rejoindre", "ABCD2345"});
+    ASSERT_EQ(s.statut, 0) << s.err;
+    auto p = agent();
+    const std::string ligne = p->ligne();
+    for (const std::string& sortie : {s.out.substr(0, s.out.size() - 1), ligne}) {
+        for (const char* brut : {"\x1b", "\x07", "\r", "\x7f", "\xc2\x9b", "\xff"})
+            EXPECT_EQ(sortie.find(brut), std::string::npos) << int(brut[0]) << " in " << sortie;
+        EXPECT_EQ(sortie.find('\n'), std::string::npos);
+        EXPECT_NE(sortie.find(R"(\u001b[2J\r\n\u007f\u009b31m)"), std::string::npos) << sortie;
+    }
+    EXPECT_EQ(json::parse(s.out)["prenom"],
+              "Léa" + hostile.substr(0, hostile.size() - 1) + "\xef\xbf\xbd");
+    EXPECT_EQ(json::parse(ligne)["regle"]["titre"].get<std::string>().substr(0, 4), "\x1b]0;");
+}
+
+} // namespace
+} // namespace tavi
