@@ -1,6 +1,7 @@
 #include "base_temporaire.h"
 #include "observation/compteur.h"
 #include "platform/sqlite/reglages_sqlite.h"
+#include "session_active.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>
@@ -9,23 +10,9 @@
 
 using namespace tavi;
 using tavi::bench::BaseTemporaire;
+using tavi::bench::SessionActive;
 
 namespace {
-
-// A session where the child is at the keyboard.
-class SessionActive : public Session {
-public:
-    std::unique_ptr<Abonnement> observer(std::function<void(EvenementSession)>) override {
-        return std::make_unique<Abonnement>();
-    }
-    std::optional<bool> ecranVerrouille() const override { return false; }
-    std::optional<bool> surConsole() const override { return true; }
-    std::optional<double> secondesInactivite() const override { return 1.0; }
-    std::optional<bool> veilleEcranRetenue() const override { return false; }
-    std::optional<bool> ecransEnVeille() const override { return false; }
-    std::optional<bool> sessionActive() const override { return true; }
-    std::string typeSession() const override { return "x11"; }
-};
 
 constexpr std::int64_t midi = 1'795'000'000'000;
 
