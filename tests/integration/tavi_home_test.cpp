@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <mutex>
@@ -145,6 +146,22 @@ TEST_F(TaviHomeSansInterface, UnServeurMuetNeRetientPasLArretAuDelaDeQuatreSecon
     ASSERT_EQ(recues.size(), 1u) << "the stop report was not sent";
     EXPECT_NE(recues[0].find("POST /api/enfant/battement"), std::string::npos) << recues[0];
     EXPECT_NE(recues[0].find(R"("actif":false)"), std::string::npos) << recues[0];
+}
+
+// No Secret Service, and a fallback folder that cannot be made: the token would live only in
+// the process, so the pairing is undone and the command fails.
+TEST_F(TaviHomeSansInterface, UnTrousseauQuiRefuseLeJetonAnnuleLAppairage) {
+    famille.preparerLea();
+    ASSERT_TRUE(famille.servir());
+    ASSERT_EQ(tavi({"reglage", "serveur", famille.adresse()}).statut, 0);
+    std::ofstream(famille.dossier() / "etat" / "tavi-home" / "secrets") << "pas un dossier";
+
+    test::Sortie s = tavi({"rejoindre", famille.code()});
+    EXPECT_EQ(s.statut, 1) << s.out << s.err;
+    EXPECT_EQ(s.out, "");
+    EXPECT_NE(s.err.find("le trousseau refuse le jeton"), std::string::npos) << s.err;
+    EXPECT_EQ(tavi({"reglage", "ordinateur_id"}).out, "null\n");
+    EXPECT_EQ(tavi({"reglage", "prenom"}).out, "null\n");
 }
 
 // A server whose texts carry terminal controls: what the programs print from them is JSON a
