@@ -34,6 +34,7 @@ bool estActif(const std::optional<Interrupteur>& interrupteur) {
 struct Moteur::Envoi {
     nlohmann::json corps;
     bool avecSites = false;
+    bool avecListe = false;
     std::int64_t envoi = 0;
     double secondesAuDepart = 0;
     std::uint64_t generation = 0;
@@ -135,6 +136,7 @@ void Moteur::envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
         if (listeEnvoyee_ != empreinte) {
             corps["applis_installees"] = ListeApplis::enregistrements(*lu.liste);
             listeEnvoyeeEnCours_ = std::move(empreinte);
+            envoi->avecListe = true;
         }
     }
 
@@ -154,7 +156,9 @@ void Moteur::finBattement(const Envoi& envoi, ResultatApi<std::string> reponse) 
     if (reponse) {
         if (envoi.avecSites) historique_.acquitter();
         refus401_ = 0;
-        if (listeEnvoyeeEnCours_) {
+        // Only the heartbeat that carried the list acknowledges it: a later one that got
+        // through without it says nothing of a list that failed.
+        if (envoi.avecListe && listeEnvoyeeEnCours_) {
             listeEnvoyee_ = std::move(listeEnvoyeeEnCours_);
             listeEnvoyeeEnCours_.reset();
         }

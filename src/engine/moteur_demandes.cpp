@@ -116,7 +116,11 @@ void Moteur::lireJeton() {
         const bool premiereLecture = !jetonLu_;
         jetonLu_ = true;
         if (jeton) {
-            if (!api_.jeton()) api_.definirJeton(*jeton);
+            if (!api_.jeton()) {
+                api_.definirJeton(*jeton);
+                // The heartbeats held back for it go at the next tick, not a full period later.
+                prochainBattement_ = 0;
+            }
             relie_ = true;
         } else if (relie_ && premiereLecture) {
             journaliser("Tavi Home : relié mais sans jeton lisible dans le trousseau ; la "

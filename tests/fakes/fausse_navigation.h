@@ -14,12 +14,18 @@
 namespace tavi::test {
 
 // Browsers that answer what the test sets (`aucune` by default), from any thread. A browser
-// of `bloques` hangs until `liberer`, like one stuck on a dialog; one of `enPanne` throws.
+// of `bloques` hangs until `liberer`, like one stuck on a dialog; one of `enPanne` throws; one
+// of `inconnus` is one this reader cannot read at all.
 class FausseNavigation : public Navigation {
 public:
     std::map<std::string, Lecture> reponses;
     std::set<std::string> bloques;
     std::set<std::string> enPanne;
+    std::set<std::string> inconnus;
+
+    bool sait(const std::string& identifiant) const override {
+        return !inconnus.count(identifiant);
+    }
 
     Lecture lire(const std::string& identifiant) override {
         std::unique_lock verrou(mutex);

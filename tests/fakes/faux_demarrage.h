@@ -1,0 +1,31 @@
+#pragma once
+
+#include "platform/demarrage.h"
+
+#include <atomic>
+
+namespace tavi::test {
+
+// A login agent in memory, from any thread: counts registrations and removals; `refuser`
+// makes a registration fail and leave it inactive.
+class FauxDemarrage : public Demarrage {
+public:
+    std::atomic<bool> enregistre{false};
+    std::atomic<bool> refuser{false};
+    std::atomic<int> enregistrements{0};
+    std::atomic<int> desenregistrements{0};
+
+    bool actif() const override { return enregistre; }
+    std::optional<std::string> enregistrer() override {
+        ++enregistrements;
+        if (refuser) return "le gestionnaire de services refuse";
+        enregistre = true;
+        return std::nullopt;
+    }
+    void desenregistrer() override {
+        ++desenregistrements;
+        enregistre = false;
+    }
+};
+
+} // namespace tavi::test
