@@ -1,9 +1,9 @@
-#include "app/demarrage_indisponible.h"
 #include "base_temporaire.h"
 #include "engine/moteur.h"
 #include "engine/voile_console.h"
 #include "platform/linux/applications_xdg.h"
 #include "platform/linux/categories_xdg.h"
+#include "platform/linux/demarrage_linux.h"
 #include "platform/linux/horloges_linux.h"
 #include "platform/linux/navigation_linux.h"
 #include "platform/linux/systeme_linux.h"
@@ -117,7 +117,12 @@ void ticMoteur(benchmark::State& etat) {
     ApplicationsXdg applications(EnvironnementXdg::duProcessus());
     CategoriesXdg categories;
     SystemeLinux systeme;
-    DemarrageIndisponible demarrage;
+    // The login entry, as the demo writes it, in the bench's own folder.
+    OptionsDemarrage entree;
+    entree.executable = "/usr/bin/tavi-home";
+    entree.configMaison = base.fichier().parent_path();
+    entree.mode = ModeDemarrage::xdg;
+    DemarrageLinux demarrage(entree);
     // After the parts its background work uses: it waits for that work before they go.
     BoucleQt boucle;
     auto moteur = std::make_unique<Moteur>(

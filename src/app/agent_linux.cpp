@@ -1,8 +1,8 @@
 #include "app/agent_linux.h"
 
-#include "app/demarrage_indisponible.h"
 #include "commun/journal.h"
 #include "engine/voile_console.h"
+#include "platform/linux/demarrage_linux.h"
 #include "platform/linux/dossiers_linux.h"
 #include "platform/linux/environnement_xdg.h"
 #include "server/transport_curl.h"
@@ -57,6 +57,9 @@ public:
 // The session's login agent, counting the removals it has carried out.
 class AgentDeSession::DemarrageSuivi : public Demarrage {
 public:
+    explicit DemarrageSuivi(std::unique_ptr<Demarrage> leDemarrage)
+        : demarrage(std::move(leDemarrage)) {}
+
     bool actif() const override { return demarrage->actif(); }
     std::optional<std::string> enregistrer() override { return demarrage->enregistrer(); }
     void desenregistrer() override {
@@ -64,7 +67,7 @@ public:
         ++retraits;
     }
 
-    std::unique_ptr<Demarrage> demarrage = std::make_unique<DemarrageIndisponible>();
+    std::unique_ptr<Demarrage> demarrage;
     std::atomic<int> retraits = 0;
 };
 
@@ -77,11 +80,17 @@ std::unique_ptr<ReglagesSqlite> reglagesDeSession() {
     return std::make_unique<ReglagesSqlite>(ReglagesSqlite::enMemoire);
 }
 
+std::unique_ptr<Demarrage> demarrageDeSession(std::optional<std::filesystem::path> executable) {
+    OptionsDemarrage options = DemarrageLinux::duProcessus().options();
+    if (executable) options.executable = std::move(*executable);
+    return std::make_unique<DemarrageLinux>(std::move(options));
+}
+
 } // namespace
 
-AgentDeSession::AgentDeSession(Boucle& boucle)
+AgentDeSession::AgentDeSession(Boucle& boucle, std::optional<std::filesystem::path> executableAgent)
     : boucle_(boucle), reglages_(reglagesDeSession()), coffre_(std::make_unique<CoffreSuivi>()),
-      demarrage_(std::make_unique<DemarrageSuivi>()),
+      demarrage_(std::make_unique<DemarrageSuivi>(demarrageDeSession(std::move(executableAgent)))),
       agent_(std::make_unique<AgentLinux>(boucle, *reglages_, *coffre_, *demarrage_)) {}
 
 AgentDeSession::~AgentDeSession() {

@@ -11,8 +11,10 @@
 #include "platform/reglages.h"
 #include "platform/sqlite/reglages_sqlite.h"
 
+#include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace tavi {
 
@@ -45,7 +47,9 @@ private:
 // pairs.
 class AgentDeSession {
 public:
-    explicit AgentDeSession(Boucle& boucle);
+    // `executableAgent`: what the login agent starts; absent, this process's executable.
+    explicit AgentDeSession(Boucle& boucle,
+                            std::optional<std::filesystem::path> executableAgent = std::nullopt);
     ~AgentDeSession();
     AgentDeSession(const AgentDeSession&) = delete;
     AgentDeSession& operator=(const AgentDeSession&) = delete;

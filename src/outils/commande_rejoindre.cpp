@@ -8,6 +8,7 @@
 
 #include <QCoreApplication>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 
 namespace tavi::outils {
@@ -20,6 +21,18 @@ constexpr std::size_t longueurMaxCode = 64;
 
 // A keyring that hangs gets the time of its own D-Bus bound, and a little more.
 constexpr std::chrono::seconds attenteRetraits{30};
+
+// What the login agent is to start: tavi-home installed beside this program, else the one built
+// with it. Named as the agent names itself, so that it recognises its own entry.
+std::filesystem::path executableAgent() {
+    std::error_code erreur;
+    const auto ici = std::filesystem::read_symlink("/proc/self/exe", erreur);
+    const auto voisin = ici.parent_path() / "tavi-home";
+    for (const std::filesystem::path& candidat :
+         {voisin, std::filesystem::path(TAVI_HOME_CONSTRUIT)})
+        if (auto chemin = std::filesystem::canonical(candidat, erreur); !erreur) return chemin;
+    return voisin;
+}
 
 } // namespace
 
@@ -35,7 +48,7 @@ int commandeRejoindre(const std::vector<std::string>& arguments) {
     char* argv[] = {nom, nullptr};
     QCoreApplication application(argc, argv);
     BoucleQt boucle;
-    AgentDeSession agent(boucle);
+    AgentDeSession agent(boucle, executableAgent());
     // From here on background work holds the agent's parts: the process ends by
     // `finirProcessus`, never by unwinding.
     if (!agent.persistant()) {

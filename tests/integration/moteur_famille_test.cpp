@@ -1,7 +1,7 @@
 #include "app/agent_linux.h"
-#include "app/demarrage_indisponible.h"
 #include "app/etat_publie.h"
 #include "famille_locale.h"
+#include "platform/linux/demarrage_linux.h"
 #include "platform/memoire/coffre_memoire.h"
 #include "platform/qt/boucle_qt.h"
 #include "platform/sqlite/reglages_sqlite.h"
@@ -18,10 +18,10 @@ namespace {
 using nlohmann::json;
 using std::chrono::seconds;
 
-// The engine as the agent runs it (the Linux parts, libcurl, the Qt loop, SQLite in a
-// temporary folder, the console veil), with the token kept in memory, against `tavi-famille`
-// on a loopback port over a fresh base. Each test starts paired: the pairing's first
-// heartbeat has brought the rule set.
+// The engine as the agent runs it (the Linux parts, libcurl, the Qt loop, SQLite and the login
+// agent's autostart entry in a temporary folder, the console veil), with the token kept in memory,
+// against `tavi-famille` on a loopback port over a fresh base. Each test starts paired: the
+// pairing's first heartbeat has brought the rule set.
 class MoteurEtFamille : public testing::Test {
 protected:
     void SetUp() override {
@@ -54,7 +54,14 @@ protected:
     test::DossierTemporaire dossier;
     ReglagesSqlite reglages{dossier / "reglages.sqlite"};
     CoffreMemoire coffre;
-    DemarrageIndisponible demarrage;
+    // The login agent as an autostart entry in the temporary folder.
+    DemarrageLinux demarrage{[this] {
+        OptionsDemarrage options;
+        options.executable = TAVI_HOME_BINAIRE;
+        options.configMaison = dossier / "config";
+        options.mode = ModeDemarrage::xdg;
+        return options;
+    }()};
     std::unique_ptr<BoucleQt> boucle = std::make_unique<BoucleQt>();
     std::unique_ptr<AgentLinux> agent;
 };
@@ -117,6 +124,12 @@ TEST_F(MoteurEtFamille, LesDemandesDeLEnfantArriventChezLesParentsEtLaTirelireSe
     ASSERT_TRUE(test::attendreQue([&] { return fini; }));
     EXPECT_EQ(moteur().messageVoile(), "Pas assez de minutes dans ta tirelire.");
     EXPECT_EQ(famille.commande1({"rapport", "Léa"})["enfant"]["tirelire_min"], 10);
+
+    // The pairing registered the login agent, and the heartbeats say so to the parents.
+    EXPECT_TRUE(moteur().agentActif());
+    const auto rapport = test::lignes(famille.commande({"rapport", "Léa"}).out);
+    ASSERT_GE(rapport.size(), 2u);
+    EXPECT_EQ(json::parse(rapport[1])["ordinateur"]["demarrage_auto"], true) << rapport[1];
 }
 
 TEST_F(MoteurEtFamille, LAgentSurvitAuRedemarrageDuServeur) {

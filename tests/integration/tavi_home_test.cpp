@@ -1,4 +1,5 @@
 #include "famille_locale.h"
+#include "support/application_qt.h"
 #include "support/serveur_brut.h"
 #include "support/serveur_http.h"
 
@@ -6,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -51,12 +53,6 @@ protected:
         }
         return nullptr;
     }
-    // The engine counts as paired from its store at once, but sends nothing before its token
-    // comes from the secret store (here a file, in a few milliseconds): a stop signalled before
-    // that ends the agent without a report.
-    static void laisserLireLeJeton() {
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    }
     // SIGTERM, and how long the agent took to end.
     static std::pair<int, std::chrono::milliseconds> arreter(test::Processus& p) {
         const auto debut = std::chrono::steady_clock::now();
@@ -83,10 +79,6 @@ TEST_F(TaviHomeSansInterface, RejointPublieSonEtatEtSignaleSonArret) {
                           {"message", nullptr}}));
     EXPECT_EQ(arreter(*p).first, 0);
 
-    // Paired while the family pauses: the pairing's heartbeat brings the pause, and the agent
-    // shows it from its first line. (A paired agent's first heartbeat of its own comes 30 s
-    // after it starts: it finds no token in hand at its first tick.)
-    famille.commande1({"pause", "Léa", "15"});
     const std::string code = famille.code();
     test::Sortie s = tavi({"rejoindre", code});
     ASSERT_EQ(s.statut, 0) << s.err;
@@ -98,17 +90,24 @@ TEST_F(TaviHomeSansInterface, RejointPublieSonEtatEtSignaleSonArret) {
     EXPECT_NE(s.err.find("tavi: 400 Code inconnu ou expiré.\n"), std::string::npos) << s.err;
     EXPECT_EQ(tavi({"rejoindre"}).statut, 2);
     EXPECT_EQ(tavi({"rejoindre", code, "encore"}).statut, 2);
+    // The secret went to the temporary state folder, and the login entry, which starts
+    // tavi-home, to the temporary configuration folder.
+    EXPECT_TRUE(std::filesystem::exists(famille.dossier() / "etat" / "tavi-home" / "secrets"));
+    std::ifstream entree(famille.dossier() / "config" / "autostart" / "com.tavi.home.desktop");
+    const std::string texteEntree{std::istreambuf_iterator<char>(entree), {}};
+    EXPECT_NE(texteEntree.find(std::filesystem::canonical(TAVI_HOME_BINAIRE).string()),
+              std::string::npos)
+        << texteEntree;
 
+    // The family pauses the computer once the agent runs: its first heartbeat brings the pause.
     p = agent();
+    ASSERT_FALSE(attendreLigne(*p, [](const json& e) { return e["relie"] == true; }).is_null());
+    famille.commande1({"pause", "Léa", "15"});
     etat = attendreLigne(*p, [](const json& e) { return e["voile"].is_object(); });
     EXPECT_EQ(etat["relie"], true);
     EXPECT_EQ(etat["voile"]["motif"], "pause") << etat;
     EXPECT_EQ(etat["regle"]["cause"], "pause_famille") << etat;
     EXPECT_EQ(etat["reste_secondes"], 90 * 60) << etat;
-    // The secret went to the temporary state folder, nowhere else.
-    EXPECT_TRUE(std::filesystem::exists(famille.dossier() / "etat" / "tavi-home" / "secrets"));
-
-    laisserLireLeJeton();
 
     EXPECT_EQ(arreter(*p).first, 0);
     const json rapport =
@@ -137,15 +136,19 @@ TEST_F(TaviHomeSansInterface, UnServeurMuetNeRetientPasLArretAuDelaDeQuatreSecon
     ASSERT_EQ(tavi({"reglage", "serveur", muet.adresse()}).statut, 0);
     auto p = agent();
     ASSERT_FALSE(attendreLigne(*p, [](const json& e) { return e["relie"] == true; }).is_null());
-    laisserLireLeJeton();
+    // Its token is in hand once its first heartbeat reached the server.
+    ASSERT_TRUE(test::attendreQue([&] {
+        std::lock_guard garde(verrou);
+        return !recues.empty();
+    }));
     const auto [statut, duree] = arreter(*p);
     EXPECT_EQ(statut, 0);
     // Not a speed: without its own bound the report would hold the agent for libcurl's 20 s.
     EXPECT_LT(duree, std::chrono::seconds(10));
     std::lock_guard garde(verrou);
-    ASSERT_EQ(recues.size(), 1u) << "the stop report was not sent";
-    EXPECT_NE(recues[0].find("POST /api/enfant/battement"), std::string::npos) << recues[0];
-    EXPECT_NE(recues[0].find(R"("actif":false)"), std::string::npos) << recues[0];
+    ASSERT_EQ(recues.size(), 2u) << "the stop report was not sent";
+    EXPECT_NE(recues[1].find("POST /api/enfant/battement"), std::string::npos) << recues[1];
+    EXPECT_NE(recues[1].find(R"("actif":false)"), std::string::npos) << recues[1];
 }
 
 // No Secret Service, and a fallback folder that cannot be made: the token would live only in
@@ -162,6 +165,8 @@ TEST_F(TaviHomeSansInterface, UnTrousseauQuiRefuseLeJetonAnnuleLAppairage) {
     EXPECT_NE(s.err.find("le trousseau refuse le jeton"), std::string::npos) << s.err;
     EXPECT_EQ(tavi({"reglage", "ordinateur_id"}).out, "null\n");
     EXPECT_EQ(tavi({"reglage", "prenom"}).out, "null\n");
+    EXPECT_FALSE(std::filesystem::exists(famille.dossier() / "config" / "autostart" /
+                                         "com.tavi.home.desktop"));
 }
 
 // A server whose texts carry terminal controls: what the programs print from them is JSON a
