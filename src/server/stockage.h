@@ -13,7 +13,7 @@
 namespace tavi {
 
 // The agent's plain state in the defaults store: every read goes to the store, nothing is
-// cached here, so a change made elsewhere is seen at once.
+// cached here, so a change made elsewhere is seen as soon as the store sees it.
 namespace Stockage {
 
 // Used when the defaults hold no valid "serveur": an administrator sets the real address with

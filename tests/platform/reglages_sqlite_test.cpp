@@ -112,9 +112,11 @@ TEST(ReglagesSqlite, RendChaqueTypeOctetPourOctetApresReouvertureEtRienDAutre) {
     EXPECT_FALSE(rouvert.texte("donnees"));
     EXPECT_EQ(rouvert.echecs(), 0);
 
-    // `tavi reglage` writes through a connection of its own; nothing is cached here.
+    // `tavi reglage` writes through a connection of its own: seen once what was read is stale.
+    ReglagesSqlite frais(fichier, std::chrono::milliseconds(0));
+    EXPECT_FALSE(frais.lire("serveur"));
     ReglagesSqlite(fichier).ecrire("serveur", std::string("https://famille.example"));
-    EXPECT_EQ(rouvert.texte("serveur"), "https://famille.example");
+    EXPECT_EQ(frais.texte("serveur"), "https://famille.example");
 }
 
 TEST(ReglagesSqlite, RefuseUneValeurQuIlNeGarderaitPasFidelementEtGardeLAncienne) {
@@ -130,6 +132,12 @@ TEST(ReglagesSqlite, RefuseUneValeurQuIlNeGarderaitPasFidelementEtGardeLAncienne
 }
 
 TEST(ReglagesSqlite, UnGroupeEcritToutOuRienEtRendLExceptionDeSonAppelant) {
+    auto verifier = [](const ReglagesSqlite& reglages) {
+        EXPECT_EQ(reglages.nombre("exterieur"), 1.0);
+        EXPECT_EQ(reglages.nombre("h_ar"), 200.0);
+        EXPECT_FALSE(reglages.lire("perdu"));
+        EXPECT_EQ(reglages.nombre("apres"), 1.0);
+    };
     DossierTemporaire dossier;
     const auto fichier = dossier / "reglages.sqlite";
     {
@@ -155,12 +163,10 @@ TEST(ReglagesSqlite, UnGroupeEcritToutOuRienEtRendLExceptionDeSonAppelant) {
         };
         EXPECT_THROW(echoue(), std::logic_error);
         reglages.ecrire("apres", 1.0);
+        verifier(reglages); // what it keeps in memory must not hold an undone write
     }
     ReglagesSqlite reglages(fichier);
-    EXPECT_EQ(reglages.nombre("exterieur"), 1.0);
-    EXPECT_EQ(reglages.nombre("h_ar"), 200.0);
-    EXPECT_FALSE(reglages.lire("perdu"));
-    EXPECT_EQ(reglages.nombre("apres"), 1.0);
+    verifier(reglages);
 }
 
 TEST(ReglagesSqlite, UnFichierAbimeEstMisDeCoteIntactAvecSonJournalEtRemplaceParUnNeuf) {

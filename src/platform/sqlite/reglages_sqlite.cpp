@@ -146,7 +146,8 @@ ReglagesSqlite::ReglagesSqlite(EnMemoire) {
     ouvrirEnMemoire();
 }
 
-ReglagesSqlite::ReglagesSqlite(const fs::path& fichier) {
+ReglagesSqlite::ReglagesSqlite(const fs::path& fichier, std::chrono::milliseconds duree)
+    : fraicheur(duree) {
     const auto nom = fichier.string();
     auto memoire = [&](const std::string& pourquoi) {
         journaliser("defaults: " + pourquoi + "; keeping the defaults in memory for this run");
@@ -283,13 +284,34 @@ bool ReglagesSqlite::appliquer(sqlite3_stmt* requete) {
 }
 
 std::optional<Valeur> ReglagesSqlite::lire(const std::string& cle) const {
+    if (auto it = enAttente.find(cle); it != enAttente.end()) return it->second;
+    const auto maintenant = std::chrono::steady_clock::now();
+    if (auto it = lus.find(cle); it != lus.end() && maintenant - it->second.quand < fraicheur)
+        return it->second.valeur;
     if (!base || lierTexte(requeteLire, 1, cle) != SQLITE_OK) return std::nullopt;
     std::optional<Valeur> valeur;
-    if (sqlite3_step(requeteLire) == SQLITE_ROW)
-        valeur = decoder(colonneTexte(requeteLire, 0), requeteLire, 1);
+    const int pas = sqlite3_step(requeteLire);
+    if (pas == SQLITE_ROW) valeur = decoder(colonneTexte(requeteLire, 0), requeteLire, 1);
     sqlite3_reset(requeteLire);
     sqlite3_clear_bindings(requeteLire);
+    // A failed read (the file locked too long) is not kept: the next one asks again.
+    if ((pas == SQLITE_ROW || pas == SQLITE_DONE) && fraicheur.count() > 0)
+        lus[cle] = Lu{valeur, maintenant};
     return valeur;
+}
+
+void ReglagesSqlite::retenir(const std::string& cle, std::optional<Valeur> valeur) {
+    if (profondeurGroupe > 0)
+        enAttente[cle] = std::move(valeur);
+    else if (fraicheur.count() > 0)
+        lus[cle] = Lu{std::move(valeur), std::chrono::steady_clock::now()};
+}
+
+void ReglagesSqlite::oublierEnAttente() {
+    // Undone or not committed: what the file holds now is read again.
+    for (const auto& [cle, valeur] : enAttente)
+        lus.erase(cle);
+    enAttente.clear();
 }
 
 void ReglagesSqlite::ecrire(const std::string& cle, const Valeur& valeur) {
@@ -311,8 +333,10 @@ void ReglagesSqlite::ecrire(const std::string& cle, const Valeur& valeur) {
         }
         ++nombreEchecs;
         groupeEchoue = groupeEchoue || profondeurGroupe > 0;
+        lus.erase(cle);
         return;
     }
+    retenir(cle, valeur);
     if (profondeurGroupe == 0) checkpointSiDu();
 }
 
@@ -322,8 +346,10 @@ void ReglagesSqlite::supprimer(const std::string& cle) {
     if (!fait) {
         ++nombreEchecs;
         groupeEchoue = groupeEchoue || profondeurGroupe > 0;
+        lus.erase(cle);
         return;
     }
+    retenir(cle, std::nullopt);
     if (profondeurGroupe == 0) checkpointSiDu();
 }
 
@@ -349,6 +375,7 @@ void ReglagesSqlite::grouper(const std::function<void()>& ecritures) {
         if (ouvert && exterieur) executer("ROLLBACK");
         if (ouvert && !exterieur) executer("ROLLBACK TO groupe; RELEASE groupe");
         if (exterieur) groupeEchoue = false;
+        oublierEnAttente();
         throw;
     }
     --profondeurGroupe;
@@ -362,6 +389,13 @@ void ReglagesSqlite::grouper(const std::function<void()>& ecritures) {
         executer("ROLLBACK");
         ++nombreEchecs;
     }
+    if (valide && fraicheur.count() > 0) {
+        const auto maintenant = std::chrono::steady_clock::now();
+        for (auto& [cle, valeur] : enAttente)
+            lus[cle] = Lu{std::move(valeur), maintenant};
+        enAttente.clear();
+    }
+    oublierEnAttente();
     groupeEchoue = false;
     if (valide) checkpointSiDu();
 }

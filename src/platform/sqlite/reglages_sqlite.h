@@ -5,6 +5,9 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -19,6 +22,11 @@ namespace tavi {
 // is renamed aside (never deleted, with its -wal and -shm) and a fresh one takes its place; if
 // even that fails, the store lives in memory for this run. Either event writes one log line.
 //
+// Values read are kept in memory for `fraicheur` (10 s by default) and values written from the
+// moment they are committed: the engine reads the same few keys several times a second, and
+// each read of the file costs a round of file locks. A change another process makes (`tavi
+// reglage`) is therefore seen within that time rather than at once.
+//
 // Main thread only, like the port: it takes no lock.
 class ReglagesSqlite : public Reglages {
 public:
@@ -26,7 +34,8 @@ public:
     // A private store that touches no file: the self-test modes must leave the real state alone.
     static constexpr EnMemoire enMemoire{};
 
-    explicit ReglagesSqlite(const std::filesystem::path& fichier);
+    explicit ReglagesSqlite(const std::filesystem::path& fichier,
+                            std::chrono::milliseconds fraicheur = std::chrono::seconds(10));
     explicit ReglagesSqlite(EnMemoire);
     ~ReglagesSqlite() override;
 
@@ -60,6 +69,13 @@ private:
     bool executer(const char* sql);
     bool appliquer(sqlite3_stmt* requete);
     void checkpointSiDu();
+    void retenir(const std::string& cle, std::optional<Valeur> valeur);
+    void oublierEnAttente();
+
+    struct Lu {
+        std::optional<Valeur> valeur;
+        std::chrono::steady_clock::time_point quand;
+    };
 
     sqlite3* base = nullptr;
     sqlite3_stmt* requeteLire = nullptr;
@@ -70,6 +86,10 @@ private:
     bool groupeEchoue = false;
     std::int64_t nombreEchecs = 0;
     std::chrono::steady_clock::time_point dernierCheckpoint;
+    std::chrono::milliseconds fraicheur{0};
+    mutable std::map<std::string, Lu, std::less<>> lus;
+    // What the open group wrote: it reaches `lus` only once committed.
+    std::map<std::string, std::optional<Valeur>, std::less<>> enAttente;
 };
 
 } // namespace tavi
