@@ -59,13 +59,6 @@ struct Maison {
 
 } // namespace
 
-TEST(Demarrage, SeuleLaValeur1DesigneUneCopieDeLAgent) {
-    EXPECT_TRUE(Demarrage::estAgent("1"));
-    for (const char* valeur : {"true", "0", "", "1 ", "01"})
-        EXPECT_FALSE(Demarrage::estAgent(valeur)) << valeur;
-    EXPECT_FALSE(Demarrage::estAgent(nullptr));
-}
-
 TEST(DemarrageLinux, PrendSesDossiersEtSonModeDansLEnvironnement) {
     std::optional<OptionsDemarrage> options, autre;
     {
