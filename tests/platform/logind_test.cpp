@@ -15,7 +15,6 @@
 #include <memory>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-login.h>
-#include <thread>
 #include <unistd.h>
 
 using namespace tavi;
@@ -26,6 +25,7 @@ using Horloge = std::chrono::steady_clock;
 namespace {
 
 constexpr const char* python = "/usr/bin/python3";
+constexpr const char* gdbus = "/usr/bin/gdbus";
 constexpr const char* login1 = "org.freedesktop.login1";
 constexpr const char* idleMonitor = "org.gnome.Mutter.IdleMonitor";
 constexpr const char* cheminMoniteur = "/org/gnome/Mutter/IdleMonitor/Core";
@@ -37,6 +37,7 @@ protected:
     void SetUp() override {
         if (access("/usr/bin/dbus-daemon", X_OK) != 0)
             GTEST_SKIP() << "dbus-daemon is not installed (package dbus)";
+        if (access(gdbus, X_OK) != 0) GTEST_SKIP() << "gdbus is not installed (libglib2.0-bin)";
         if (test::executer({python, "-c", "import dbusmock"}).statut != 0)
             GTEST_SKIP() << "python3-dbusmock is not installed";
         daemon = std::make_unique<test::Processus>(std::vector<std::string>{
@@ -61,18 +62,9 @@ protected:
     void lancer(std::vector<std::string> arguments, const char* nom) {
         arguments.insert(arguments.begin(), {python, "-m", "dbusmock"});
         mocks.push_back(std::make_unique<test::Processus>(arguments));
-        for (auto fin = Horloge::now() + 10s; Horloge::now() < fin;) {
-            int present = 0;
-            sd_bus_message* reponse = nullptr;
-            if (sd_bus_call_method(controle, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                   "org.freedesktop.DBus", "NameHasOwner", nullptr, &reponse, "s",
-                                   nom) >= 0)
-                sd_bus_message_read(reponse, "b", &present);
-            sd_bus_message_unref(reponse);
-            if (present) return;
-            std::this_thread::sleep_for(20ms);
-        }
-        FAIL() << nom << " did not come on the bus";
+        // Both buses are the one daemon.
+        EXPECT_EQ(test::executer({gdbus, "wait", "--session", "--timeout", "10", nom}).statut, 0)
+            << nom << " did not come on the bus";
     }
     void lancerLogind() {
         lancer({"--template", "logind"}, login1);
