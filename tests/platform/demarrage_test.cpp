@@ -4,13 +4,10 @@
 #include "platform/linux/entree_bureau.h"
 #include "support/dossier_temporaire.h"
 #include "support/processus.h"
+#include "support/variable.h"
 
 #include <chrono>
-#include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <map>
-#include <sstream>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -18,21 +15,11 @@
 #include <unistd.h>
 
 using namespace tavi;
+using test::ecrireFichier;
+using test::lireFichier;
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string lire(const fs::path& chemin) {
-    std::ifstream flux(chemin, std::ios::binary);
-    std::stringstream texte;
-    texte << flux.rdbuf();
-    return texte.str();
-}
-
-void ecrire(const fs::path& chemin, const std::string& texte) {
-    fs::create_directories(chemin.parent_path());
-    std::ofstream(chemin, std::ios::binary) << texte;
-}
 
 std::string remplacer(std::string texte, const std::string& avant, const std::string& apres) {
     texte.replace(texte.find(avant), avant.size(), apres);
@@ -56,8 +43,9 @@ struct Maison {
     explicit Maison(ModeDemarrage mode = ModeDemarrage::xdg,
                     const std::string& nomDossier = "un dossier $HOME 50% \\ \"x\" 'y' é") {
         options.executable = dossier / nomDossier / "tavi-home";
-        ecrire(options.executable, "#!/bin/sh\nprintf '%s\\n%s\\n' \"$0\" \"$TAVI_AGENT\" > '" +
-                                       (dossier / "lance").string() + "'\n");
+        ecrireFichier(options.executable,
+                      "#!/bin/sh\nprintf '%s\\n%s\\n' \"$0\" \"$TAVI_AGENT\" > '" +
+                          (dossier / "lance").string() + "'\n");
         fs::permissions(options.executable, fs::perms::owner_all);
         options.configMaison = dossier / "config";
         options.configSysteme = {dossier / "xdg1", dossier / "xdg2"};
@@ -71,53 +59,44 @@ struct Maison {
 
 } // namespace
 
-TEST(Demarrage, SeuleLaValeur1DesigneUneCopieDeLAgent) {
-    EXPECT_TRUE(Demarrage::estAgent("1"));
-    for (const char* valeur : {"true", "0", "", "1 ", "01"})
-        EXPECT_FALSE(Demarrage::estAgent(valeur)) << valeur;
-    EXPECT_FALSE(Demarrage::estAgent(nullptr));
-}
-
 TEST(DemarrageLinux, PrendSesDossiersEtSonModeDansLEnvironnement) {
-    const std::map<std::string, std::string> valeurs = {{"XDG_CONFIG_HOME", "relatif"},
-                                                        {"HOME", "/maison"},
-                                                        {"XDG_CONFIG_DIRS", "rel:/a::/b"},
-                                                        {"XDG_RUNTIME_DIR", "/run/user/1"},
-                                                        {"TAVI_DEMARRAGE", "xdg"}};
-    std::map<std::string, std::optional<std::string>> avant;
-    for (const auto& [nom, valeur] : valeurs) {
-        const char* ancienne = std::getenv(nom.c_str());
-        avant[nom] = ancienne ? std::optional<std::string>(ancienne) : std::nullopt;
-        setenv(nom.c_str(), valeur.c_str(), 1);
+    std::optional<OptionsDemarrage> options, autre;
+    {
+        test::Variable a("XDG_CONFIG_HOME", "relatif"), b("HOME", "/maison"),
+            c("XDG_CONFIG_DIRS", "rel:/a::/b"), d("XDG_RUNTIME_DIR", "/run/user/1");
+        test::Variable mode("TAVI_DEMARRAGE", "xdg");
+        options = DemarrageLinux::duProcessus().options();
+        test::Variable majuscules("TAVI_DEMARRAGE", "XDG");
+        autre = DemarrageLinux::duProcessus().options();
     }
-    const auto options = DemarrageLinux::duProcessus().options();
-    setenv("TAVI_DEMARRAGE", "XDG", 1);
-    const auto autre = DemarrageLinux::duProcessus().options();
-    for (const auto& [nom, ancienne] : avant)
-        ancienne ? setenv(nom.c_str(), ancienne->c_str(), 1) : unsetenv(nom.c_str());
-
-    EXPECT_EQ(options.executable, fs::read_symlink("/proc/self/exe"));
-    EXPECT_EQ(options.configMaison, "/maison/.config");
-    EXPECT_EQ(options.configSysteme, (std::vector<fs::path>{"/a", "/b"}));
-    EXPECT_EQ(options.dossierExecution, "/run/user/1");
-    EXPECT_EQ(options.mode, ModeDemarrage::xdg);
-    EXPECT_EQ(autre.mode, ModeDemarrage::automatique);
+    EXPECT_EQ(options->executable, fs::read_symlink("/proc/self/exe"));
+    EXPECT_EQ(options->configMaison, "/maison/.config");
+    EXPECT_EQ(options->configSysteme, (std::vector<fs::path>{"/a", "/b"}));
+    EXPECT_EQ(options->dossierExecution, "/run/user/1");
+    EXPECT_EQ(options->mode, ModeDemarrage::xdg);
+    EXPECT_EQ(autre->mode, ModeDemarrage::automatique);
 }
 
-TEST(DemarrageXdg, EnregistreUneEntreeQuiLanceNotreProgrammeEnAgentUneSeuleFois) {
+TEST(DemarrageXdg, EnregistreUneSeuleFoisALaPlaceDUnLienUneEntreeQueGLibLanceEnAgent) {
     Maison maison;
+    // A link planted at the entry's place must not lead the write elsewhere.
+    const auto victime = maison.dossier / "reglages.sqlite";
+    ecrireFichier(victime, "donnees");
+    fs::create_directories(maison.entree().parent_path());
+    fs::create_symlink(victime, maison.entree());
     DemarrageLinux demarrage(maison.options);
     EXPECT_FALSE(demarrage.actif());
     const mode_t avant = umask(077);
     EXPECT_EQ(demarrage.enregistrer(), std::nullopt);
     umask(avant);
     EXPECT_TRUE(demarrage.actif());
+    EXPECT_EQ(lireFichier(victime), "donnees");
 
     struct stat etat {};
     ASSERT_EQ(lstat(maison.entree().c_str(), &etat), 0);
     EXPECT_TRUE(S_ISREG(etat.st_mode));
     EXPECT_EQ(etat.st_mode & 0777, 0644u);
-    const auto entree = lireEntreeBureau(lire(maison.entree()), {});
+    const auto entree = lireEntreeBureau(lireFichier(maison.entree()), {});
     ASSERT_TRUE(entree);
     EXPECT_EQ(entree->type, "Application");
     const std::vector<std::string> attendus = {"env", "TAVI_AGENT=1",
@@ -129,20 +108,16 @@ TEST(DemarrageXdg, EnregistreUneEntreeQuiLanceNotreProgrammeEnAgentUneSeuleFois)
     struct stat apres {};
     ASSERT_EQ(lstat(maison.entree().c_str(), &apres), 0);
     EXPECT_EQ(apres.st_ino, etat.st_ino);
-}
 
-TEST(DemarrageXdg, GLibLanceLEntreeEcriteAvecTAVI_AGENT1) {
     const auto gio = programme("gio");
     if (gio.empty()) GTEST_SKIP() << "gio (libglib2.0-bin) is not installed";
-    Maison maison;
-    ASSERT_EQ(DemarrageLinux(maison.options).enregistrer(), std::nullopt);
     const auto sortie = test::executer({gio, "launch", maison.entree().string()});
     ASSERT_EQ(sortie.statut, 0) << sortie.err;
     // gio leaves the program running: its report is waited for, not timed.
     std::string lance;
     for (int i = 0; i < 200 && std::count(lance.begin(), lance.end(), '\n') < 2; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        lance = lire(maison.dossier / "lance");
+        lance = lireFichier(maison.dossier / "lance");
     }
     EXPECT_EQ(lance, maison.options.executable.string() + "\n1\n");
 }
@@ -178,21 +153,9 @@ TEST(DemarrageXdg, UneEntreeQueLEnfantAModifieeNEstPlusActive) {
     EXPECT_FALSE(demarrage.actif());
     EXPECT_EQ(demarrage.enregistrer(), std::nullopt);
     EXPECT_TRUE(demarrage.actif());
-    ecrire(maison.entree(), DemarrageXdg::texteEntree(maison.options.executable) + "#" +
-                                std::string(tailleMaxEntree, 'x') + "\n");
+    ecrireFichier(maison.entree(), DemarrageXdg::texteEntree(maison.options.executable) + "#" +
+                                       std::string(tailleMaxEntree, 'x') + "\n");
     EXPECT_FALSE(demarrage.actif());
-}
-
-TEST(DemarrageXdg, UnLienPlanteALaPlaceDeLEntreeNeFaitPasEcrireAilleurs) {
-    Maison maison;
-    const auto victime = maison.dossier / "reglages.sqlite";
-    ecrire(victime, "donnees");
-    fs::create_directories(maison.entree().parent_path());
-    fs::create_symlink(victime, maison.entree());
-    EXPECT_EQ(DemarrageLinux(maison.options).enregistrer(), std::nullopt);
-    EXPECT_EQ(lire(victime), "donnees");
-    EXPECT_FALSE(fs::is_symlink(maison.entree()));
-    EXPECT_TRUE(DemarrageLinux(maison.options).actif());
 }
 
 TEST(DemarrageXdg, DesenregistrerMasqueLEntreeDuSystemeEtNeCreeRienSinon) {
@@ -203,16 +166,16 @@ TEST(DemarrageXdg, DesenregistrerMasqueLEntreeDuSystemeEtNeCreeRienSinon) {
 
     // The system's entry counts while the user has none; the first system folder wins.
     const auto notre = DemarrageXdg::texteEntree(maison.options.executable);
-    ecrire(maison.systeme(2), notre);
+    ecrireFichier(maison.systeme(2), notre);
     EXPECT_TRUE(demarrage.actif());
-    ecrire(maison.systeme(1), notre + "Hidden=true\n");
+    ecrireFichier(maison.systeme(1), notre + "Hidden=true\n");
     EXPECT_FALSE(demarrage.actif());
     fs::remove(maison.systeme(1));
 
     demarrage.desenregistrer();
     EXPECT_FALSE(demarrage.actif());
-    EXPECT_EQ(lireGroupe(lire(maison.entree()), "Desktop Entry").at("Hidden"), "true");
-    EXPECT_EQ(lire(maison.systeme(2)), notre);
+    EXPECT_EQ(lireGroupe(lireFichier(maison.entree()), "Desktop Entry").at("Hidden"), "true");
+    EXPECT_EQ(lireFichier(maison.systeme(2)), notre);
 
     EXPECT_EQ(demarrage.enregistrer(), std::nullopt);
     EXPECT_TRUE(demarrage.actif());
@@ -229,7 +192,7 @@ TEST(DemarrageSystemd, SystemdLitDansLUniteLeCheminDeNotreProgramme) {
     // env, whose argument systemd does not check.
     Maison maison(ModeDemarrage::systemd, "un dossier $HOME 50%u é");
     const auto unite = maison.dossier / "com.tavi.home.service";
-    ecrire(unite, DemarrageSystemd::texteUnite(maison.options.executable));
+    ecrireFichier(unite, DemarrageSystemd::texteUnite(maison.options.executable));
     const auto sortie = test::executer({analyse, "--user", "verify", unite.string()}, "",
                                        {{"XDG_RUNTIME_DIR", maison.dossier.chemin().string()}});
     EXPECT_EQ(sortie.statut, 0) << sortie.out << sortie.err;

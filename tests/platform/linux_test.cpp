@@ -4,33 +4,18 @@
 #include "platform/linux/systeme_linux.h"
 #include "support/dossier_temporaire.h"
 #include "support/processus.h"
+#include "support/variable.h"
 
 #include <chrono>
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <optional>
 #include <pwd.h>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace tavi;
-
-namespace {
-
-constexpr std::int64_t borne53 = std::int64_t{1} << 53;
-
-std::optional<std::string> bootIdDuNoyau() {
-    std::ifstream fichier("/proc/sys/kernel/random/boot_id");
-    if (!fichier.is_open()) return std::nullopt;
-    return std::string{std::istreambuf_iterator<char>(fichier), {}};
-}
-
-} // namespace
+using test::Variable;
 
 TEST(HorlogesLinux, LIdentiteDeDemarrageVientDuNoyauEtLHeureMuraleEstEnMillisecondes) {
     const std::string bootId = "bdc489e1-72c1-4e14-9930-407ded013ba9";
@@ -38,7 +23,7 @@ TEST(HorlogesLinux, LIdentiteDeDemarrageVientDuNoyauEtLHeureMuraleEstEnMilliseco
     EXPECT_EQ(identiteDemarrage("BDC489E1-72C1-4E14-9930-407DED013BA9\n"), identite);
     // The first and last digits count too.
     EXPECT_NE(identiteDemarrage("bdc489e1-72c1-4e14-9930-407ded013ba8"), identite);
-    EXPECT_LT(identiteDemarrage("ffffffff-ffff-ffff-0000-000000000000"), borne53);
+    EXPECT_LT(identiteDemarrage("ffffffff-ffff-ffff-0000-000000000000"), std::int64_t{1} << 53);
     for (const char* malForme :
          {"", "bdc489e1-72c1-4e14-9930-407ded013bg9", "bdc489e1+72c1-4e14-9930-407ded013ba9"})
         EXPECT_EQ(identiteDemarrage(malForme), -1) << malForme;
@@ -48,9 +33,9 @@ TEST(HorlogesLinux, LIdentiteDeDemarrageVientDuNoyauEtLHeureMuraleEstEnMilliseco
         std::chrono::system_clock::now().time_since_epoch());
     EXPECT_LT(std::abs(HorlogesLinux().muraleMs() - systeme.count()), 1000);
 
-    auto duNoyau = bootIdDuNoyau();
-    if (!duNoyau) GTEST_SKIP() << "/proc/sys/kernel/random/boot_id cannot be read here";
-    EXPECT_EQ(HorlogesLinux().demarrage(), identiteDemarrage(*duNoyau));
+    const auto duNoyau = test::lireFichier("/proc/sys/kernel/random/boot_id");
+    if (duNoyau.empty()) GTEST_SKIP() << "/proc/sys/kernel/random/boot_id cannot be read here";
+    EXPECT_EQ(HorlogesLinux().demarrage(), identiteDemarrage(duNoyau));
 }
 
 // Suspend cannot be made here, but a time namespace can put CLOCK_BOOTTIME (which counts
@@ -73,24 +58,6 @@ TEST(HorlogesLinux, LaMonotoneCompteAussiLeTempsDeVeille) {
     EXPECT_GE(lue, avant + avanceS * 1000);
     EXPECT_LE(lue, apres + avanceS * 1000);
 }
-
-namespace {
-
-// Sets (or, with nullptr, removes) an environment variable for one scope.
-class Variable {
-public:
-    Variable(const char* variable, const char* valeur) : nom(variable) {
-        if (const char* ancienne = std::getenv(nom)) avant = ancienne;
-        valeur ? setenv(nom, valeur, 1) : unsetenv(nom);
-    }
-    ~Variable() { avant ? setenv(nom, avant->c_str(), 1) : unsetenv(nom); }
-
-private:
-    const char* nom;
-    std::optional<std::string> avant;
-};
-
-} // namespace
 
 TEST(Dossiers, LEtatSuitXdgStateHomeAbsoluSinonLaMaisonSinonLaBaseDesComptes) {
     Variable home("HOME", "/home/lea");
@@ -116,10 +83,8 @@ TEST(Dossiers, LeDossierPriveEst0700MemeQuandUneAncienneVersionLAOuvert) {
     ASSERT_EQ(creerDossierPrive(etat), std::nullopt);
     std::filesystem::permissions(etat, std::filesystem::perms(0755));
     ASSERT_EQ(creerDossierPrive(etat), std::nullopt);
-    struct stat lu {};
-    ASSERT_EQ(::stat(etat.c_str(), &lu), 0);
-    EXPECT_EQ(lu.st_mode & 0777, 0700u);
-    std::ofstream(dossier / "fichier") << "x";
+    EXPECT_EQ(test::modeDe(etat), 0700u);
+    test::ecrireFichier(dossier / "fichier", "x");
     EXPECT_NE(creerDossierPrive(dossier / "fichier"), std::nullopt);
 }
 

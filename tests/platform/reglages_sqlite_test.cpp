@@ -3,35 +3,18 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <stdexcept>
-#include <sys/stat.h>
 
 using namespace tavi;
-using test::DossierTemporaire;
+using namespace tavi::test;
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string contenu(const fs::path& fichier) {
-    std::ifstream flux(fichier, std::ios::binary);
-    return {std::istreambuf_iterator<char>(flux), {}};
-}
-
-void ecrireFichier(const fs::path& fichier, const std::string& octets) {
-    std::ofstream(fichier, std::ios::binary) << octets;
-}
-
 long lignes(const std::string& texte) {
     return std::count(texte.begin(), texte.end(), '\n');
-}
-
-unsigned mode(const fs::path& chemin) {
-    struct stat etat {};
-    stat(chemin.c_str(), &etat);
-    return etat.st_mode & 0777;
 }
 
 // One statement through a connection of its own, as another process would run it.
@@ -92,9 +75,9 @@ TEST(ReglagesSqlite, RendChaqueTypeOctetPourOctetApresReouvertureEtRienDAutre) {
         // Files readable by their user only, in write-ahead mode.
         EXPECT_EQ(sqlDirect(fichier, "PRAGMA journal_mode"), "wal");
         for (const fs::path& prive : {dossier / "state", fichier.parent_path()})
-            EXPECT_EQ(mode(prive), 0700u) << prive;
+            EXPECT_EQ(modeDe(prive), 0700u) << prive;
         for (const fs::path& prive : {fichier, fs::path(fichier.string() + "-wal")})
-            EXPECT_EQ(mode(prive), 0600u) << prive;
+            EXPECT_EQ(modeDe(prive), 0600u) << prive;
     }
     // Rows edited by hand whose value does not have the shape their type promises.
     sqlDirect(fichier, "INSERT INTO reglages VALUES ('b', 'booleen', 2), ('n', 'nombre', 'x'), "
@@ -183,8 +166,8 @@ TEST(ReglagesSqlite, UnFichierAbimeEstMisDeCoteIntactAvecSonJournalEtRemplacePar
     EXPECT_NE(journal.find(fichier.string()), std::string::npos) << journal;
     auto deCote = misDeCote(dossier);
     ASSERT_EQ(deCote.size(), 1u);
-    EXPECT_EQ(contenu(deCote[0]), dechets);
-    EXPECT_EQ(contenu(deCote[0].string() + "-wal"), "journal");
+    EXPECT_EQ(lireFichier(deCote[0]), dechets);
+    EXPECT_EQ(lireFichier(deCote[0].string() + "-wal"), "journal");
 
     // The fresh store is a real one, opened again in silence.
     testing::internal::CaptureStderr();
@@ -198,7 +181,7 @@ TEST(ReglagesSqlite, UnFichierAbimeEstMisDeCoteIntactAvecSonJournalEtRemplacePar
 
     // A sound header over damaged pages is caught too, and the copy set aside first (most
     // likely within the same second) keeps its name.
-    std::string octets = contenu(fichier);
+    std::string octets = lireFichier(fichier);
     ASSERT_GT(octets.size(), 8192u);
     std::fill(octets.begin() + 4096, octets.begin() + 4096 + 64, '\xee');
     ecrireFichier(fichier, octets);
@@ -208,8 +191,8 @@ TEST(ReglagesSqlite, UnFichierAbimeEstMisDeCoteIntactAvecSonJournalEtRemplacePar
     EXPECT_FALSE(reglages.lire("cle0"));
     deCote = misDeCote(dossier);
     ASSERT_EQ(deCote.size(), 2u);
-    EXPECT_EQ(contenu(deCote[0]), dechets);
-    EXPECT_EQ(contenu(deCote[1]), octets);
+    EXPECT_EQ(lireFichier(deCote[0]), dechets);
+    EXPECT_EQ(lireFichier(deCote[1]), octets);
 }
 
 TEST(ReglagesSqlite, UnDossierImpossibleACreerLaisseUnMagasinEnMemoire) {
@@ -223,5 +206,5 @@ TEST(ReglagesSqlite, UnDossierImpossibleACreerLaisseUnMagasinEnMemoire) {
     EXPECT_FALSE(reglages.persistant());
     reglages.ecrire("installation", std::string("ABC"));
     EXPECT_EQ(reglages.texte("installation"), "ABC");
-    EXPECT_EQ(contenu(dossier / "fichier"), "pas un dossier");
+    EXPECT_EQ(lireFichier(dossier / "fichier"), "pas un dossier");
 }

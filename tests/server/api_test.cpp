@@ -54,75 +54,37 @@ TEST(Api, LeCheminSAjouteALAdresseDeBaseCommeUnComposant) {
     EXPECT_EQ(Api::joindre("https://h/tavi?cle=1", "/api/x"), "https://h/tavi/api/x?cle=1");
 }
 
-TEST_F(ApiContreUnServeur, ChaqueRequetePorteSesEnTetesEtLeJetonSeulementUneFoisRelie) {
-    serveur.route("GET", "/api/ping", [](auto&, auto& res) { repondre(res, 200, "{}"); });
-    serveur.route("POST", "/api/enfant/battement",
-                  [](auto&, auto& res) { repondre(res, 200, "{}"); });
-    demarrer();
-
-    EXPECT_TRUE(appeler("GET", "/api/ping"));
-    api->definirJeton("abc");
-    EXPECT_TRUE(appeler("POST", "/api/enfant/battement", json{{"actif", true}}));
-
-    const auto requetes = serveur.requetes();
-    ASSERT_EQ(requetes.size(), 2u);
-    const auto installation = reglages.texte("installation");
-    ASSERT_TRUE(installation) << "created on the first request";
-    for (const auto& r : requetes) {
-        EXPECT_EQ(r.entete("Content-Type"), "application/json") << r.chemin;
-        EXPECT_EQ(r.entete("X-Tavi-Installation"), *installation) << r.chemin;
-    }
-    EXPECT_FALSE(requetes[0].aEntete("Authorization"));
-    EXPECT_EQ(requetes[1].entete("Authorization"), "Bearer abc");
-    EXPECT_EQ(json::parse(requetes[1].corps), (json{{"actif", true}}));
-}
-
-TEST_F(ApiContreUnServeur, LesRefusDeviennentDesErreursApiQueLEnfantPeutLire) {
-    const std::string parDefaut = "Impossible de joindre Tavi Home pour l'instant.";
-    serveur.route("POST", "/texte-ok", [](auto&, auto& res) { repondre(res, 200, "pas du JSON"); });
-    serveur.route("POST", "/ailleurs", [](auto&, auto& res) { res.set_redirect("/cible"); });
-    serveur.route("POST", "/cible", [](auto&, auto& res) { repondre(res, 200, "{}"); });
-    const std::vector<std::tuple<int, std::string, std::string>> refus = {
-        {401, R"({"detail": "Ce jeton n'est plus valable."})", "Ce jeton n'est plus valable."},
-        {500, "<html><body>Internal Server Error</body></html>", parDefaut},
-        {400, R"({"detail": 12})", parDefaut},
-    };
-    for (std::size_t i = 0; i < refus.size(); ++i)
-        serveur.route("POST", "/refus" + std::to_string(i), [&, i](auto&, auto& res) {
-            repondre(res, std::get<0>(refus[i]), std::get<1>(refus[i]));
-        });
-    demarrer();
-
-    for (std::size_t i = 0; i < refus.size(); ++i) {
-        auto r = appeler("POST", "/refus" + std::to_string(i));
-        ASSERT_FALSE(r);
-        ASSERT_TRUE(std::holds_alternative<ErreurApi>(r.error()));
-        EXPECT_EQ(std::get<ErreurApi>(r.error()).statut, std::get<0>(refus[i]));
-        EXPECT_EQ(std::get<ErreurApi>(r.error()).message, std::get<2>(refus[i]));
-    }
-    EXPECT_EQ(*appeler("POST", "/texte-ok"), "pas du JSON") << "a success body is passed on";
-    // Redirects are not followed: a 3xx is a refusal.
-    auto redirige = appeler("POST", "/ailleurs");
-    ASSERT_FALSE(redirige);
-    EXPECT_EQ(std::get<ErreurApi>(redirige.error()).statut, 302);
-    for (const auto& requete : serveur.requetes())
-        EXPECT_NE(requete.chemin, "/cible");
-}
-
-TEST_F(ApiContreUnServeur, LeJetonNeSeRenouvelleQueSurUnSuccesAvecUnJetonPorteur) {
+TEST_F(ApiContreUnServeur, LeJetonNePartQuUneFoisRelieEtNeSeRenouvelleQueSurUnSuccesPorteur) {
     std::string renouvele;
-    serveur.route("POST", "/renouvelle", [&renouvele](auto&, auto& res) {
+    auto renouveler = [&renouvele](auto&, auto& res) {
         res.set_header("X-Tavi-Jeton", renouvele);
         repondre(res, 200, "{}");
-    });
+    };
+    serveur.route("GET", "/renouvelle", renouveler);
+    serveur.route("POST", "/renouvelle", renouveler);
     serveur.route("POST", "/refus-avec-jeton", [](auto&, auto& res) {
         res.set_header("X-Tavi-Jeton", "vole");
         repondre(res, 403, R"({"detail": "Non."})");
     });
     demarrer();
-    api->definirJeton("ancien");
 
-    // A renewal that is no bearer token fails its answer and changes nothing.
+    EXPECT_TRUE(appeler("GET", "/renouvelle"));
+    api->definirJeton("ancien");
+    EXPECT_TRUE(appeler("POST", "/renouvelle", json{{"actif", true}}));
+    auto requetes = serveur.requetes();
+    ASSERT_EQ(requetes.size(), 2u);
+    const auto installation = reglages.texte("installation");
+    ASSERT_TRUE(installation) << "created on the first request";
+    for (const auto& r : requetes) {
+        EXPECT_EQ(r.entete("Content-Type"), "application/json") << r.methode;
+        EXPECT_EQ(r.entete("X-Tavi-Installation"), *installation) << r.methode;
+    }
+    EXPECT_FALSE(requetes[0].aEntete("Authorization"));
+    EXPECT_EQ(requetes[1].entete("Authorization"), "Bearer ancien");
+    EXPECT_EQ(json::parse(requetes[1].corps), (json{{"actif", true}}));
+
+    // A renewal that is no bearer token fails its answer and changes nothing; neither does
+    // one on a refusal, nor an empty one.
     for (const std::string& hostile : {std::string("neuf\x1b[2J\x07"), std::string(90'000, 'j')}) {
         renouvele = hostile;
         auto r = appeler("POST", "/renouvelle");
@@ -141,6 +103,38 @@ TEST_F(ApiContreUnServeur, LeJetonNeSeRenouvelleQueSurUnSuccesAvecUnJetonPorteur
     EXPECT_EQ(renouveles, std::vector<std::string>{"neuf"});
     EXPECT_TRUE(appeler("POST", "/renouvelle"));
     EXPECT_EQ(serveur.requetes().back().entete("Authorization"), "Bearer neuf");
+}
+
+TEST_F(ApiContreUnServeur, LesRefusDeviennentDesErreursApiQueLEnfantPeutLire) {
+    int statut = 200;
+    std::string corps = "pas du JSON";
+    serveur.route("POST", "/reponse", [&](auto&, auto& res) {
+        repondre(res, statut, corps);
+        if (statut == 302) res.set_header("Location", "/cible");
+    });
+    serveur.route("POST", "/cible", [](auto&, auto& res) { repondre(res, 200, "{}"); });
+    demarrer();
+    EXPECT_EQ(*appeler("POST", "/reponse"), "pas du JSON") << "a success body is passed on";
+
+    // Redirects are not followed: a 3xx is a refusal.
+    const std::string parDefaut = "Impossible de joindre Tavi Home pour l'instant.";
+    const std::tuple<int, std::string, std::string> refus[] = {
+        {401, R"({"detail": "Ce jeton n'est plus valable."})", "Ce jeton n'est plus valable."},
+        {500, "<html><body>Internal Server Error</body></html>", parDefaut},
+        {400, R"({"detail": 12})", parDefaut},
+        {302, "{}", parDefaut},
+    };
+    for (const auto& [code, texte, message] : refus) {
+        statut = code;
+        corps = texte;
+        auto r = appeler("POST", "/reponse");
+        ASSERT_FALSE(r);
+        ASSERT_TRUE(std::holds_alternative<ErreurApi>(r.error()));
+        EXPECT_EQ(std::get<ErreurApi>(r.error()).statut, code);
+        EXPECT_EQ(std::get<ErreurApi>(r.error()).message, message);
+    }
+    for (const auto& requete : serveur.requetes())
+        EXPECT_NE(requete.chemin, "/cible");
 }
 
 TEST_F(ApiContreUnServeur, UnJetonRangeHorsDuFormatPorteurNEstJamaisEnvoye) {

@@ -2,8 +2,10 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
+#include <sys/stat.h>
 
 namespace tavi::test {
 
@@ -28,5 +30,22 @@ public:
 private:
     std::filesystem::path chemin_;
 };
+
+inline std::string lireFichier(const std::filesystem::path& chemin) {
+    std::ifstream flux(chemin, std::ios::binary);
+    return {std::istreambuf_iterator<char>(flux), {}};
+}
+
+// Creates the folders on the way.
+inline void ecrireFichier(const std::filesystem::path& chemin, const std::string& octets) {
+    std::filesystem::create_directories(chemin.parent_path());
+    std::ofstream(chemin, std::ios::binary) << octets;
+}
+
+// The permission bits (with setuid, setgid and sticky), 0 when nothing is there.
+inline unsigned modeDe(const std::filesystem::path& chemin) {
+    struct stat etat {};
+    return stat(chemin.c_str(), &etat) == 0 ? etat.st_mode & 07777 : 0;
+}
 
 } // namespace tavi::test

@@ -1,11 +1,11 @@
 #include "support/processus.h"
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace tavi::test {
@@ -44,43 +44,26 @@ int statutDe(int pid) {
 
 Sortie executer(const std::vector<std::string>& arguments, const std::string& entree,
                 const std::map<std::string, std::string>& environnement) {
-    int in[2], out[2], err[2];
-    if (pipe(in) || pipe(out) || pipe(err)) throw std::runtime_error("pipe");
-    std::signal(SIGPIPE, SIG_IGN);
-    const int pid = lancer(arguments, environnement, {in[0], out[1], err[1]},
-                           {in[0], in[1], out[0], out[1], err[0], err[1]});
-    close(in[0]);
-    close(out[1]);
-    close(err[1]);
-    // Written from a thread of its own: a program that answers before reading all its input
-    // would otherwise block both sides.
-    std::thread ecrivain([&] {
-        for (std::size_t ecrit = 0; ecrit < entree.size();) {
-            const ssize_t n = write(in[1], entree.data() + ecrit, entree.size() - ecrit);
-            if (n <= 0) break;
-            ecrit += static_cast<std::size_t>(n);
-        }
-        close(in[1]);
-    });
+    // Files rather than pipes: nothing to pump while it runs, and a program that leaves a
+    // child holding its output (gio launch) does not keep us waiting.
+    FILE* fichiers[3] = {std::tmpfile(), std::tmpfile(), std::tmpfile()};
+    for (FILE* f : fichiers)
+        if (!f) throw std::runtime_error("tmpfile");
+    std::fwrite(entree.data(), 1, entree.size(), fichiers[0]);
+    std::fflush(fichiers[0]);
+    std::rewind(fichiers[0]);
     Sortie sortie;
-    pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
-    std::string* cibles[2] = {&sortie.out, &sortie.err};
-    while (fds[0].fd >= 0 || fds[1].fd >= 0) {
-        poll(fds, 2, -1);
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || !fds[i].revents) continue;
-            char tampon[4096];
-            const ssize_t n = read(fds[i].fd, tampon, sizeof tampon);
-            if (n > 0) {
-                cibles[i]->append(tampon, static_cast<std::size_t>(n));
-            } else {
-                close(fds[i].fd);
-                fds[i].fd = -1;
-            }
-        }
+    sortie.statut =
+        statutDe(lancer(arguments, environnement,
+                        {fileno(fichiers[0]), fileno(fichiers[1]), fileno(fichiers[2])}, {}));
+    std::string* cibles[3] = {nullptr, &sortie.out, &sortie.err};
+    for (int i = 0; i < 3; ++i) {
+        std::rewind(fichiers[i]);
+        char tampon[4096];
+        for (std::size_t n; cibles[i] && (n = std::fread(tampon, 1, sizeof tampon, fichiers[i]));)
+            cibles[i]->append(tampon, n);
+        std::fclose(fichiers[i]);
     }
-    ecrivain.join();
-    sortie.statut = statutDe(pid);
     return sortie;
 }
 
