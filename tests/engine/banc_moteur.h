@@ -2,7 +2,7 @@
 
 #include "engine/moteur.h"
 #include "engine/voile_console.h"
-#include "fausse_boucle_pool.h"
+#include "fausse_boucle.h"
 #include "fausse_navigation.h"
 #include "fausse_session.h"
 #include "fausses_applications.h"
@@ -41,7 +41,7 @@ inline json limiteJeux(double minutes, const std::vector<std::string>& applis = 
 class BancMoteur : public testing::Test {
 protected:
     BancMoteur() {
-        boucle.quandLeTempsPasse([this](std::int64_t ms) { horloges.avancer(ms); });
+        boucle.quandLeTempsPasse = [this](std::int64_t ms) { horloges.avancer(ms); };
         boucle.retenus = [this] { return coffre.suspendus() + transport->retenues(); };
     }
     void TearDown() override {
@@ -120,7 +120,7 @@ protected:
     FaussesCategories categories;
     FauxSysteme systeme;
     FauxDemarrage demarrage;
-    FausseBouclePool boucle;
+    FausseBoucle boucle;
     std::unique_ptr<Moteur> moteur;
 };
 
