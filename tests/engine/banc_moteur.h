@@ -42,11 +42,11 @@ class BancMoteur : public testing::Test {
 protected:
     BancMoteur() {
         boucle.quandLeTempsPasse = [this](std::int64_t ms) { horloges.avancer(ms); };
-        boucle.retenus = [this] { return coffre.suspendus() + transport->retenues(); };
+        boucle.retenus = [this] { return coffre.suspendu.retenus() + transport->lent.retenus(); };
     }
     void TearDown() override {
-        coffre.liberer();
-        transport->relacher();
+        coffre.suspendu.relacher();
+        transport->lent.relacher();
     }
 
     // Paired earlier, with `consigne` received then (none when null) and sent again since.

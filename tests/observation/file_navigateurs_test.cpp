@@ -17,6 +17,7 @@ TEST(FileNavigateurs, UneLectureALaFoisEtTroisSecondesAuPlusParNavigateur) {
     test::FausseNavigation navigation;
     navigation.reponses["firefox"] = Lecture::url("https://exemple.fr/");
     navigation.bloques.insert("chromium");
+    navigation.bloque.retenir();
     FileNavigateurs file(boucle, navigation);
     std::vector<Resultats> recus;
     const auto noter = [&](Resultats r) { recus.push_back(std::move(r)); };
@@ -35,7 +36,7 @@ TEST(FileNavigateurs, UneLectureALaFoisEtTroisSecondesAuPlusParNavigateur) {
     // Busy until the stuck browser answers; what it says then is too late, and the browsers
     // after it are not read at all.
     EXPECT_FALSE(file.lire({"firefox"}, noter));
-    navigation.liberer();
+    navigation.bloque.relacher();
     ASSERT_TRUE(boucle.attendre([&] { return !file.occupe(); }));
     EXPECT_EQ(recus.size(), 1u);
     file.vider("firefox");
