@@ -44,10 +44,6 @@ protected:
         boucle.quandLeTempsPasse = [this](std::int64_t ms) { horloges.avancer(ms); };
         boucle.retenus = [this] { return coffre.suspendu.retenus() + transport->lent.retenus(); };
     }
-    void TearDown() override {
-        coffre.suspendu.relacher();
-        transport->lent.relacher();
-    }
 
     // Paired earlier, with `consigne` received then (none when null) and sent again since.
     void relier(const json& consigne = nullptr) {
@@ -62,19 +58,9 @@ protected:
         transport->parDefaut = [consigne](const auto&) { return FauxTransport::ok(consigne); };
     }
     void construire() {
-        moteur = std::make_unique<Moteur>(Plateforme{horloges,
-                                                     reglages,
-                                                     coffre,
-                                                     boucle,
-                                                     transport,
-                                                     session,
-                                                     bureau,
-                                                     navigation,
-                                                     applications,
-                                                     categories,
-                                                     systeme,
-                                                     demarrage,
-                                                     {}});
+        moteur = std::make_unique<Moteur>(Plateforme{horloges, reglages, coffre, boucle, transport,
+                                                     session, bureau, navigation, applications,
+                                                     categories, systeme, demarrage, nullptr});
     }
     void demarrer() {
         if (!moteur) construire();

@@ -10,12 +10,9 @@ namespace tavi::test {
 namespace {
 
 // Cancels its timer when it goes.
-class FausseMinuterie : public Minuterie {
-public:
+struct FausseMinuterie : Minuterie {
     explicit FausseMinuterie(std::shared_ptr<bool> drapeau) : active(std::move(drapeau)) {}
     ~FausseMinuterie() override { *active = false; }
-
-private:
     std::shared_ptr<bool> active;
 };
 
@@ -97,29 +94,27 @@ void FausseBoucle::avancer(std::chrono::milliseconds duree) {
 }
 
 std::size_t FausseBoucle::terminerArrierePlan() {
-    std::size_t arrives = 0;
-    for (;;) {
+    for (std::size_t arrives = 0;;) {
         executerPostes();
-        {
-            // Polled: a fake that starts holding a work does not wake this loop.
-            const auto limite = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-            std::unique_lock verrou(mutex);
-            while (enCours > retenus()) {
-                if (std::chrono::steady_clock::now() > limite)
-                    throw std::runtime_error("terminerArrierePlan: background work still runs");
-                change.wait_for(verrou, std::chrono::milliseconds(1));
-            }
-            if (retours.empty() && postes.empty()) {
-                // Nothing runs: the threads have ended or are about to.
-                if (enCours == 0) {
-                    for (auto& fil : fils)
-                        fil.join();
-                    fils.clear();
-                }
-                return arrives;
-            }
+        // Polled: a fake that starts holding a work does not wake this loop.
+        const auto limite = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        std::unique_lock verrou(mutex);
+        while (enCours > retenus()) {
+            if (std::chrono::steady_clock::now() > limite)
+                throw std::runtime_error("terminerArrierePlan: background work still runs");
+            change.wait_for(verrou, std::chrono::milliseconds(1));
         }
-        auto lot = prendreRetours();
+        auto lot = std::exchange(retours, {});
+        if (lot.empty() && postes.empty()) {
+            // Nothing runs: the threads have ended or are about to.
+            if (enCours == 0) {
+                for (auto& fil : fils)
+                    fil.join();
+                fils.clear();
+            }
+            return arrives;
+        }
+        verrou.unlock();
         arrives += lot.size();
         for (auto& tache : lot)
             tache();
@@ -129,8 +124,9 @@ std::size_t FausseBoucle::terminerArrierePlan() {
 bool FausseBoucle::attendre(const std::function<bool()>& condition) {
     const auto limite = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     for (;;) {
-        for (auto& tache : prendreRetours())
-            tache();
+        if (auto lot = prendre(retours))
+            for (auto& tache : *lot)
+                tache();
         executerPostes();
         if (condition()) return true;
         std::unique_lock verrou(mutex);
@@ -144,21 +140,15 @@ void FausseBoucle::planifier(std::int64_t dueMs, Echeance echeance) {
 }
 
 void FausseBoucle::executerPostes() {
-    for (;;) {
-        std::deque<Tache> lot;
-        {
-            std::lock_guard verrou(mutex);
-            lot.swap(postes);
-        }
-        if (lot.empty()) return;
-        for (auto& tache : lot)
+    while (auto lot = prendre(postes))
+        for (auto& tache : *lot)
             tache();
-    }
 }
 
-std::deque<Boucle::Tache> FausseBoucle::prendreRetours() {
+std::optional<std::deque<Boucle::Tache>> FausseBoucle::prendre(std::deque<Tache>& file) {
     std::lock_guard verrou(mutex);
-    return std::exchange(retours, {});
+    if (file.empty()) return std::nullopt;
+    return std::exchange(file, {});
 }
 
 } // namespace tavi::test

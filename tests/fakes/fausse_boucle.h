@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -69,7 +70,8 @@ private:
 
     void planifier(std::int64_t dueMs, Echeance echeance);
     void executerPostes();
-    std::deque<Tache> prendreRetours();
+    // What waits in `file`, taken under the lock; nothing when it is empty.
+    std::optional<std::deque<Tache>> prendre(std::deque<Tache>& file);
 
     // Test's thread only: the clock, the timers, the threads.
     std::int64_t maintenant = 0;
