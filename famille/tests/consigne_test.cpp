@@ -27,12 +27,7 @@ Enfant enfant(Reglages reglages = {}) {
 }
 
 PlageHebdo plage(std::set<int> jours, int debut, int fin) {
-    PlageHebdo p;
-    p.id = 1;
-    p.jours = std::move(jours);
-    p.debutMin = debut;
-    p.finMin = fin;
-    return p;
+    return {1, std::move(jours), debut, fin, {}, {}, {}};
 }
 
 using Intervalles = std::vector<std::pair<std::int64_t, std::int64_t>>;

@@ -152,8 +152,11 @@ TEST_F(Defenses, UnOrdinateurNeRemplitPasLeDisqueMaisRecoitSaConsigne) {
     EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM sites"), Depot::quotaJour.sites);
 
     json signal = {{"nature", "site_bloque"}, {"detail", "exemple.fr"}};
+    EXPECT_EQ(poster(client, "/api/enfant/signal", {{"nature", "site_bloque"}}, jeton)->status,
+              400);
     for (std::int64_t i = 0; i < Depot::quotaJour.signaux; ++i)
         ASSERT_EQ(poster(client, "/api/enfant/signal", signal, jeton)->status, 204);
+    EXPECT_EQ(serveur.lignes("signal").at(0).at("detail"), "exemple.fr");
     auto refus = poster(client, "/api/enfant/signal", signal, jeton);
     EXPECT_EQ(refus->status, 429);
     EXPECT_NE(detail(refus).find("trop de signaux"), std::string::npos);

@@ -57,16 +57,6 @@ TEST_F(Demandes, DepenserDeplaceLesMinutesDeLaTirelireVersLaJournee) {
     EXPECT_EQ(c.at("reste_jour_min"), 10.0);
 }
 
-TEST_F(Demandes, UnSiteBloqueSignaleParaitDansLeRapportDuJour) {
-    json signal = {{"nature", "site_bloque"}, {"detail", "exemple.fr"}};
-    EXPECT_EQ(poster(client, "/api/enfant/signal", signal, jeton)->status, 204);
-    EXPECT_EQ(poster(client, "/api/enfant/signal", {{"nature", "site_bloque"}}, jeton)->status,
-              400);
-    auto signaux = serveur.lignes("signal");
-    ASSERT_EQ(signaux.size(), 1u);
-    EXPECT_EQ(signaux[0].at("detail"), "exemple.fr");
-}
-
 TEST(Ecoute, UnSecondServeurSurLeMemePortEchoueAuLieuDeLePartager) {
     ServeurEssai premier;
     DossierTemporaire dossier;

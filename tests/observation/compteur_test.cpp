@@ -52,11 +52,8 @@ protected:
     ReglagesEspion reglages{*stockage};
     FausseSession session;
     std::int64_t maintenant = avantMinuitParis - 12 * 3'600'000;
-    std::unique_ptr<Compteur> compteur = nouveau();
-
-    std::unique_ptr<Compteur> nouveau() {
-        return std::make_unique<Compteur>(reglages, session, [this] { return maintenant; });
-    }
+    std::unique_ptr<Compteur> compteur =
+        std::make_unique<Compteur>(reglages, session, [this] { return maintenant; });
 };
 
 } // namespace
@@ -130,8 +127,7 @@ TEST_F(CompteurTest, HuitJoursNenGardentQueSeptQuiSurviventAuRedemarrage) {
         compteur->tic(1, false, AppliDeFace{"steam", "Steam"});
     compteur.reset();
     stockage = std::make_unique<ReglagesSqlite>(dossier / "reglages.sqlite");
-    ReglagesEspion relu{*stockage};
-    Compteur apres(relu, session, [this] { return maintenant; });
+    Compteur apres(*stockage, session, [this] { return maintenant; });
     std::vector<std::string> jours;
     for (const auto& [jour, applis] : apres.parAppli())
         jours.push_back(jour);
