@@ -27,12 +27,7 @@ Enfant enfant(Reglages reglages = {}) {
 }
 
 PlageHebdo plage(std::set<int> jours, int debut, int fin) {
-    PlageHebdo p;
-    p.id = 1;
-    p.jours = std::move(jours);
-    p.debutMin = debut;
-    p.finMin = fin;
-    return p;
+    return {1, std::move(jours), debut, fin, {}, {}, {}};
 }
 
 using Intervalles = std::vector<std::pair<std::int64_t, std::int64_t>>;
@@ -62,6 +57,12 @@ TEST(Consigne, LaPauseFamilleTientJusquaSaFinMemePendantUneOuverture) {
     EXPECT_EQ(pendant.at("titre"), "À table");
     EXPECT_EQ(pendant.at("regle"), json({{"mode", "tout"}}));
     EXPECT_EQ(pendant.at("ouvert_jusqu_ms"), t + 30 * 60000);
+    // Integer members must be integral JSON numbers, or the agent refuses the whole document.
+    for (const char* cle : {"heure_serveur_ms", "fin_ms", "ouvert_jusqu_ms"})
+        EXPECT_TRUE(pendant.at(cle).is_number_integer()) << cle;
+    EXPECT_FALSE(pendant.contains("filtre_web")) << "no filter set: the agent reads no browser";
+    r.pause->titre.reset();
+    EXPECT_FALSE(consigne(enfant(r), {}, t, paris()).contains("titre")) << "none, not null";
 
     json apres = consigne(enfant(r), {}, t + 10 * 60000, paris());
     EXPECT_EQ(apres.at("protege_maintenant"), false);
@@ -124,6 +125,7 @@ TEST(Consigne, UnePlagePorteSaRegleSaCauseEtSonTitre) {
               json({{"mode", "familles"}, {"familles", json::array({"jeux", "videos"})}}));
     EXPECT_EQ(programme.at(0).at("cause"), "gage");
     EXPECT_EQ(programme.at(0).at("titre"), "Devoirs");
+    EXPECT_TRUE(programme.at(0).at("debut_ms").is_number_integer());
     EXPECT_EQ(programme.at(1), json({{"debut_ms", utc(2026, 11, 22, 18)},
                                      {"fin_ms", utc(2026, 11, 22, 19)},
                                      {"regle", {{"mode", "tout"}}}}));
@@ -144,21 +146,6 @@ TEST(Consigne, LeResteDuJourEtLesLimitesDApplisComptentLesAutresOrdinateurs) {
     EXPECT_EQ(c.at("limites_autres"), json({{"jeux", 7.5}, {"video.2", 0.0}}));
     EXPECT_FALSE(idLimiteValide("temps_jeux")) << "the agent would read this key as tempsJeux";
     EXPECT_TRUE(idLimiteValide("jeux-video.2"));
-}
-
-TEST(Consigne, LesMembresOntLesTypesQueLAgentDecode) {
-    std::int64_t t = utc(2026, 11, 22, 12);
-    Reglages r;
-    r.pause = Pause{t + 60000, std::nullopt};
-    r.ouvertJusquMs = t + 120000;
-    r.plages = {plage(tous, 21 * 60, 7 * 60)};
-    json c = consigne(enfant(r), {}, t, paris());
-    // Integer members must be integral JSON numbers, or the agent refuses the whole document.
-    for (const char* cle : {"heure_serveur_ms", "fin_ms", "ouvert_jusqu_ms"})
-        EXPECT_TRUE(c.at(cle).is_number_integer()) << cle;
-    EXPECT_TRUE(c.at("programme").at(0).at("debut_ms").is_number_integer());
-    EXPECT_FALSE(c.contains("titre")) << "a pause without a title sends none, not null";
-    EXPECT_FALSE(c.contains("filtre_web")) << "no filter set: the agent reads no browser";
 }
 
 TEST(Semaine, LesJoursEtLesHeuresSeLisentCommeLesParentsLesEcrivent) {

@@ -2,9 +2,6 @@
 
 #include "temps.h"
 
-#include <cstdlib>
-#include <gtest/gtest.h>
-
 namespace tavi::famille::essai {
 
 using nlohmann::json;
@@ -64,11 +61,6 @@ std::int64_t ServeurEssai::compter(const std::string& sql) {
     return r.ligne() ? r.entier(0) : -1;
 }
 
-httplib::Result poster(httplib::Client& client, const std::string& chemin, const json& corps,
-                       const std::string& jeton, const std::string& installation) {
-    return posterTexte(client, chemin, corps.dump(), jeton, installation);
-}
-
 httplib::Result posterTexte(httplib::Client& client, const std::string& chemin,
                             const std::string& corps, const std::string& jeton,
                             const std::string& installation) {
@@ -78,14 +70,9 @@ httplib::Result posterTexte(httplib::Client& client, const std::string& chemin,
 }
 
 std::string detail(const httplib::Result& reponse) {
-    json corps = corpsJson(reponse);
-    if (!corps.is_object() || !corps.contains("detail") || !corps["detail"].is_string()) return "";
-    return corps["detail"].get<std::string>();
-}
-
-json corpsJson(const httplib::Result& reponse) {
-    if (!reponse) return nullptr;
-    return json::parse(reponse->body, nullptr, false);
+    const json corps = corpsJson(reponse);
+    const json texte = corps.is_object() ? corps.value("detail", json()) : json();
+    return texte.is_string() ? texte.get<std::string>() : "";
 }
 
 json battement(double utiliseJourMin) {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <httplib.h>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -45,18 +46,38 @@ private:
     std::unique_ptr<Depot> depot_; // a second connection, as a parents' command would have
 };
 
-httplib::Result poster(httplib::Client& client, const std::string& chemin,
-                       const nlohmann::json& corps, const std::string& jeton = {},
-                       const std::string& installation = "installation-essai");
 httplib::Result posterTexte(httplib::Client& client, const std::string& chemin,
                             const std::string& corps, const std::string& jeton = {},
                             const std::string& installation = "installation-essai");
+inline httplib::Result poster(httplib::Client& client, const std::string& chemin,
+                              const nlohmann::json& corps, const std::string& jeton = {},
+                              const std::string& installation = "installation-essai") {
+    return posterTexte(client, chemin, corps.dump(), jeton, installation);
+}
 
 // The "detail" of a refusal, or "" when the body has none.
 std::string detail(const httplib::Result& reponse);
-nlohmann::json corpsJson(const httplib::Result& reponse);
+inline nlohmann::json corpsJson(const httplib::Result& reponse) {
+    return reponse ? nlohmann::json::parse(reponse->body, nullptr, false) : nullptr;
+}
 
 // A heartbeat body as the agent sends it, with today's use.
 nlohmann::json battement(double utiliseJourMin);
+
+// A server where Léa has one computer paired (installation "pc-1"), and a client for it.
+class AvecLea : public testing::Test {
+protected:
+    httplib::Result battre(const nlohmann::json& corps) {
+        return poster(client, "/api/enfant/battement", corps, jeton);
+    }
+    // The rule set answered to a heartbeat with today's use.
+    nlohmann::json consigne(double utiliseJourMin) {
+        return corpsJson(battre(battement(utiliseJourMin)));
+    }
+
+    ServeurEssai serveur;
+    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    httplib::Client client = serveur.client();
+};
 
 } // namespace tavi::famille::essai

@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <stdexcept>
+#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -55,6 +56,16 @@ std::string Prise::lire(std::chrono::milliseconds delai) {
             recu.append(morceau, static_cast<std::size_t>(n));
     }
     return recu;
+}
+
+std::string requeteBrute(const std::string& chemin, const std::string& corps,
+                         const std::string& entetes) {
+    return "POST " + chemin + " HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n" +
+           entetes + "Content-Length: " + std::to_string(corps.size()) + "\r\n\r\n" + corps;
+}
+
+int statutHttp(const std::string& reponse) {
+    return reponse.rfind("HTTP/1.1 ", 0) == 0 ? std::stoi(reponse.substr(9, 3)) : -1;
 }
 
 } // namespace tavi::famille::essai

@@ -25,4 +25,10 @@ private:
     int fd = -1;
 };
 
+// A JSON POST as raw bytes, with the extra header lines `entetes` ("Name: value\r\n" each).
+std::string requeteBrute(const std::string& chemin, const std::string& corps,
+                         const std::string& entetes = "");
+// The status of a raw HTTP/1.1 answer, -1 when there is none.
+int statutHttp(const std::string& reponse);
+
 } // namespace tavi::famille::essai

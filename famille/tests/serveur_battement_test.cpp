@@ -12,10 +12,11 @@ using namespace tavi::famille;
 using namespace tavi::famille::essai;
 using nlohmann::json;
 
-TEST(Battement, ChaqueLotDuBattementEstEnregistre) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
-    auto client = serveur.client();
+namespace {
+class Battements : public AvecLea {};
+} // namespace
+
+TEST_F(Battements, ChaqueLotDuBattementEstEnregistre) {
     std::int64_t heure = maintenantMs() / 3600000 * 3600000;
     std::string aujourdhui = jourLocal(maintenantMs(), *date::locate_zone("Europe/Paris"));
     auto lot = [&](double utilise, json site, json jours, json installees) {
@@ -23,7 +24,7 @@ TEST(Battement, ChaqueLotDuBattementEstEnregistre) {
         corps["sites"] = {std::move(site)};
         corps["usage_applis"] = {{"jours", std::move(jours)}, {"noms", {{"firefox", "Firefox"}}}};
         corps["applis_installees"] = std::move(installees);
-        return poster(client, "/api/enfant/battement", corps, jeton)->status;
+        return battre(corps)->status;
     };
     ASSERT_EQ(lot(42.5,
                   {{"d", "exemple.fr"}, {"p", heure + 1000}, {"f", heure + 5000}, {"s", 3000}},
@@ -48,11 +49,8 @@ TEST(Battement, ChaqueLotDuBattementEstEnregistre) {
     EXPECT_EQ(installees[0].at("id"), "vlc");
 }
 
-TEST(Battement, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
-    auto client = serveur.client();
-    ASSERT_EQ(poster(client, "/api/enfant/battement", battement(5), jeton)->status, 200);
+TEST_F(Battements, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
+    ASSERT_EQ(battre(battement(5))->status, 200);
     EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("protection"), "active");
     auto silence = serveur.lignes("ordinateur", maintenantMs() + Depot::silenceMaxMs + 2000);
     EXPECT_EQ(silence.at(0).at("protection"), "coupée");
@@ -62,49 +60,46 @@ TEST(Battement, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
     json annonce = battement(6);
     annonce["incertain"] = true;
     annonce["annonce"] = "veille";
-    ASSERT_EQ(poster(client, "/api/enfant/battement", annonce, jeton)->status, 200);
+    ASSERT_EQ(battre(annonce)->status, 200);
     EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("derniere_annonce").at("texte"), "veille");
 
     // A stop report is the one message without permissions.
     json arret = battement(7);
     arret.erase("autorisations");
     arret["actif"] = false;
-    ASSERT_EQ(poster(client, "/api/enfant/battement", arret, jeton)->status, 200);
+    ASSERT_EQ(battre(arret)->status, 200);
     auto arrete = serveur.lignes("ordinateur").at(0);
     EXPECT_EQ(arrete.at("protection"), "coupée");
     EXPECT_EQ(arrete.at("pourquoi"), "arrêt signalé");
     EXPECT_EQ(arrete.at("utilise_jour_min"), 7.0);
 }
 
-TEST(Battement, LeResteDuJourEtLesLimitesDApplisComptentLesDeuxOrdinateurs) {
-    ServeurEssai serveur;
-    std::string portable = serveur.enfantEtOrdinateur("Léa", "pc-1");
+TEST_F(Battements, LeResteDuJourCompteChaqueOrdinateurEtSurvitAUnRedemarrage) {
     std::string fixe = serveur.appairer("Léa", "pc-2");
     serveur.depot().modifier("Léa", [](Enfant& e) {
         e.reglages.limiteJourMin = 60;
         e.reglages.limitesApplis = {{"jeux", "Jeux", 30, {"steam", "minecraft"}}};
     });
-    auto client = serveur.client();
     auto avec = [](double jour, double steam) {
         json corps = battement(jour);
         corps["minutes_limites"] = {{"steam", steam}};
         return corps;
     };
-
-    poster(client, "/api/enfant/battement", avec(20, 8), portable);
+    battre(avec(20, 8));
     json c2 = corpsJson(poster(client, "/api/enfant/battement", avec(15, 3), fixe));
     EXPECT_EQ(c2.at("reste_jour_min"), 25.0);
     EXPECT_EQ(c2.at("limites_autres"), json({{"jeux", 8.0}}));
-    // The latest figure of a computer replaces its previous one.
-    json c3 = corpsJson(poster(client, "/api/enfant/battement", avec(22, 9), portable));
+
+    // The latest figure of a computer replaces its previous one; the figures and the tokens
+    // survive a restart.
+    serveur.redemarrer();
+    auto apres = serveur.client();
+    json c3 = corpsJson(poster(apres, "/api/enfant/battement", avec(22, 9), jeton));
     EXPECT_EQ(c3.at("reste_jour_min"), 23.0);
     EXPECT_EQ(c3.at("limites_autres"), json({{"jeux", 3.0}}));
 }
 
-TEST(Battement, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
-    auto client = serveur.client();
+TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
     json siteFractionnaire = battement(10);
     siteFractionnaire["sites"] = {{{"d", "a.fr"}, {"p", 1}, {"f", 2}, {"s", 1.5}}};
     json usageMalDate = battement(10);
@@ -150,22 +145,7 @@ TEST(Battement, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
     EXPECT_EQ(poster(bon, "/api/enfant/battement", battement(10), jeton)->status, 200);
 }
 
-TEST(Battement, LesDonneesEtLesJetonsSurviventAUnRedemarrage) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
-    serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 90; });
-    {
-        auto avant = serveur.client();
-        poster(avant, "/api/enfant/battement", battement(30), jeton);
-    }
-    serveur.redemarrer();
-    auto client = serveur.client();
-    auto reponse = poster(client, "/api/enfant/battement", battement(31), jeton);
-    ASSERT_EQ(reponse->status, 200);
-    EXPECT_EQ(corpsJson(reponse).at("reste_jour_min"), 59.0);
-}
-
-TEST(Battement, CinquanteOrdinateursBattentEnMemeTempsSansErreur) {
+TEST(Charge, CinquanteOrdinateursBattentEnMemeTempsSansErreur) {
     OptionsServeur options;
     options.connexionsParAdresse = 64; // every client here has the same address
     ServeurEssai serveur(options);

@@ -16,22 +16,10 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 
 namespace {
-
-std::string requete(const std::string& chemin, const std::string& corps,
-                    const std::string& entetes = "") {
-    return "POST " + chemin + " HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n" +
-           entetes + "Content-Length: " + std::to_string(corps.size()) + "\r\n\r\n" + corps;
-}
-
-int statut(const std::string& reponse) {
-    return reponse.rfind("HTTP/1.1 ", 0) == 0 ? std::stoi(reponse.substr(9, 3)) : -1;
-}
-
+class Defenses : public AvecLea {};
 } // namespace
 
-TEST(Defenses, DesConnexionsMuettesOuLentesSontCoupeesSansRetarderUnVraiBattement) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+TEST_F(Defenses, DesConnexionsMuettesOuLentesSontCoupeesSansRetarderUnVraiBattement) {
     // 20 addresses of 10: one that sends nothing, nine that dribble a head a byte a second.
     std::vector<std::unique_ptr<Prise>> lentes;
     for (int a = 0; a < 20; ++a)
@@ -40,10 +28,7 @@ TEST(Defenses, DesConnexionsMuettesOuLentesSontCoupeesSansRetarderUnVraiBattemen
                 std::make_unique<Prise>(serveur.port(), "127.0.3." + std::to_string(a + 1)));
     std::string tete = "POST /api/enfant/signal HTTP/1.1\r\nX-Lent: ";
     auto debut = std::chrono::steady_clock::now();
-    auto client = serveur.client();
-    auto reponse = poster(client, "/api/enfant/battement", battement(1), jeton);
-    ASSERT_TRUE(reponse);
-    EXPECT_EQ(reponse->status, 200);
+    EXPECT_EQ(battre(battement(1))->status, 200);
     EXPECT_LT(std::chrono::steady_clock::now() - debut, 3s) << "a real heartbeat waited";
 
     bool toutesCoupees = false;
@@ -57,12 +42,11 @@ TEST(Defenses, DesConnexionsMuettesOuLentesSontCoupeesSansRetarderUnVraiBattemen
         if (!toutesCoupees) std::this_thread::sleep_for(1s);
     }
     EXPECT_TRUE(toutesCoupees) << "a head still not whole after 30 s was kept open";
-    EXPECT_EQ(poster(client, "/api/enfant/battement", battement(2), jeton)->status, 200)
+    EXPECT_EQ(battre(battement(2))->status, 200)
         << "a kept-alive connection that sent a whole request is not cut by the head deadline";
 }
 
-TEST(Defenses, DesEnTetesSansFinOuInnombrablesSontRefusesEtLaConnexionFermee) {
-    ServeurEssai serveur;
+TEST_F(Defenses, DesEnTetesSansFinOuInnombrablesSontRefusesEtLaConnexionFermee) {
     Prise flot(serveur.port(), "127.0.0.2");
     flot.envoyer("POST /api/enfant/signal HTTP/1.1\r\nHost: x\r\n");
     std::string lignes;
@@ -71,26 +55,24 @@ TEST(Defenses, DesEnTetesSansFinOuInnombrablesSontRefusesEtLaConnexionFermee) {
     for (int envoi = 0; envoi < 200 && flot.envoyer(lignes); ++envoi) {
     }
     std::string reponse = flot.lire(5s);
-    EXPECT_EQ(statut(reponse), 431) << reponse.substr(0, 80);
+    EXPECT_EQ(statutHttp(reponse), 431) << reponse.substr(0, 80);
     EXPECT_TRUE(flot.fermee);
 
     std::string nombreux;
     for (int i = 0; i < 101; ++i)
         nombreux += "X-" + std::to_string(i) + ": 1\r\n";
     Prise petits(serveur.port(), "127.0.0.2");
-    petits.envoyer(requete("/api/enfant/signal", "{}", nombreux));
+    petits.envoyer(requeteBrute("/api/enfant/signal", "{}", nombreux));
     reponse = petits.lire(5s);
-    EXPECT_EQ(statut(reponse), 431) << reponse.substr(0, 80);
+    EXPECT_EQ(statutHttp(reponse), 431) << reponse.substr(0, 80);
     EXPECT_NE(reponse.find("trop d'en-têtes"), std::string::npos);
     EXPECT_TRUE(petits.fermee);
 }
 
-TEST(Defenses, UnRefusFermeLaConnexionSansLireLaRequeteQuiSuit) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+TEST_F(Defenses, UnRefusFermeLaConnexionSansLireLaRequeteQuiSuit) {
     std::string signal = json{{"nature", "site_bloque"}, {"detail", "exemple.fr"}}.dump();
     std::string suivante =
-        requete("/api/enfant/signal", signal, "Authorization: Bearer " + jeton + "\r\n");
+        requeteBrute("/api/enfant/signal", signal, "Authorization: Bearer " + jeton + "\r\n");
 
     // Over 1 MiB in chunks, then a second request on the same connection.
     Prise morceaux(serveur.port());
@@ -101,7 +83,7 @@ TEST(Defenses, UnRefusFermeLaConnexionSansLireLaRequeteQuiSuit) {
     }
     morceaux.envoyer("0\r\n\r\n" + suivante);
     std::string reponse = morceaux.lire(5s);
-    EXPECT_EQ(statut(reponse), 400);
+    EXPECT_EQ(statutHttp(reponse), 400);
     EXPECT_NE(reponse.find("1 Mio"), std::string::npos);
     EXPECT_NE(reponse.find("Connection: close"), std::string::npos);
     EXPECT_EQ(reponse.find("Keep-Alive"), std::string::npos);
@@ -118,7 +100,7 @@ TEST(Defenses, UnRefusFermeLaConnexionSansLireLaRequeteQuiSuit) {
         auto debut = std::chrono::steady_clock::now();
         prise.envoyer(texte + suivante);
         reponse = prise.lire(5s);
-        EXPECT_EQ(statut(reponse), attendu) << texte;
+        EXPECT_EQ(statutHttp(reponse), attendu) << texte;
         EXPECT_LT(std::chrono::steady_clock::now() - debut, 2s) << texte;
         EXPECT_TRUE(prise.fermee) << texte;
         EXPECT_NE(reponse.find("\"detail\""), std::string::npos) << texte;
@@ -130,7 +112,7 @@ TEST(Defenses, UnRefusFermeLaConnexionSansLireLaRequeteQuiSuit) {
         << "a request sent after a refused one was run";
 }
 
-TEST(Defenses, UneAdresseNOuvrePasPlusQueSonPlafondDeConnexionsEtLArretNeLesAttendPas) {
+TEST(Connexions, UneAdresseNOuvrePasPlusQueSonPlafondDeConnexionsEtLArretNeLesAttendPas) {
     auto serveur = std::make_unique<ServeurEssai>();
     std::vector<std::unique_ptr<Prise>> prises;
     for (int i = 0; i < 40; ++i)
@@ -154,29 +136,8 @@ TEST(Defenses, UneAdresseNOuvrePasPlusQueSonPlafondDeConnexionsEtLArretNeLesAtte
     EXPECT_EQ(cleAdresse("::ffff:192.0.2.7"), "192.0.2.7");
 }
 
-TEST(Defenses, LesEchecsDAppairageSontBornesPourLaFamilleEntiere) {
-    ServeurEssai serveur;
-    serveur.depot().ajouterEnfant("Léa", "fr", "Europe/Paris", maintenantMs());
-    auto essayer = [&](const std::string& code, int numero) {
-        Prise prise(serveur.port(), "127.0.4." + std::to_string(numero / 5 + 1));
-        prise.envoyer(requete("/api/auth/ordinateur",
-                              json{{"code", code}, {"nom", "PC"}, {"version", "0.1.0"}}.dump(),
-                              "Connection: close\r\nX-Tavi-Installation: pc-" +
-                                  std::to_string(numero) + "\r\n"));
-        return statut(prise.lire(5s));
-    };
-    // Five tries per address and one per installation: no key reaches its own bound.
-    for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(essayer("ZZZZ2222", i), 400) << i;
-    auto bon = serveur.depot().creerCode("Léa", maintenantMs());
-    EXPECT_EQ(essayer(bon.code, 1000), 429);
-}
-
-TEST(Defenses, UnOrdinateurNeRemplitPasLeDisqueMaisRecoitSaConsigne) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+TEST_F(Defenses, UnOrdinateurNeRemplitPasLeDisqueMaisRecoitSaConsigne) {
     serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 60; });
-    auto client = serveur.client();
     std::int64_t heure = maintenantMs() / 3600000 * 3600000;
     auto avecSites = [&](int premier, int nombre) {
         json corps = battement(10);
@@ -186,32 +147,28 @@ TEST(Defenses, UnOrdinateurNeRemplitPasLeDisqueMaisRecoitSaConsigne) {
                 {{"d", "s" + std::to_string(i) + ".fr"}, {"p", heure}, {"f", heure}, {"s", 1}});
         return corps;
     };
-    auto flot = poster(client, "/api/enfant/battement", avecSites(0, 6000), jeton);
-    ASSERT_EQ(flot->status, 200);
-    EXPECT_EQ(corpsJson(flot).at("reste_jour_min"), 50.0);
-    auto encore = poster(client, "/api/enfant/battement", avecSites(0, 7000), jeton);
-    EXPECT_EQ(encore->status, 200);
+    EXPECT_EQ(corpsJson(battre(avecSites(0, 6000))).at("reste_jour_min"), 50.0);
+    EXPECT_EQ(battre(avecSites(0, 7000))->status, 200);
     EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM sites"), Depot::quotaJour.sites);
 
     json signal = {{"nature", "site_bloque"}, {"detail", "exemple.fr"}};
+    EXPECT_EQ(poster(client, "/api/enfant/signal", {{"nature", "site_bloque"}}, jeton)->status,
+              400);
     for (std::int64_t i = 0; i < Depot::quotaJour.signaux; ++i)
         ASSERT_EQ(poster(client, "/api/enfant/signal", signal, jeton)->status, 204);
+    EXPECT_EQ(serveur.lignes("signal").at(0).at("detail"), "exemple.fr");
     auto refus = poster(client, "/api/enfant/signal", signal, jeton);
     EXPECT_EQ(refus->status, 429);
     EXPECT_NE(detail(refus).find("trop de signaux"), std::string::npos);
 }
 
-TEST(Defenses, LaBaseEtSesCompagnonsNeSontLisiblesQueParLeProprietaire) {
+TEST_F(Defenses, LaBaseEtSesCompagnonsNeSontLisiblesQueParLeProprietaire) {
     auto mode = [](const std::filesystem::path& chemin) {
         struct stat etat {};
         return stat(chemin.c_str(), &etat) == 0 ? etat.st_mode & 0777 : 0;
     };
-    {
-        ServeurEssai serveur;
-        serveur.enfantEtOrdinateur("Léa", "pc-1");
-        for (const char* suffixe : {"", "-wal", "-shm"})
-            EXPECT_EQ(mode(serveur.base().string() + suffixe), 0600u) << suffixe;
-    }
+    for (const char* suffixe : {"", "-wal", "-shm"})
+        EXPECT_EQ(mode(serveur.base().string() + suffixe), 0600u) << suffixe;
     DossierTemporaire dossier;
     auto ancienne = dossier / "ancienne.db";
     { Depot(ancienne.string(), Base::Ouverture::creer); }

@@ -3,7 +3,6 @@
 #include "temps.h"
 
 #include <cstdlib>
-#include <gtest/gtest.h>
 
 using namespace tavi::famille;
 using namespace tavi::famille::essai;
@@ -15,26 +14,19 @@ json demandeTemps(int minutes) {
     return {{"type", "temps"}, {"minutes", minutes}, {"texte", "Sur mon ordinateur"}};
 }
 
-double reste(httplib::Client& client, const std::string& jeton, double utilise) {
-    return corpsJson(poster(client, "/api/enfant/battement", battement(utilise), jeton))
-        .at("reste_jour_min")
-        .get<double>();
-}
+class Demandes : public AvecLea {};
 
 } // namespace
 
-TEST(Demandes, UneDemandeAccordeeAjouteSesMinutesUneSeuleFoisEtDixEnAttenteSuffisent) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+TEST_F(Demandes, UneDemandeAccordeeAjouteSesMinutesUneSeuleFoisEtDixEnAttenteSuffisent) {
     serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 60; });
-    auto client = serveur.client();
     auto reponse = poster(client, "/api/enfant/demandes", demandeTemps(15), jeton);
     ASSERT_EQ(reponse->status, 201);
     auto id = std::stoll(corpsJson(reponse).at("id").get<std::string>());
     serveur.depot().accorder(id, 20, maintenantMs());
     EXPECT_THROW(serveur.depot().accorder(id, std::nullopt, maintenantMs()), ErreurFamille);
     EXPECT_THROW(serveur.depot().refuser(id, maintenantMs()), ErreurFamille);
-    EXPECT_EQ(reste(client, jeton, 60), 20.0);
+    EXPECT_EQ(consigne(60).at("reste_jour_min"), 20.0);
 
     for (const json& faux :
          {json{{"type", "temps"}, {"minutes", "15"}}, json{{"type", "glace"}, {"minutes", 5}}}) {
@@ -47,11 +39,8 @@ TEST(Demandes, UneDemandeAccordeeAjouteSesMinutesUneSeuleFoisEtDixEnAttenteSuffi
     EXPECT_EQ(poster(client, "/api/enfant/demandes", demandeTemps(5), jeton)->status, 429);
 }
 
-TEST(Tirelire, DepenserDeplaceLesMinutesDeLaTirelireVersLaJournee) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+TEST_F(Demandes, DepenserDeplaceLesMinutesDeLaTirelireVersLaJournee) {
     serveur.depot().modifier("Léa", [](Enfant& e) { e.tirelireMin = 25; });
-    auto client = serveur.client();
     auto depenser = [&](const json& minutes) {
         return poster(client, "/api/enfant/tirelire/utiliser", {{"minutes", minutes}}, jeton);
     };
@@ -63,22 +52,9 @@ TEST(Tirelire, DepenserDeplaceLesMinutesDeLaTirelireVersLaJournee) {
     EXPECT_EQ(depenser(2.5)->status, 400);
 
     ASSERT_EQ(depenser(10)->status, 200);
-    json c = corpsJson(poster(client, "/api/enfant/battement", battement(30), jeton));
+    json c = consigne(30);
     EXPECT_EQ(c.at("tirelire_min"), 15.0);
     EXPECT_EQ(c.at("reste_jour_min"), 10.0);
-}
-
-TEST(Signal, UnSiteBloqueSignaleParaitDansLeRapportDuJour) {
-    ServeurEssai serveur;
-    std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
-    auto client = serveur.client();
-    json signal = {{"nature", "site_bloque"}, {"detail", "exemple.fr"}};
-    EXPECT_EQ(poster(client, "/api/enfant/signal", signal, jeton)->status, 204);
-    EXPECT_EQ(poster(client, "/api/enfant/signal", {{"nature", "site_bloque"}}, jeton)->status,
-              400);
-    auto signaux = serveur.lignes("signal");
-    ASSERT_EQ(signaux.size(), 1u);
-    EXPECT_EQ(signaux[0].at("detail"), "exemple.fr");
 }
 
 TEST(Ecoute, UnSecondServeurSurLeMemePortEchoueAuLieuDeLePartager) {

@@ -2,7 +2,7 @@
 
 #include "engine/moteur.h"
 #include "engine/voile_console.h"
-#include "fausse_boucle_pool.h"
+#include "fausse_boucle.h"
 #include "fausse_navigation.h"
 #include "fausse_session.h"
 #include "fausses_applications.h"
@@ -41,12 +41,8 @@ inline json limiteJeux(double minutes, const std::vector<std::string>& applis = 
 class BancMoteur : public testing::Test {
 protected:
     BancMoteur() {
-        boucle.quandLeTempsPasse([this](std::int64_t ms) { horloges.avancer(ms); });
-        boucle.retenus = [this] { return coffre.suspendus() + transport->retenues(); };
-    }
-    void TearDown() override {
-        coffre.liberer();
-        transport->relacher();
+        boucle.quandLeTempsPasse = [this](std::int64_t ms) { horloges.avancer(ms); };
+        boucle.retenus = [this] { return coffre.suspendu.retenus() + transport->lent.retenus(); };
     }
 
     // Paired earlier, with `consigne` received then (none when null) and sent again since.
@@ -62,19 +58,9 @@ protected:
         transport->parDefaut = [consigne](const auto&) { return FauxTransport::ok(consigne); };
     }
     void construire() {
-        moteur = std::make_unique<Moteur>(Plateforme{horloges,
-                                                     reglages,
-                                                     coffre,
-                                                     boucle,
-                                                     transport,
-                                                     session,
-                                                     bureau,
-                                                     navigation,
-                                                     applications,
-                                                     categories,
-                                                     systeme,
-                                                     demarrage,
-                                                     {}});
+        moteur = std::make_unique<Moteur>(Plateforme{horloges, reglages, coffre, boucle, transport,
+                                                     session, bureau, navigation, applications,
+                                                     categories, systeme, demarrage, nullptr});
     }
     void demarrer() {
         if (!moteur) construire();
@@ -120,7 +106,7 @@ protected:
     FaussesCategories categories;
     FauxSysteme systeme;
     FauxDemarrage demarrage;
-    FausseBouclePool boucle;
+    FausseBoucle boucle;
     std::unique_ptr<Moteur> moteur;
 };
 

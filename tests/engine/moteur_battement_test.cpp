@@ -34,10 +34,10 @@ TEST_F(BancMoteur, UnTicCompteEvalueEtBatToutesLesTrenteSecondesDepuisLeDebutDuP
 
     // A slow answer: no second heartbeat while one is in flight, then the cadence counts from
     // the start of the last one, not from its answer.
-    transport->retenir();
+    transport->lent.retenir();
     secondes(36);
     EXPECT_EQ(battements().size(), 3u);
-    transport->relacher();
+    transport->lent.relacher();
     boucle.terminerArrierePlan();
     secondes(1);
     EXPECT_EQ(battements().size(), 4u);

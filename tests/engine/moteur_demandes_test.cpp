@@ -20,7 +20,7 @@ TEST_F(BancMoteur, UnMessagePlusRecentResteSesHuitSecondes) {
 TEST_F(BancMoteur, UnTrousseauQuiNeRepondPasNeRetientNiLeTicNiLeVoileMaisLeBattementAttend) {
     relier({{"protegeMaintenant", true}});
     const int appelsDuTest = coffre.appelsDuFilPrincipal();
-    coffre.suspendre();
+    coffre.suspendu.retenir();
     demarrer();
     int changements = 0;
     moteur->quandChange = [&] { ++changements; };
@@ -30,7 +30,7 @@ TEST_F(BancMoteur, UnTrousseauQuiNeRepondPasNeRetientNiLeTicNiLeVoileMaisLeBatte
     EXPECT_TRUE(battements().empty());
     EXPECT_EQ(coffre.appelsDuFilPrincipal(), appelsDuTest) << "the store is never waited for";
 
-    coffre.liberer();
+    coffre.suspendu.relacher();
     boucle.terminerArrierePlan();
     secondes(1);
     const auto requetes = transport->requetes(cheminBattement);
@@ -55,7 +55,7 @@ TEST_F(BancMoteur, RejoindreEcritLeJumelageEnregistreLAgentEtBatMemeAvecUnTrouss
     EXPECT_FALSE(reglages.texte("ordinateur_id"));
     EXPECT_EQ(demarrage.enregistrements, 0);
 
-    coffre.verrouiller(true);
+    coffre.verrouille = true;
     transport->enFile(rejoindre, accepte);
     repondre({{"protegeMaintenant", true}});
     issue.reset();
@@ -75,7 +75,7 @@ TEST_F(BancMoteur, RejoindreEcritLeJumelageEnregistreLAgentEtBatMemeAvecUnTrouss
               texte("Le trousseau est verrouillé : déverrouille-le pour que Tavi Home garde le "
                     "lien avec ta famille."));
 
-    coffre.verrouiller(false);
+    coffre.verrouille = false;
     battreAuProchainTic();
     EXPECT_FALSE(moteur->jetonEnAttente()) << "offered again with the next heartbeat";
     EXPECT_EQ(Trousseau::lire(coffre), "jeton-neuf");

@@ -1,32 +1,27 @@
 #include "fausse_boucle.h"
 
+#include <chrono>
+#include <exception>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
-namespace tavi {
+namespace tavi::test {
 
 namespace {
 
-class FausseSurveillance : public Abonnement {
-public:
-    explicit FausseSurveillance(std::shared_ptr<bool> drapeau) : active(std::move(drapeau)) {}
-    ~FausseSurveillance() override { *active = false; }
-
-private:
-    std::shared_ptr<bool> active;
-};
-
-class FausseMinuterie : public Minuterie {
-public:
+// Cancels its timer when it goes.
+struct FausseMinuterie : Minuterie {
     explicit FausseMinuterie(std::shared_ptr<bool> drapeau) : active(std::move(drapeau)) {}
     ~FausseMinuterie() override { *active = false; }
-
-private:
     std::shared_ptr<bool> active;
 };
 
 } // namespace
+
+FausseBoucle::~FausseBoucle() {
+    for (auto& fil : fils)
+        fil.join();
+}
 
 std::unique_ptr<Minuterie> FausseBoucle::repeter(std::chrono::milliseconds periode, Tache tache) {
     if (periode < std::chrono::milliseconds(1))
@@ -43,37 +38,45 @@ void FausseBoucle::plusTard(std::chrono::milliseconds delai, Tache tache) {
     planifier(maintenant + delai.count(), {std::move(tache), 0, {}});
 }
 
-std::unique_ptr<Abonnement> FausseBoucle::surveiller(int descripteur, Tache tache) {
-    auto active = std::make_shared<bool>(true);
-    surveillances.emplace(descripteur, std::make_pair(active, std::move(tache)));
-    return std::make_unique<FausseSurveillance>(active);
-}
-
-void FausseBoucle::signaler(int descripteur) {
-    std::vector<Tache> aLancer;
-    for (auto it = surveillances.begin(); it != surveillances.end();) {
-        if (!*it->second.first) {
-            it = surveillances.erase(it);
-            continue;
-        }
-        if (it->first == descripteur) aLancer.push_back(it->second.second);
-        ++it;
-    }
-    for (auto& tache : aLancer)
-        tache();
-}
-
 void FausseBoucle::poster(Tache tache) {
+    std::lock_guard verrou(mutex);
     postes.push_back(std::move(tache));
+    change.notify_all();
 }
 
 void FausseBoucle::enArrierePlan(std::function<Tache()> travail) {
-    arrierePlan.push_back(std::move(travail));
+    {
+        std::lock_guard verrou(mutex);
+        ++enCours;
+    }
+    fils.emplace_back([this, travail = std::move(travail)]() mutable {
+        Tache suite;
+        std::exception_ptr erreur;
+        try {
+            suite = travail();
+        } catch (...) {
+            erreur = std::current_exception();
+        }
+        std::lock_guard verrou(mutex);
+        // The work goes with what it gave back: both are released on the test's thread.
+        retours.push_back([travail = std::move(travail), suite = std::move(suite), erreur] {
+            if (erreur) std::rethrow_exception(erreur);
+            if (suite) suite();
+        });
+        --enCours;
+        change.notify_all();
+    });
 }
 
 void FausseBoucle::avancer(std::chrono::milliseconds duree) {
     if (duree.count() < 0) throw std::invalid_argument("avancer: virtual time does not go back");
     const std::int64_t fin = maintenant + duree.count();
+    const auto allerA = [this](std::int64_t instantMs) {
+        const std::int64_t ecoule = instantMs - maintenant;
+        if (ecoule <= 0) return;
+        maintenant = instantMs;
+        if (quandLeTempsPasse) quandLeTempsPasse(ecoule);
+    };
     executerPostes();
     while (!echeancier.empty() && echeancier.begin()->first.first <= fin) {
         auto noeud = echeancier.extract(echeancier.begin());
@@ -91,24 +94,44 @@ void FausseBoucle::avancer(std::chrono::milliseconds duree) {
 }
 
 std::size_t FausseBoucle::terminerArrierePlan() {
-    std::size_t termines = 0;
-    while (!arrierePlan.empty()) {
-        auto travail = std::move(arrierePlan.front());
-        arrierePlan.pop_front();
-        ++termines;
-        if (Tache suite = travail()) poster(std::move(suite));
+    for (std::size_t arrives = 0;;) {
         executerPostes();
-    }
-    return termines;
-}
-
-void FausseBoucle::executerPostes() {
-    for (;;) {
-        std::deque<Tache> lot;
-        lot.swap(postes);
-        if (lot.empty()) return;
+        // Polled: a fake that starts holding a work does not wake this loop.
+        const auto limite = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        std::unique_lock verrou(mutex);
+        while (enCours > retenus()) {
+            if (std::chrono::steady_clock::now() > limite)
+                throw std::runtime_error("terminerArrierePlan: background work still runs");
+            change.wait_for(verrou, std::chrono::milliseconds(1));
+        }
+        auto lot = std::exchange(retours, {});
+        if (lot.empty() && postes.empty()) {
+            // Nothing runs: the threads have ended or are about to.
+            if (enCours == 0) {
+                for (auto& fil : fils)
+                    fil.join();
+                fils.clear();
+            }
+            return arrives;
+        }
+        verrou.unlock();
+        arrives += lot.size();
         for (auto& tache : lot)
             tache();
+    }
+}
+
+bool FausseBoucle::attendre(const std::function<bool()>& condition) {
+    const auto limite = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    for (;;) {
+        if (auto lot = prendre(retours))
+            for (auto& tache : *lot)
+                tache();
+        executerPostes();
+        if (condition()) return true;
+        std::unique_lock verrou(mutex);
+        if (!change.wait_until(verrou, limite, [&] { return !postes.empty() || !retours.empty(); }))
+            return condition();
     }
 }
 
@@ -116,11 +139,16 @@ void FausseBoucle::planifier(std::int64_t dueMs, Echeance echeance) {
     echeancier.emplace(std::pair{dueMs, rang++}, std::move(echeance));
 }
 
-void FausseBoucle::allerA(std::int64_t instantMs) {
-    const std::int64_t ecoule = instantMs - maintenant;
-    if (ecoule <= 0) return;
-    maintenant = instantMs;
-    if (quandLeTempsPasse) quandLeTempsPasse(ecoule);
+void FausseBoucle::executerPostes() {
+    while (auto lot = prendre(postes))
+        for (auto& tache : *lot)
+            tache();
 }
 
-} // namespace tavi
+std::optional<std::deque<Boucle::Tache>> FausseBoucle::prendre(std::deque<Tache>& file) {
+    std::lock_guard verrou(mutex);
+    if (file.empty()) return std::nullopt;
+    return std::exchange(file, {});
+}
+
+} // namespace tavi::test

@@ -6,19 +6,16 @@
 
 namespace tavi::test {
 
-// A login agent in memory, from any thread: counts registrations and removals; `refuser`
-// makes a registration fail and leave it inactive.
+// A login agent in memory, from any thread: counts registrations and removals.
 class FauxDemarrage : public Demarrage {
 public:
     std::atomic<bool> enregistre{false};
-    std::atomic<bool> refuser{false};
     std::atomic<int> enregistrements{0};
     std::atomic<int> desenregistrements{0};
 
     bool actif() const override { return enregistre; }
     std::optional<std::string> enregistrer() override {
         ++enregistrements;
-        if (refuser) return "le gestionnaire de services refuse";
         enregistre = true;
         return std::nullopt;
     }

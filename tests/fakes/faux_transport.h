@@ -1,10 +1,8 @@
 #pragma once
 
+#include "barriere.h"
 #include "server/transport.h"
 
-#include <chrono>
-#include <condition_variable>
-#include <cstddef>
 #include <deque>
 #include <functional>
 #include <map>
@@ -17,8 +15,8 @@
 namespace tavi::test {
 
 // A family server in memory, from any thread: it records each request and answers from a
-// queue per path, else with `parDefaut` (an empty JSON object). `retenir` holds every exchange
-// until `relacher`, like a server that takes its time.
+// queue per path, else with `parDefaut` (an empty JSON object). While `lent` holds them, the
+// exchanges wait, like a server that takes its time.
 class FauxTransport : public Transport {
 public:
     using Issue = Attendu<ReponseHttp, ErreurTransport>;
@@ -33,8 +31,8 @@ public:
     static Issue statut(long code, const std::string& detail = "refusé") {
         return ReponseHttp{code, {}, nlohmann::json{{"detail", detail}}.dump()};
     }
-    static Issue panne() { return ErreurTransport{7, "connexion refusée"}; }
 
+    Barriere lent;
     std::function<Issue(const Requete&)> parDefaut = [](const Requete&) {
         return ok(nlohmann::json::object());
     };
@@ -42,20 +40,6 @@ public:
     void enFile(const std::string& chemin, Issue issue) {
         std::lock_guard verrou(mutex);
         files[chemin].push_back(std::move(issue));
-    }
-    void retenir() {
-        std::lock_guard verrou(mutex);
-        retenu = true;
-    }
-    void relacher() {
-        std::lock_guard verrou(mutex);
-        retenu = false;
-        change.notify_all();
-    }
-    // Exchanges held now; none from the moment they are let go.
-    std::size_t retenues() const {
-        std::lock_guard verrou(mutex);
-        return retenu ? tenues : 0;
     }
     std::vector<Requete> requetes(const std::string& chemin) const {
         std::lock_guard verrou(mutex);
@@ -67,19 +51,18 @@ public:
 
     Issue echanger(const RequeteHttp& requete) override {
         Requete r{requete.methode, requete.url, {}, nullptr};
+        r.entetes.insert(requete.entetes.begin(), requete.entetes.end());
         if (auto debut = r.chemin.find("://"); debut != std::string::npos)
             r.chemin.erase(0, r.chemin.find('/', debut + 3));
-        for (const auto& [nom, valeur] : requete.entetes)
-            r.entetes[nom] = valeur;
         if (requete.corps) r.corps = nlohmann::json::parse(*requete.corps, nullptr, false);
         if (requete.corps && r.corps.is_discarded()) r.corps = *requete.corps;
 
+        {
+            std::lock_guard verrou(mutex);
+            recues.push_back(r);
+        }
+        lent.passer();
         std::unique_lock verrou(mutex);
-        recues.push_back(r);
-        ++tenues;
-        // Not forever: a failing test must still end.
-        change.wait_for(verrou, std::chrono::seconds(10), [&] { return !retenu; });
-        --tenues;
         if (auto& file = files[r.chemin]; !file.empty()) {
             Issue issue = std::move(file.front());
             file.pop_front();
@@ -91,11 +74,8 @@ public:
 
 private:
     mutable std::mutex mutex;
-    std::condition_variable change;
     std::map<std::string, std::deque<Issue>> files;
     std::vector<Requete> recues;
-    bool retenu = false;
-    std::size_t tenues = 0;
 };
 
 } // namespace tavi::test

@@ -1,4 +1,4 @@
-#include "fausse_boucle_filee.h"
+#include "fausse_boucle.h"
 #include "fausse_navigation.h"
 #include "fausses_applications.h"
 #include "observation/file_navigateurs.h"
@@ -13,18 +13,18 @@ using Resultats = FileNavigateurs::Resultats;
 
 // Real worker thread, virtual time on the main side.
 TEST(FileNavigateurs, UneLectureALaFoisEtTroisSecondesAuPlusParNavigateur) {
-    test::FausseBoucleFilee boucle;
+    test::FausseBoucle boucle;
     test::FausseNavigation navigation;
     navigation.reponses["firefox"] = Lecture::url("https://exemple.fr/");
     navigation.bloques.insert("chromium");
+    navigation.bloque.retenir();
     FileNavigateurs file(boucle, navigation);
     std::vector<Resultats> recus;
     const auto noter = [&](Resultats r) { recus.push_back(std::move(r)); };
 
     ASSERT_TRUE(file.lire({"firefox", "chromium", "org.gnome.Epiphany"}, noter));
     EXPECT_FALSE(file.lire({"firefox"}, noter));
-    navigation.attendreAppels(2);
-    boucle.attendrePostes(1);
+    navigation.attendreAppels(2); // firefox's reading is posted before chromium is asked
     boucle.avancer(2999ms);
     EXPECT_TRUE(recus.empty());
     boucle.avancer(1ms);
@@ -36,15 +36,12 @@ TEST(FileNavigateurs, UneLectureALaFoisEtTroisSecondesAuPlusParNavigateur) {
     // Busy until the stuck browser answers; what it says then is too late, and the browsers
     // after it are not read at all.
     EXPECT_FALSE(file.lire({"firefox"}, noter));
-    navigation.liberer();
-    boucle.attendrePostes(3);
-    boucle.avancer(0ms);
+    navigation.bloque.relacher();
+    ASSERT_TRUE(boucle.attendre([&] { return !file.occupe(); }));
     EXPECT_EQ(recus.size(), 1u);
     file.vider("firefox");
     ASSERT_TRUE(file.lire({"firefox"}, noter));
-    boucle.attendrePostes(5);
-    boucle.avancer(0ms);
-    ASSERT_EQ(recus.size(), 2u);
+    ASSERT_TRUE(boucle.attendre([&] { return recus.size() == 2; }));
     EXPECT_EQ(recus[1], (Resultats{{"firefox", Lecture::url("https://exemple.fr/")}}));
     EXPECT_EQ(navigation.attendreAppels(0),
               (std::vector<std::string>{"lire firefox", "lire chromium", "vider firefox",
@@ -52,20 +49,20 @@ TEST(FileNavigateurs, UneLectureALaFoisEtTroisSecondesAuPlusParNavigateur) {
 }
 
 TEST(FileNavigateurs, AucunResultatNArriveApresLaDestruction) {
-    test::FausseBoucleFilee boucle;
+    test::FausseBoucle boucle;
     test::FausseNavigation navigation;
     int appels = 0;
     {
         FileNavigateurs file(boucle, navigation);
         ASSERT_TRUE(file.lire({"firefox"}, [&](Resultats) { ++appels; }));
-        boucle.attendrePostes(2);
+        navigation.attendreAppels(1);
     }
     boucle.avancer(10s);
     EXPECT_EQ(appels, 0);
 }
 
 TEST(NavigateursInstalles, RepondDeMemoireEtRafraichitEnFondToutesLesDixMinutes) {
-    FausseBoucle boucle;
+    test::FausseBoucle boucle;
     test::FaussesApplications applications;
     applications.ouvrentLeWeb = {"org.qutebrowser.qutebrowser", Programme::identifiantAgent()};
     std::int64_t murale = 1'795'000'000'000;

@@ -91,23 +91,10 @@ TEST(Navigateurs, LesListesDeLaFamillePassentAvantLesListesIntegrees) {
     c.filtreWeb = FiltreJSON{true, {}, {}};
     EXPECT_TRUE(N::filtreUtile(c));
 
-    EXPECT_EQ(N::domainesAdultes().size(), 82u);
     for (const auto& d : N::domainesAdultes())
         EXPECT_TRUE(!d.starts_with("www.") && std::none_of(d.begin(), d.end(), [](char x) {
             return x >= 'A' && x <= 'Z';
         })) << d;
-    EXPECT_EQ(N::motsCles().size(), 15u);
-}
-
-TEST(Navigateurs, LesScriptsNommentLOngletDuNavigateur) {
-    EXPECT_EQ(N::scriptLecture("com.apple.Safari"),
-              "with timeout of 3 seconds\n  tell application id \"com.apple.Safari\"\n"
-              "    if (count of windows) is 0 then return \"\"\n"
-              "    return URL of current tab of front window\n  end tell\nend timeout");
-    EXPECT_EQ(N::scriptVidage("com.google.Chrome"),
-              "with timeout of 3 seconds\n  tell application id \"com.google.Chrome\" to set URL "
-              "of active tab of front window to \"about:blank\"\nend timeout");
-    EXPECT_FALSE(N::scriptLecture("org.mozilla.firefox"));
 }
 
 TEST(Navigateurs, UnNavigateurInconnuNEstJamaisDemandeEtUnePanneEstIllisible) {
