@@ -1,7 +1,6 @@
 #include "app/agent_linux.h"
 
 #include "commun/journal.h"
-#include "engine/voile_console.h"
 #include "platform/linux/demarrage_linux.h"
 #include "platform/linux/dossiers_linux.h"
 #include "platform/linux/environnement_xdg.h"
@@ -13,7 +12,8 @@
 
 namespace tavi {
 
-AgentLinux::AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demarrage& demarrage)
+AgentLinux::AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demarrage& demarrage,
+                       FabriqueVoile fabriqueVoile)
     : observation_(boucle, EnvironnementXdg::duProcessus()) {
     moteur_ = std::make_unique<Moteur>(Plateforme{
         .horloges = horloges_,
@@ -28,7 +28,7 @@ AgentLinux::AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demar
         .categories = observation_.categories(),
         .systeme = systeme_,
         .demarrage = demarrage,
-        .fabriqueVoile = [](Moteur&) { return std::make_unique<VoileConsole>(); },
+        .fabriqueVoile = std::move(fabriqueVoile),
     });
 }
 
@@ -88,10 +88,12 @@ std::unique_ptr<Demarrage> demarrageDeSession(std::optional<std::filesystem::pat
 
 } // namespace
 
-AgentDeSession::AgentDeSession(Boucle& boucle, std::optional<std::filesystem::path> executableAgent)
+AgentDeSession::AgentDeSession(Boucle& boucle, std::optional<std::filesystem::path> executableAgent,
+                               FabriqueVoile fabriqueVoile)
     : boucle_(boucle), reglages_(reglagesDeSession()), coffre_(std::make_unique<CoffreSuivi>()),
       demarrage_(std::make_unique<DemarrageSuivi>(demarrageDeSession(std::move(executableAgent)))),
-      agent_(std::make_unique<AgentLinux>(boucle, *reglages_, *coffre_, *demarrage_)) {}
+      agent_(std::make_unique<AgentLinux>(boucle, *reglages_, *coffre_, *demarrage_,
+                                          std::move(fabriqueVoile))) {}
 
 AgentDeSession::~AgentDeSession() {
     attente_.reset();

@@ -19,14 +19,16 @@
 namespace tavi {
 
 // The engine on this Linux session: the system's clocks, libcurl, the desktop as
-// ObservationLinux sees it, the system's description, and a veil without windows. The loop,
+// ObservationLinux sees it, the system's description, and the veil it is given. The loop,
 // the store, the secret store and the login agent are handed in, each to outlive this object:
 // the agent gives the session's own, a test temporary ones.
 //
 // Main thread only. Make it after the QCoreApplication.
 class AgentLinux {
 public:
-    AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demarrage& demarrage);
+    // `fabriqueVoile` makes the veil; empty, the veil has no window.
+    AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demarrage& demarrage,
+               FabriqueVoile fabriqueVoile = {});
     ~AgentLinux();
     AgentLinux(const AgentLinux&) = delete;
     AgentLinux& operator=(const AgentLinux&) = delete;
@@ -49,7 +51,8 @@ class AgentDeSession {
 public:
     // `executableAgent`: what the login agent starts; absent, this process's executable.
     explicit AgentDeSession(Boucle& boucle,
-                            std::optional<std::filesystem::path> executableAgent = std::nullopt);
+                            std::optional<std::filesystem::path> executableAgent = std::nullopt,
+                            FabriqueVoile fabriqueVoile = {});
     ~AgentDeSession();
     AgentDeSession(const AgentDeSession&) = delete;
     AgentDeSession& operator=(const AgentDeSession&) = delete;

@@ -37,13 +37,10 @@ nlohmann::ordered_json etatPublie(Moteur& moteur) {
             {"message", message ? nlohmann::ordered_json(*message) : nlohmann::ordered_json()}};
 }
 
-SortieEtat::SortieEtat(Moteur& moteur, std::ostream& sortie) : moteur_(moteur), sortie_(sortie) {
-    moteur_.quandChange = [this] { publier(); };
-}
+SortieEtat::SortieEtat(Moteur& moteur, std::ostream& sortie)
+    : moteur_(moteur), sortie_(sortie), abonnement_(moteur.observer([this] { publier(); })) {}
 
-SortieEtat::~SortieEtat() {
-    moteur_.quandChange = nullptr;
-}
+SortieEtat::~SortieEtat() = default;
 
 void SortieEtat::publier() {
     std::string ligne = ligneJson(etatPublie(moteur_));

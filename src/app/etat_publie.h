@@ -2,6 +2,7 @@
 
 #include "engine/moteur.h"
 
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
@@ -21,7 +22,7 @@ namespace tavi {
 nlohmann::ordered_json etatPublie(Moteur& moteur);
 
 // Writes the engine's state on `sortie` as one line of JSON each time it differs from the last
-// line written, and flushes it. Hooks the engine's `quandChange`, which must outlive neither.
+// line written, and flushes it. The engine must outlive it.
 class SortieEtat {
 public:
     SortieEtat(Moteur& moteur, std::ostream& sortie);
@@ -35,6 +36,7 @@ private:
     Moteur& moteur_;
     std::ostream& sortie_;
     std::optional<std::string> derniere_;
+    std::unique_ptr<Abonnement> abonnement_;
 };
 
 } // namespace tavi

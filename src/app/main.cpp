@@ -1,6 +1,7 @@
+#include "app/capture.h"
 #include "app/essai_api.h"
+#include "app/execution_agent.h"
 #include "app/lancement.h"
-#include "app/sans_interface.h"
 #include "app/signaux_arret.h"
 #include "commun/texte.h"
 #include "platform/linux/systeme_linux.h"
@@ -8,6 +9,7 @@
 #include "server/stockage.h"
 
 #include <QCoreApplication>
+#include <cstdlib>
 #include <iostream>
 
 int main(int argc, char** argv) {
@@ -27,12 +29,16 @@ int main(int argc, char** argv) {
         essai.demarrer([&boucle](int statut) { boucle.quitter(statut); });
         return boucle.executer();
     }
-    if (lancement.capture) {
-        std::cerr << "tavi-home: pas encore de fenêtre à capturer\n";
-        return 1;
-    }
+    if (lancement.capture) return tavi::capturer(*lancement.capture, argc, argv);
 
-    // Without the interface, `--sans-interface` or not, the agent runs headless.
     tavi::SignauxArret::bloquer();
-    tavi::executerSansInterface(argc, argv);
+    if (lancement.sansInterface) tavi::executerSansInterface(argc, argv);
+    // With no display to draw on, the agent still counts and reports; the veil waits.
+    if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY") &&
+        !std::getenv("QT_QPA_PLATFORM")) {
+        std::cerr << "tavi-home: aucun écran (ni DISPLAY ni WAYLAND_DISPLAY) : l'agent tourne "
+                     "sans interface\n";
+        tavi::executerSansInterface(argc, argv);
+    }
+    tavi::executerAvecInterface(argc, argv);
 }

@@ -114,7 +114,7 @@ void Moteur::evaluer() {
             fermerVoileAppli();
     }
     verifierAppliActive();
-    if (quandChange) quandChange();
+    observateurs_.signaler();
 }
 
 void Moteur::retirerVoile() {

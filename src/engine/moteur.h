@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/observateurs.h"
 #include "engine/plateforme.h"
 #include "engine/trousseau_serie.h"
 #include "engine/voile.h"
@@ -44,14 +45,16 @@ public:
     Moteur(const Moteur&) = delete;
     Moteur& operator=(const Moteur&) = delete;
 
-    // The published state. `quandChange` is called at the end of every evaluation and after
-    // `dire` and `oublier`; its owner re-reads what it shows.
+    // The published state. Observers are called at the end of every evaluation, after `dire`
+    // and `oublier`, and when a message is taken down; each re-reads what it shows.
     bool relie() const { return relie_; }
     const std::optional<Consigne>& consigne() const { return consigne_; }
     const std::optional<RegleMac>& regle() const { return regle_; }
     const std::optional<std::string>& messageVoile() const { return messageVoile_; }
     std::int64_t derniereNouvelleMs() const { return derniereNouvelleMs_; }
-    std::function<void()> quandChange;
+    [[nodiscard]] std::unique_ptr<Abonnement> observer(std::function<void()> quand) {
+        return observateurs_.ajouter(std::move(quand));
+    }
     // Called when a rule set asks for a report the child has not been shown yet.
     std::function<void()> quandRapportActive;
 
@@ -136,6 +139,7 @@ private:
     std::optional<Consigne> consigne_;
     std::optional<RegleMac> regle_;
     std::optional<std::string> messageVoile_;
+    Observateurs observateurs_;
     std::int64_t derniereNouvelleMs_ = 0;
 
     TrousseauSerie trousseau_;

@@ -15,12 +15,14 @@ constexpr std::chrono::seconds dureeMessage{8};
 
 void Moteur::dire(const std::string& texte) {
     messageVoile_ = texte;
-    if (quandChange) quandChange();
+    observateurs_.signaler();
     std::weak_ptr<Moteur*> faible = vivant_;
     // A newer message is never cleared by the timer of an older one.
     p.boucle.plusTard(dureeMessage, [faible, texte] {
-        if (auto moteur = faible.lock(); moteur && (*moteur)->messageVoile_ == texte)
+        if (auto moteur = faible.lock(); moteur && (*moteur)->messageVoile_ == texte) {
             (*moteur)->messageVoile_.reset();
+            (*moteur)->observateurs_.signaler();
+        }
     });
 }
 
@@ -84,7 +86,7 @@ void Moteur::oublier() {
         [faible](bool actif) {
             if (auto moteur = faible.lock()) (*moteur)->agentActif_ = actif;
         });
-    if (quandChange) quandChange();
+    observateurs_.signaler();
 }
 
 void Moteur::demanderTemps(int minutes, std::function<void()> fini) {

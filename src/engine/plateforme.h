@@ -21,6 +21,10 @@ namespace tavi {
 class Moteur;
 class Voile;
 
+// Makes the veil controller of an engine. An empty one, or one that gives null, leaves the
+// engine a veil with no window.
+using FabriqueVoile = std::function<std::unique_ptr<Voile>(Moteur&)>;
+
 // Every door the engine has to the system, handed in once. Each must outlive the engine; the
 // header of each port says from which thread it may be called.
 struct Plateforme {
@@ -37,7 +41,7 @@ struct Plateforme {
     const Systeme& systeme;
     Demarrage& demarrage;
     // Makes the veil controller, on the engine's first use of it.
-    std::function<std::unique_ptr<Voile>(Moteur&)> fabriqueVoile;
+    FabriqueVoile fabriqueVoile;
 };
 
 } // namespace tavi

@@ -23,7 +23,7 @@ TEST_F(BancMoteur, UnTrousseauQuiNeRepondPasNeRetientNiLeTicNiLeVoileMaisLeBatte
     coffre.suspendu.retenir();
     demarrer();
     int changements = 0;
-    moteur->quandChange = [&] { ++changements; };
+    auto abonnement = moteur->observer([&] { ++changements; });
     secondes(40);
     EXPECT_EQ(changements, 40);
     EXPECT_TRUE(voile().affiche()) << "the pairing is known from the defaults";

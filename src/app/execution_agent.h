@@ -13,4 +13,8 @@ namespace tavi {
 // Call SignauxArret::bloquer() before any thread starts. Never returns.
 [[noreturn]] void executerSansInterface(int argc, char** argv);
 
+// The same agent with its windows, on the session's display (X11 or Wayland): the veil covers
+// the screens when the computer rests. Nothing is printed. Signals end it the same way.
+[[noreturn]] void executerAvecInterface(int argc, char** argv);
+
 } // namespace tavi

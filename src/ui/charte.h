@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QColor>
+
+namespace tavi::Charte {
+
+// The palette every child-facing surface shares, opaque sRGB.
+inline const QColor encre{30, 18, 64};     // text, outlines, the sticker's shadow
+inline const QColor doux{107, 95, 142};    // soft text: the wake line, the footer
+inline const QColor fond{250, 249, 252};   // the veil's background
+inline const QColor lilas{236, 227, 255};  // lilac surface
+inline const QColor menthe{216, 251, 232}; // mint buttons (settings, piggy bank)
+inline const QColor citron{255, 245, 189}; // the lemon background of messages
+inline const QColor jaune{255, 212, 0};    // the main call to action
+inline const QColor rouge{240, 56, 79};    // red accent
+inline const QColor blanc{255, 255, 255};
+
+} // namespace tavi::Charte
