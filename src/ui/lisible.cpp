@@ -47,6 +47,9 @@ std::string dureeLisible(double secondes) {
 
 std::string heureLisible(std::int64_t ms, const QLocale& langue) {
     const QTime heure = QDateTime::fromMSecsSinceEpoch(ms).time();
+    // The C locale's short form carries the seconds: an hour to wake at needs none.
+    if (langue.language() == QLocale::C)
+        return heure.toString(QStringLiteral("HH:mm")).toStdString();
     return langue.toString(heure, QLocale::ShortFormat).toStdString();
 }
 

@@ -163,6 +163,7 @@ TEST(Lisible, LHeureSuitLaLangueEtLeFuseau) {
     EXPECT_EQ(heureLisible(paris(14, 7, 30), francais), "07:30");
     EXPECT_EQ(heureLisible(paris(14, 19, 5), QLocale(QLocale::English, QLocale::UnitedStates)),
               "7:05 PM");
+    EXPECT_EQ(heureLisible(paris(14, 7, 30), QLocale::c()), "07:30");
 }
 
 TEST(Lisible, UneLigneNeCoupeNiEntreUnNombreEtSonUniteNiAvantLaPonctuationDouble) {
