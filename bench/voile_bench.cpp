@@ -1,7 +1,7 @@
 // The veil from the engine's decision to windows on every screen: `montrer` for a pause, until
 // each window is exposed, then the withdrawal. Runs on $DISPLAY (an Xvfb with two monitors, see
 // scripts/voile-xvfb.sh), or offscreen without one.
-#include "ui/actions_voile.h"
+#include "ui/actions_figees.h"
 #include "ui/fenetre_voile.h"
 #include "ui/voile_qt.h"
 
@@ -16,23 +16,6 @@ namespace {
 
 using namespace tavi;
 
-class ActionsFixes : public ActionsVoile {
-public:
-    EtatVoile etat() const override {
-        EtatVoile e;
-        e.tirelireMin = 12;
-        e.maintenantMs = 1'773'500'000'000;
-        return e;
-    }
-    std::unique_ptr<Abonnement> observer(std::function<void()>) override {
-        return std::make_unique<Abonnement>();
-    }
-    void demanderTemps(int, std::function<void()>) override {}
-    void utiliserTirelire(int, std::function<void()>) override {}
-    void fermerVoileAppli() override {}
-    void ouvrirReglages() override {}
-};
-
 bool exposees(const VoileQt& voile) {
     for (FenetreVoile* fenetre : voile.fenetres())
         if (!fenetre->windowHandle() || !fenetre->windowHandle()->isExposed()) return false;
@@ -40,7 +23,10 @@ bool exposees(const VoileQt& voile) {
 }
 
 void BM_VoileJusquAuxFenetresExposees(benchmark::State& etat) {
-    VoileQt voile(std::make_unique<ActionsFixes>(), nullptr);
+    EtatVoile fige;
+    fige.tirelireMin = 12;
+    fige.maintenantMs = 1'773'500'000'000;
+    VoileQt voile(std::make_unique<ActionsFigees>(fige), nullptr);
     RegleMac regle;
     regle.bloquerTout = true;
     regle.cause = "limite";

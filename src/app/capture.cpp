@@ -1,6 +1,6 @@
 #include "app/capture.h"
 
-#include "ui/actions_voile.h"
+#include "ui/actions_figees.h"
 #include "ui/autocollant.h"
 #include "ui/bouton_pilule.h"
 #include "ui/charte.h"
@@ -22,23 +22,6 @@
 namespace tavi {
 
 namespace {
-
-// A veil's engine frozen in one state: the buttons do nothing.
-class ActionsFigees : public ActionsVoile {
-public:
-    explicit ActionsFigees(EtatVoile etat) : etat_(std::move(etat)) {}
-    EtatVoile etat() const override { return etat_; }
-    std::unique_ptr<Abonnement> observer(std::function<void()>) override {
-        return std::make_unique<Abonnement>();
-    }
-    void demanderTemps(int, std::function<void()>) override {}
-    void utiliserTirelire(int, std::function<void()>) override {}
-    void fermerVoileAppli() override {}
-    void ouvrirReglages() override {}
-
-private:
-    EtatVoile etat_;
-};
 
 struct Ecran {
     const char* nom;
@@ -157,7 +140,8 @@ bool capturerKit(const std::filesystem::path& dossier) {
     auto* desactive = new BoutonPilule(QStringLiteral("30\u00a0min (désactivé)"), Charte::blanc);
     desactive->setEnabled(false);
     pilules->addWidget(desactive);
-    auto* focalise = new BoutonPilule(QStringLiteral("⭐ Utiliser ma tirelire (12\u00a0min)"), Charte::menthe);
+    auto* focalise =
+        new BoutonPilule(QStringLiteral("⭐ Utiliser ma tirelire (12\u00a0min)"), Charte::menthe);
     pilules->addWidget(focalise);
     pilules->addStretch();
     colonne->addLayout(pilules);

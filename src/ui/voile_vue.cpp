@@ -207,32 +207,14 @@ void VoileVue::construire(const ContenuVoile& contenu) {
 }
 
 void VoileVue::appuyer(const BoutonVoile& bouton) {
-    QPointer<VoileVue> vivante(this);
     switch (bouton.action) {
     case BoutonVoile::Action::choisir:
         ouvrirChoix();
         return;
     case BoutonVoile::Action::demander:
-        if (envoi_) return;
-        envoi_ = true;
-        rafraichir();
-        actions_.demanderTemps(bouton.minutes, [vivante] {
-            if (!vivante) return;
-            vivante->envoi_ = false;
-            vivante->choixTemps_ = false;
-            vivante->rafraichir();
-        });
-        return;
+        return envoyer(&ActionsVoile::demanderTemps, bouton.minutes, true);
     case BoutonVoile::Action::tirelire:
-        if (envoi_) return;
-        envoi_ = true;
-        rafraichir();
-        actions_.utiliserTirelire(bouton.minutes, [vivante] {
-            if (!vivante) return;
-            vivante->envoi_ = false;
-            vivante->rafraichir();
-        });
-        return;
+        return envoyer(&ActionsVoile::utiliserTirelire, bouton.minutes, false);
     case BoutonVoile::Action::ok:
         actions_.fermerVoileAppli();
         return;
@@ -240,6 +222,21 @@ void VoileVue::appuyer(const BoutonVoile& bouton) {
         actions_.ouvrirReglages();
         return;
     }
+}
+
+void VoileVue::envoyer(void (ActionsVoile::*operation)(int, std::function<void()>), int minutes,
+                       bool fermerChoix) {
+    // One request at a time: the buttons come back when it is over, whatever its outcome.
+    if (envoi_) return;
+    envoi_ = true;
+    rafraichir();
+    QPointer<VoileVue> vivante(this);
+    (actions_.*operation)(minutes, [vivante, fermerChoix] {
+        if (!vivante) return;
+        vivante->envoi_ = false;
+        if (fermerChoix) vivante->choixTemps_ = false;
+        vivante->rafraichir();
+    });
 }
 
 } // namespace tavi

@@ -40,6 +40,8 @@ private:
     void construire(const ContenuVoile& contenu);
     void ajusterLargeur();
     void appuyer(const BoutonVoile& bouton);
+    void envoyer(void (ActionsVoile::*operation)(int, std::function<void()>), int minutes,
+                 bool fermerChoix);
 
     ActionsVoile& actions_;
     const MotifVoile motif_;
