@@ -10,6 +10,7 @@ pkg_check_modules(LIBSYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 if(TAVI_TESTS)
     find_package(GTest REQUIRED)
+    find_package(Qt6 REQUIRED COMPONENTS Test)
     # The X11 tests type on their own Xvfb.
     pkg_check_modules(XTST REQUIRED IMPORTED_TARGET xtst)
 endif()

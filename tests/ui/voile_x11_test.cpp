@@ -1,0 +1,293 @@
+// The veil on an Xvfb of the test's own, split into two monitors (A and B) by xrandr before the
+// QApplication starts. A second X client plays another program: it tries to grab the keyboard
+// and pointer, and clicks through XTest.
+#include "platform/linux/prise_x11.h"
+#include "support/processus.h"
+#include "ui/bouton_pilule.h"
+#include "ui/fenetre_voile.h"
+#include "ui/voile_qt.h"
+
+#include <QApplication>
+#include <QScreen>
+#include <QTest>
+#include <QWindow>
+#include <gtest/gtest.h>
+#include <optional>
+#include <unistd.h>
+// X11 last: its macros break the headers above.
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+
+using namespace tavi;
+
+namespace {
+
+std::string affichage, raisonSaut;
+const std::string moniteurB = "1280/339x1024/271+1366+0";
+
+template <typename Condition>
+bool attendreQue(Condition condition) {
+    return QTest::qWaitFor([&] { return bool(condition()); }, 10000);
+}
+
+QStringList nomsDesEcrans() {
+    QStringList noms;
+    for (QScreen* ecran : QGuiApplication::screens())
+        noms << ecran->name();
+    noms.sort();
+    return noms;
+}
+
+void xrandr(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "/usr/bin/xrandr");
+    test::executer(arguments, "", {{"DISPLAY", affichage}});
+}
+
+struct FaussesActions : ActionsVoile {
+    std::vector<int> demandes, tirelires;
+    int fermetures = 0;
+    std::function<void()> fini;
+
+    EtatVoile etat() const override {
+        EtatVoile etat;
+        etat.tirelireMin = 12.4;
+        return etat;
+    }
+    std::unique_ptr<Abonnement> observer(std::function<void()>) override {
+        return std::make_unique<Abonnement>();
+    }
+    void demanderTemps(int minutes, std::function<void()> f) override {
+        demandes.push_back(minutes);
+        fini = std::move(f);
+    }
+    void utiliserTirelire(int minutes, std::function<void()> f) override {
+        tirelires.push_back(minutes);
+        fini = std::move(f);
+    }
+    void fermerVoileAppli() override { ++fermetures; }
+    void ouvrirReglages() override {}
+};
+
+MotifVoile pause(std::int64_t fin = 4'000'000'000'000) {
+    return MotifVoile::pause({true, {}, {}, "limite", "Limite du jour", fin});
+}
+
+class VoileX11 : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!raisonSaut.empty()) GTEST_SKIP() << raisonSaut;
+        autre = XOpenDisplay(affichage.c_str());
+        ASSERT_TRUE(autre);
+    }
+    void TearDown() override {
+        if (!autre) return;
+        XCloseDisplay(autre);
+        // The monitors as the next case expects them.
+        if (nomsDesEcrans() != QStringList{"A", "B"}) {
+            xrandr({"--setmonitor", "B", moniteurB, "none"});
+            xrandr({"--delmonitor", "C"});
+            attendreQue([] { return nomsDesEcrans() == QStringList{"A", "B"}; });
+        }
+    }
+
+    VoileQt& voile(bool prise = true) {
+        auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+        voile_.emplace(std::move(actionsPropres),
+                       prise ? std::make_unique<PriseX11>(x11->connection()) : nullptr);
+        return *voile_;
+    }
+    bool exposees() {
+        for (FenetreVoile* f : voile_->fenetres())
+            if (!f->windowHandle() || !f->windowHandle()->isExposed()) return false;
+        return true;
+    }
+    // One window per screen, over all of it, left alone by any window manager.
+    bool couvreLesEcrans() {
+        const auto fenetres = voile_->fenetres();
+        const auto ecrans = QGuiApplication::screens();
+        if (fenetres.size() != std::size_t(ecrans.size()) || !exposees()) return false;
+        for (QScreen* ecran : ecrans) {
+            auto sur = [&](FenetreVoile* f) { return f->ecran() == ecran; };
+            if (std::count_if(fenetres.begin(), fenetres.end(), sur) != 1) return false;
+            XWindowAttributes a{};
+            XGetWindowAttributes(
+                autre, (*std::find_if(fenetres.begin(), fenetres.end(), sur))->winId(), &a);
+            if (QRect(a.x, a.y, a.width, a.height) != ecran->geometry() || !a.override_redirect ||
+                a.map_state != IsViewable)
+                return false;
+        }
+        return true;
+    }
+    // What another program gets when it tries to grab the keyboard, then the pointer.
+    std::pair<int, int> saisir() {
+        const Window racine = DefaultRootWindow(autre);
+        const std::pair statuts{
+            XGrabKeyboard(autre, racine, False, GrabModeAsync, GrabModeAsync, CurrentTime),
+            XGrabPointer(autre, racine, False, ButtonPressMask, GrabModeAsync, GrabModeAsync, None,
+                         None, CurrentTime)};
+        XUngrabKeyboard(autre, CurrentTime);
+        XUngrabPointer(autre, CurrentTime);
+        XSync(autre, False);
+        return statuts;
+    }
+    // The visible button of `fenetre` whose title holds `mot`.
+    static BoutonPilule* bouton(FenetreVoile* fenetre, const QString& mot) {
+        for (auto* b : fenetre->findChildren<BoutonPilule*>())
+            if (b->isVisible() && b->text().contains(mot)) return b;
+        return nullptr;
+    }
+    // A real click of the X server's pointer on the middle of `b`.
+    void cliquer(QWidget* b) {
+        if (!b) {
+            ADD_FAILURE() << "no such button";
+            return;
+        }
+        const QPoint centre = b->mapToGlobal(b->rect().center());
+        XTestFakeMotionEvent(autre, -1, centre.x(), centre.y(), CurrentTime);
+        XTestFakeButtonEvent(autre, 1, True, CurrentTime);
+        XTestFakeButtonEvent(autre, 1, False, CurrentTime);
+        XSync(autre, False);
+    }
+
+    Display* autre = nullptr;
+    std::unique_ptr<FaussesActions> actionsPropres = std::make_unique<FaussesActions>();
+    FaussesActions* actions = actionsPropres.get();
+    std::optional<VoileQt> voile_;
+};
+
+TEST_F(VoileX11, UneFenetreParEcranMemeQuandLesEcransChangent) {
+    ASSERT_EQ(QGuiApplication::screens().size(), 2);
+    VoileQt& v = voile(false);
+    v.montrer(pause());
+    ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
+
+    xrandr({"--setmonitor", "C", "1024/271x768/203+1366+0", "none"});
+    ASSERT_TRUE(attendreQue([&] { return nomsDesEcrans() == QStringList{"A", "B", "C"}; }));
+    ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
+    xrandr({"--delmonitor", "B"});
+    ASSERT_TRUE(attendreQue([&] { return nomsDesEcrans() == QStringList{"A", "C"}; }));
+    ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
+
+    // A window gone behind the controller's back is made again at the next keeping.
+    delete v.fenetres().back();
+    v.maintenir();
+    EXPECT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
+}
+
+TEST_F(VoileX11, UnePauseTientClavierEtPointeurJusquAuRetrait) {
+    VoileQt& v = voile();
+    v.montrer(pause());
+    ASSERT_TRUE(attendreQue([&] { return exposees(); }));
+    v.maintenir();
+    EXPECT_TRUE(v.prisTenue());
+    EXPECT_EQ(saisir(), std::pair(AlreadyGrabbed, AlreadyGrabbed));
+
+    // The other screen's window still gets the clicks.
+    cliquer(bouton(v.fenetres().at(1), "Demander"));
+    EXPECT_TRUE(attendreQue([&] { return v.fenetres()[1]->vue().contenu().question.has_value(); }));
+
+    v.definirMotif(std::nullopt);
+    v.retirerFenetres();
+    v.presenter(Presentation::normale);
+    EXPECT_FALSE(v.prisTenue());
+    EXPECT_EQ(saisir(), std::pair(GrabSuccess, GrabSuccess));
+
+    // An application's nap leaves the desktop usable.
+    v.montrer(MotifVoile::appli("Jeu", pause().regle));
+    ASSERT_TRUE(attendreQue([&] { return exposees(); }));
+    v.maintenir();
+    EXPECT_FALSE(v.prisTenue());
+    EXPECT_EQ(saisir(), std::pair(GrabSuccess, GrabSuccess));
+}
+
+TEST_F(VoileX11, LaPriseEstRepriseQuandLAutreClientLache) {
+    ASSERT_EQ(XGrabKeyboard(autre, DefaultRootWindow(autre), False, GrabModeAsync, GrabModeAsync,
+                            CurrentTime),
+              GrabSuccess);
+    VoileQt& v = voile();
+    v.montrer(pause());
+    ASSERT_TRUE(attendreQue([&] { return exposees(); }));
+    v.maintenir();
+    EXPECT_FALSE(v.prisTenue());
+
+    XUngrabKeyboard(autre, CurrentTime);
+    XSync(autre, False);
+    v.maintenir();
+    EXPECT_TRUE(v.prisTenue());
+    EXPECT_EQ(saisir().first, AlreadyGrabbed);
+}
+
+TEST_F(VoileX11, LesFenetresNeSontRefaitesQuePourUnAutreMotif) {
+    VoileQt& v = voile(false);
+    v.montrer(pause());
+    const auto avant = v.fenetres();
+    v.montrer(pause());
+    EXPECT_EQ(v.fenetres(), avant);
+    v.montrer(pause(4'000'000'060'000));
+    ASSERT_EQ(v.fenetres().size(), avant.size());
+    for (std::size_t i = 0; i < avant.size(); ++i)
+        EXPECT_NE(v.fenetres()[i], avant[i]);
+}
+
+TEST_F(VoileX11, LesBoutonsMenentAuxOperations) {
+    VoileQt& v = voile(false);
+    v.montrer(pause());
+    ASSERT_TRUE(attendreQue([&] { return exposees(); }));
+    FenetreVoile* f = v.fenetres().front();
+
+    cliquer(bouton(f, "Demander"));
+    ASSERT_TRUE(attendreQue([&] { return bouton(f, "15"); }));
+    cliquer(bouton(f, "15"));
+    ASSERT_TRUE(attendreQue([&] { return !actions->demandes.empty(); }));
+    EXPECT_EQ(actions->demandes, std::vector{15});
+    ASSERT_TRUE(attendreQue([&] { return bouton(f, "10") && bouton(f, "tirelire"); }));
+    for (const char* mot : {"10", "15", "30", "tirelire"})
+        EXPECT_FALSE(bouton(f, mot)->isEnabled()) << mot;
+    actions->fini();
+    ASSERT_TRUE(attendreQue([&] { return bouton(f, "Demander") && bouton(f, "tirelire"); }));
+    EXPECT_FALSE(bouton(f, "15"));
+
+    cliquer(bouton(f, "tirelire"));
+    EXPECT_TRUE(attendreQue([&] { return actions->tirelires == std::vector{12}; }));
+
+    // Neither Escape nor the window manager's close takes a veil away.
+    QTest::keyClick(f, Qt::Key_Escape);
+    EXPECT_FALSE(f->close());
+    EXPECT_TRUE(f->isVisible());
+
+    v.montrer(MotifVoile::appli("Jeu", pause().regle));
+    ASSERT_TRUE(attendreQue([&] { return exposees(); }));
+    cliquer(bouton(v.fenetres().front(), "OK"));
+    EXPECT_TRUE(attendreQue([&] { return actions->fermetures == 1; }));
+}
+
+// Starts the display, split into two monitors, for the application to come; says why not.
+std::string preparerAffichage(std::optional<test::Processus>& xvfb) {
+    if (access("/usr/bin/Xvfb", X_OK) || access("/usr/bin/xrandr", X_OK))
+        return "Xvfb or xrandr missing (packages xvfb, x11-xserver-utils)";
+    // -noreset: without it the monitors go when the last xrandr client leaves.
+    xvfb.emplace(std::vector<std::string>{"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0",
+                                          "2646x1024x24", "-nolisten", "tcp", "-noreset"});
+    const std::string numero = xvfb->ligne(20);
+    if (numero.empty()) return "Xvfb did not start";
+    affichage = ":" + numero;
+    xrandr({"--setmonitor", "*A", "1366/361x768/203+0+0", "screen"});
+    xrandr({"--setmonitor", "B", moniteurB, "none"});
+    setenv("DISPLAY", affichage.c_str(), 1);
+    setenv("QT_QPA_PLATFORM", "xcb", 1);
+    return {};
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    std::optional<test::Processus> xvfb;
+    std::optional<QApplication> application;
+    raisonSaut = preparerAffichage(xvfb);
+    if (raisonSaut.empty()) {
+        application.emplace(argc, argv);
+        if (QGuiApplication::screens().size() != 2) raisonSaut = "Qt does not see two screens";
+    }
+    return RUN_ALL_TESTS();
+}
