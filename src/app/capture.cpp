@@ -95,6 +95,13 @@ std::vector<Variante> variantes() {
         {"appli-site", appli("youtube.com", "site", "youtube.com", 0), etat},
         {"appli-navigateur", appli("Opera", "navigateur", "Opera", 0), etat},
         {"appli-automatisation", appli("Firefox", "automatisation", "Firefox", 0), etat},
+        {"appli-nom-sans-espace",
+         appli("Anticonstitutionnellement-Intergouvernementalisation-"
+               "Hippopotomonstrosesquippedaliophobie-"
+               "Anticonstitutionnellement-Intergouvernementalisation-"
+               "Hippopotomonstrosesquippedaliophobie",
+               "coupee", "", 0),
+         etat},
         {"appli-nom-long",
          appli("Le Grand Atelier des Inventeurs de Mondes Imaginaires", "limite_appli",
                "Créativité et jeux de construction", minuit),

@@ -1,6 +1,7 @@
 #include "ui/contenu_voile.h"
 
 #include "commun/texte.h"
+#include "observation/texte_borne.h"
 #include "ui/lisible.h"
 #include "ui/textes_plateforme.h"
 
@@ -11,6 +12,16 @@
 namespace tavi {
 
 namespace {
+
+// Names and titles come from the server and from files the child controls: a veil draws at most
+// this much of each, so that its buttons stay on the screen.
+constexpr std::size_t maxNom = 120;
+constexpr std::size_t maxMessage = 400;
+
+std::string affichable(const std::string& texte, std::size_t maxOctets) {
+    if (texte.size() <= maxOctets) return texte;
+    return texteBorne(texte, maxOctets - 3) + "…";
+}
 
 // The whole minutes of a piggy bank worth a button; none for less than a minute or a value no
 // rule set would hold (it comes from the server).
@@ -71,9 +82,10 @@ ContenuVoile contenuVoile(const MotifVoile& motif, const EtatVoile& etat, const 
     const RegleMac& regle = motif.regle;
     ContenuVoile contenu;
     contenu.emoji = emojiVoile(regle);
-    contenu.titre = motif.estPause() ? texte("Ton ordinateur fait la sieste")
-                                     : texteAvec("%@ fait la sieste", motif.nom);
-    contenu.badge = regle.titreAffiche();
+    contenu.titre = motif.estPause()
+                        ? texte("Ton ordinateur fait la sieste")
+                        : texteAvec("%@ fait la sieste", affichable(motif.nom, maxNom));
+    contenu.badge = affichable(regle.titreAffiche(), maxNom);
     contenu.reveil = ligneReveil(regle, etat.maintenantMs, langue);
 
     using A = BoutonVoile::Action;
@@ -96,7 +108,7 @@ ContenuVoile contenuVoile(const MotifVoile& motif, const EtatVoile& etat, const 
         contenu.suite.push_back(bouton(
             A::tirelire, "⭐", texteAvec("Utiliser ma tirelire (%d min)", std::to_string(*minutes)),
             F::menthe, *minutes, etat.envoi));
-    contenu.message = etat.message;
+    if (etat.message) contenu.message = affichable(*etat.message, maxMessage);
     return contenu;
 }
 

@@ -22,8 +22,24 @@ constexpr int largeurMax = 560;
 constexpr int margeEcran = 40;
 constexpr int margesCarte = 2 * 28 + 6;
 
+// A text as a veil draws it: no break between a number and its unit, and a chance to break
+// inside a long run with no space (a name from the server may be one word of a hundred
+// letters), which would otherwise push the sticker past the screen's edge.
 QString ecran(const std::string& texte) {
-    return QString::fromStdString(sansCoupure(texte));
+    constexpr int longueurSansEspace = 24;
+    const QString brut = QString::fromStdString(sansCoupure(texte));
+    QString resultat;
+    int suite = 0;
+    for (const QChar c : brut) {
+        resultat += c;
+        if (c.isSpace())
+            suite = 0;
+        else if (!c.isHighSurrogate() && ++suite >= longueurSansEspace) {
+            resultat += QChar(0x200B);
+            suite = 0;
+        }
+    }
+    return resultat;
 }
 
 QLabel* etiquette(const std::string& texte, const QFont& police, const QColor& couleur) {

@@ -72,6 +72,16 @@ TEST(ContenuVoile, LeTitreNommeLOrdinateurOuLAppliEtLaPastilleLaRegle) {
     const auto appli = contenu(MotifVoile::appli("Minecraft", regle("limite_appli", "Jeux", 1)));
     EXPECT_EQ(appli.titre, "Minecraft fait la sieste");
     EXPECT_EQ(appli.badge, "Limite : Jeux");
+
+    // What the server or a desktop entry names is drawn only in part past a bound.
+    EtatVoile bavard;
+    bavard.message = std::string(100000, 'm');
+    const auto long_ = contenu(
+        MotifVoile::appli(std::string(100000, 'n'), regle("horaire", std::string(100000, 't'))),
+        bavard);
+    EXPECT_LT(long_.titre.size(), 200u);
+    EXPECT_LT(long_.badge.size(), 200u);
+    EXPECT_LT(long_.message->size(), 500u);
 }
 
 TEST(ContenuVoile, LaLigneDeReveilSuitLaCauseEtLeJourDeLaFin) {
