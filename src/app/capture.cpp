@@ -11,8 +11,6 @@
 #include <QHBoxLayout>
 #include <QImage>
 #include <QLabel>
-#include <QPainter>
-#include <QTimeZone>
 #include <QVBoxLayout>
 #include <filesystem>
 #include <iostream>
@@ -36,7 +34,7 @@ struct Variante {
     bool choix = false;
 };
 
-// Four in the afternoon, local time, on a fixed day: the wake lines read the same on every run.
+// A time of a fixed day (plus `jours`), local time: the wake lines read the same on every run.
 std::int64_t aujourdhui(int heure, int minute, int jours = 0) {
     const QDateTime instant(QDate(2026, 3, 14).addDays(jours), QTime(heure, minute));
     return instant.toMSecsSinceEpoch();
