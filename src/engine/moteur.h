@@ -110,11 +110,21 @@ public:
     void utiliserTirelire(int minutes, std::function<void()> fini = {});
     void dire(const std::string& texte);
 
+    // The child's first name as the server last gave it; empty when none.
+    std::string prenom() const;
+    // Whether the child was shown what the parents see under the rule set in force, and the
+    // record that they were (which stops `quandRapportActive` for it).
+    bool accordDonne() const;
+    void consentir();
+
     // A token the secret store has not accepted yet (a locked keyring): it is offered again
     // with every heartbeat, and the pairing lasts only as long as the process until then.
     bool jetonEnAttente() const { return jetonAEcrire_.has_value(); }
-    // The login agent's state as last read (false until the first reading).
+    // The login agent's state as last read (false until the first reading); read again, and
+    // registered, on the background pool with `suite` on the main thread after.
     bool agentActif() const { return agentActif_; }
+    void lireEtatAgent(std::function<void()> suite = {});
+    void enregistrerAgent(std::function<void()> suite = {});
 
 private:
     struct Envoi;
@@ -123,8 +133,6 @@ private:
     void retirerVoile();
     void lireJeton();
     void rangerJeton(const std::string& jeton, std::function<void(bool)> suite = {});
-    void lireEtatAgent(std::function<void()> suite = {});
-    void enregistrerAgent(std::function<void()> suite = {});
     void envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
                           std::function<void()> fini);
     void finBattement(const Envoi& envoi, ResultatApi<std::string> reponse);

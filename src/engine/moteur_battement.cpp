@@ -186,14 +186,9 @@ void Moteur::recevoir(const std::string& donnees, std::int64_t envoi, std::int64
     });
 
     // The child is shown the new reports before they start.
-    if (p.reglages.booleen("accord_vu").value_or(false)) {
-        const auto requises = Stockage::clesRequises(consigne);
-        const auto acceptees = p.reglages.textes("accord_cles").value_or(std::vector<std::string>{});
-        const bool toutes = std::all_of(requises.begin(), requises.end(), [&](const auto& cle) {
-            return std::find(acceptees.begin(), acceptees.end(), cle) != acceptees.end();
-        });
-        if (!toutes && quandRapportActive) quandRapportActive();
-    }
+    if (p.reglages.booleen("accord_vu").value_or(false) &&
+        !Stockage::accordCouvre(p.reglages, consigne) && quandRapportActive)
+        quandRapportActive();
 
     consigne_ = std::move(consigne);
     derniereNouvelleMs_ = maintenantServeur();

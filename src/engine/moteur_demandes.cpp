@@ -110,6 +110,19 @@ void Moteur::utiliserTirelire(int minutes, std::function<void()> fini) {
     });
 }
 
+std::string Moteur::prenom() const {
+    return p.reglages.texte("prenom").value_or("");
+}
+
+bool Moteur::accordDonne() const {
+    return Stockage::accordCouvre(p.reglages, consigne_);
+}
+
+void Moteur::consentir() {
+    Stockage::consentir(p.reglages, consigne_);
+    observateurs_.signaler();
+}
+
 void Moteur::lireJeton() {
     const std::uint64_t generation = generation_;
     trousseau_.lire([this, generation](std::optional<std::string> jeton) {

@@ -4,6 +4,7 @@
 #include "rules/consigne_json.h"
 #include "server/jeton.h"
 
+#include <algorithm>
 #include <curl/curl.h>
 #include <mutex>
 #include <vector>
@@ -52,8 +53,21 @@ std::set<std::string> Stockage::clesRequises(const std::optional<Consigne>& cons
     return cles;
 }
 
-void Stockage::accordCles(Reglages& reglages, const std::set<std::string>& cles) {
-    reglages.ecrire("accord_cles", std::vector<std::string>(cles.begin(), cles.end()));
+bool Stockage::accordCouvre(const Reglages& reglages, const std::optional<Consigne>& consigne) {
+    if (!reglages.booleen("accord_vu").value_or(false)) return false;
+    const auto acceptees = reglages.textes("accord_cles").value_or(std::vector<std::string>{});
+    const auto requises = clesRequises(consigne);
+    return std::all_of(requises.begin(), requises.end(), [&](const std::string& cle) {
+        return std::find(acceptees.begin(), acceptees.end(), cle) != acceptees.end();
+    });
+}
+
+void Stockage::consentir(Reglages& reglages, const std::optional<Consigne>& consigne) {
+    const auto cles = clesRequises(consigne);
+    reglages.grouper([&] {
+        reglages.ecrire("accord_vu", true);
+        reglages.ecrire("accord_cles", std::vector<std::string>(cles.begin(), cles.end()));
+    });
 }
 
 std::string Stockage::installation(Reglages& reglages) {

@@ -33,8 +33,12 @@ std::optional<Consigne> consigneRangee(const Reglages& reglages);
 // for the site history.
 std::set<std::string> clesRequises(const std::optional<Consigne>& consigne);
 
-// Writes the consent keys the child agreed to, sorted.
-void accordCles(Reglages& reglages, const std::set<std::string>& cles);
+// Whether the child was shown what the parents see ("accord_vu") for every consent key that
+// `consigne` requires ("accord_cles").
+bool accordCouvre(const Reglages& reglages, const std::optional<Consigne>& consigne);
+// Records that the child was shown what the parents see under `consigne`: "accord_vu" and its
+// keys, sorted.
+void consentir(Reglages& reglages, const std::optional<Consigne>& consigne);
 
 // This installation's identifier, created (a random UUID in upper case) on first use and kept
 // for the installation's life, pairings included. When the store refuses to keep it, the

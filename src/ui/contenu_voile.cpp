@@ -1,7 +1,7 @@
 #include "ui/contenu_voile.h"
 
 #include "commun/texte.h"
-#include "observation/texte_borne.h"
+#include "ui/affichable.h"
 #include "ui/lisible.h"
 #include "ui/textes_plateforme.h"
 
@@ -12,24 +12,6 @@
 namespace tavi {
 
 namespace {
-
-// Names and titles come from the server and from files the child controls: a veil draws at most
-// this much of each, so that its buttons stay on the screen.
-constexpr std::size_t maxNom = 120;
-constexpr std::size_t maxMessage = 400;
-
-std::string affichable(const std::string& texte, std::size_t maxOctets) {
-    if (texte.size() <= maxOctets) return texte;
-    return texteBorne(texte, maxOctets - 3) + "…";
-}
-
-// The whole minutes of a piggy bank worth a button; none for less than a minute or a value no
-// rule set would hold (it comes from the server).
-std::optional<int> minutesTirelire(const std::optional<double>& tirelireMin) {
-    constexpr double plafond = 100000;
-    if (!tirelireMin || !std::isfinite(*tirelireMin) || *tirelireMin < 1) return std::nullopt;
-    return static_cast<int>(std::min(*tirelireMin, plafond));
-}
 
 std::optional<std::string> ligneReveil(const RegleMac& regle, std::int64_t maintenantMs,
                                        const QLocale& langue) {

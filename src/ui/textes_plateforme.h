@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace tavi::TextesPlateforme {
 
 // The texts that name the system's own places and browsers, in the wording of the platform the
@@ -16,5 +18,21 @@ const char* boutonReglages();
 // Opens the system's settings where reading the pages' addresses is allowed, where the desktop
 // has such a place; otherwise does nothing.
 void ouvrirReglagesLecture();
+
+// The menu entry, and the welcome window's step, that let the agent start with the session.
+const char* laisserOuvrir();
+const char* etapeDemarrage();
+// Opens the desktop's list of applications started with the session, where it has one.
+void ouvrirReglagesDemarrage();
+
+// The tip shown while the agent runs from outside an installed location, and that test.
+const char* conseilInstallation();
+bool emplacementInstalle(const std::string& executable);
+
+// Where the child finds the agent once it is ready.
+const char* ouSeTrouve();
+
+// How the site filter and history read the pages' addresses, in what the parents can see.
+const char* lectureAdresses();
 
 } // namespace tavi::TextesPlateforme

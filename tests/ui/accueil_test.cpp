@@ -1,0 +1,86 @@
+#include "ui/ce_que_voient.h"
+#include "ui/etape_accueil.h"
+#include "ui/textes_plateforme.h"
+
+#include <gtest/gtest.h>
+
+namespace tavi {
+namespace {
+
+TEST(Accueil, LaPremiereEtapeEncoreDueGagne) {
+    using E = EtapeAccueil;
+    EXPECT_EQ(etapeAccueil({true, false, false, false}), E::ceQueVoientSeul);
+    EXPECT_EQ(etapeAccueil({true, true, true, true}), E::ceQueVoientSeul);
+    EXPECT_EQ(etapeAccueil({false, false, true, true}), E::rejoindre);
+    EXPECT_EQ(etapeAccueil({false, true, false, true}), E::accord);
+    EXPECT_EQ(etapeAccueil({false, true, true, false}), E::demarrage);
+    EXPECT_EQ(etapeAccueil({false, true, true, true}), E::fini);
+}
+
+TEST(Accueil, LeCodeEnMajusculesSansSignes) {
+    EXPECT_EQ(nettoyerCode("abcd-2345"), "ABCD2345");
+    EXPECT_EQ(nettoyerCode(" Ab cd\t23·45 "), "ABCD2345");
+    EXPECT_EQ(nettoyerCode("éàç1"), "1"); // no code holds a letter outside ASCII
+    EXPECT_LT(nettoyerCode("abc-2345").size(), longueurMinCode);
+}
+
+Consigne avec(bool rapport, bool historique, std::optional<FiltreJSON> filtre = std::nullopt) {
+    Consigne c;
+    c.rapportApplis = Interrupteur{rapport};
+    c.historiqueSites = Interrupteur{historique};
+    c.filtreWeb = std::move(filtre);
+    return c;
+}
+
+std::vector<std::string> icones(const CeQueVoient& p) {
+    std::vector<std::string> i;
+    for (const auto& point : p.voient)
+        i.push_back(point.icone);
+    return i;
+}
+
+TEST(CeQueVoient, LesInterrupteursChoisissentLesLignes) {
+    const std::string tout = "Ton écran, tes fichiers, tes messages, ce que tu tapes, les sites "
+                             "que tu visites, ni le temps passé dans chaque appli.";
+    struct Cas {
+        std::optional<Consigne> consigne;
+        std::vector<std::string> icones;
+        std::string voientPas;
+    };
+    const std::vector<Cas> cas{
+        {std::nullopt, {"✅", "✅", "✅", "✅", "⏳", "⏸️"}, tout},
+        {Consigne{}, {"✅", "✅", "✅", "✅", "⏳", "⏸️"}, tout},
+        {avec(false, false), {"✅", "✅", "✅", "✅", "⏳", "⏸️"}, tout},
+        {avec(true, true),
+         {"✅", "✅", "✅", "✅", "✅", "✅", "🛡️", "⏸️"},
+         "Ton écran, tes fichiers, tes messages, ni ce que tu tapes."},
+        {avec(true, false),
+         {"✅", "✅", "✅", "✅", "✅", "⏸️"},
+         "Ton écran, tes fichiers, tes messages, ce que tu tapes, ni les sites que tu visites."},
+        {avec(false, true),
+         {"✅", "✅", "✅", "✅", "⏳", "✅", "🛡️", "⏸️"},
+         "Ton écran, tes fichiers, tes messages, ce que tu tapes, ni le temps passé dans chaque "
+         "appli."},
+        // A filter switched off that still blocks sites by name reads the pages.
+        {avec(false, false, FiltreJSON{false, std::vector<std::string>{"jeux.example"}, {}}),
+         {"✅", "✅", "✅", "✅", "⏳", "🛡️", "⏸️"},
+         tout},
+        {avec(false, false, FiltreJSON{true, {}, {}}), {"✅", "✅", "✅", "✅", "⏳", "🛡️", "⏸️"}, tout},
+        {avec(false, false, FiltreJSON{false, std::vector<std::string>{}, {}}),
+         {"✅", "✅", "✅", "✅", "⏳", "⏸️"},
+         tout},
+    };
+    for (std::size_t i = 0; i < cas.size(); ++i) {
+        const CeQueVoient p = ceQueVoient(cas[i].consigne);
+        EXPECT_EQ(icones(p), cas[i].icones) << "cas " << i;
+        EXPECT_EQ(p.voientPas.icone, "🚫");
+        EXPECT_EQ(p.voientPas.texte, cas[i].voientPas) << "cas " << i;
+    }
+    const CeQueVoient filtre = ceQueVoient(avec(false, false, FiltreJSON{true, {}, {}}));
+    EXPECT_EQ(filtre.voient[5].texte, TextesPlateforme::lectureAdresses());
+    EXPECT_EQ(ceQueVoient(avec(true, false)).voient[4].texte,
+              "Le temps passé dans chaque appli de cet ordinateur, jour par jour (gardé 30 jours).");
+}
+
+} // namespace
+} // namespace tavi

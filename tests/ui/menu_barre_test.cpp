@@ -1,0 +1,146 @@
+#include "ui/menu_barre.h"
+#include "ui/textes_plateforme.h"
+
+#include <gtest/gtest.h>
+#include <limits>
+
+namespace tavi {
+namespace {
+
+using A = EntreeMenu::Action;
+using S = IconeBarre::Symbole;
+
+EtatBarre relie() {
+    EtatBarre e;
+    e.relie = true;
+    e.prenom = "Léa";
+    e.version = "1.2.3";
+    return e;
+}
+
+RegleMac dodo(std::string titre) {
+    RegleMac r;
+    r.bloquerTout = true;
+    r.cause = "horaire";
+    r.titre = std::move(titre);
+    return r;
+}
+
+std::vector<std::string> titres(const std::vector<EntreeMenu>& menu) {
+    std::vector<std::string> t;
+    for (const auto& e : menu)
+        t.push_back(e.titre);
+    return t;
+}
+
+const EntreeMenu* trouver(const std::vector<EntreeMenu>& menu, std::string_view debut) {
+    for (const auto& e : menu)
+        if (e.titre.starts_with(debut)) return &e;
+    return nullptr;
+}
+
+TEST(MenuBarre, NonRelieDeuxEntreesEtLeSymboleSeul) {
+    const EtatBarre e;
+    const auto menu = menuBarre(e);
+    ASSERT_EQ(menu.size(), 2u);
+    EXPECT_FALSE(menu[0].actif);
+    EXPECT_EQ(menu[1].action, A::accueil);
+    EXPECT_EQ(iconeBarre(e), (IconeBarre{S::relier, ""}));
+}
+
+TEST(MenuBarre, RelieAvecUneLimiteDansLOrdreEtSansQuitter) {
+    EtatBarre e = relie();
+    e.resteSecondes = 45 * 60;
+    const auto menu = menuBarre(e);
+    EXPECT_EQ(titres(menu),
+              (std::vector<std::string>{"Tavi Home · Léa", "⏳ Il te reste 45 min aujourd'hui", "",
+                                        "🙋 Demander du temps", "", "Ce que tes parents peuvent voir",
+                                        "Version 1.2.3"}));
+    EXPECT_FALSE(menu[0].actif || menu[1].actif || menu[6].actif);
+    EXPECT_EQ(menu[5].action, A::ceQueVoient);
+    const auto& demander = menu[3].sousMenu;
+    ASSERT_EQ(demander.size(), 3u);
+    constexpr int durees[] = {10, 15, 30};
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(demander[i].minutes, durees[i]);
+        EXPECT_EQ(demander[i].action, A::demander);
+        EXPECT_TRUE(demander[i].actif);
+    }
+    EXPECT_EQ(demander[1].titre, "15 min");
+    EXPECT_EQ(iconeBarre(e), (IconeBarre{S::sablier, "45 min"}));
+
+    e.resteSecondes.reset();
+    EXPECT_EQ(menuBarre(e)[1].titre, "🟢 Pas de limite aujourd'hui");
+    EXPECT_EQ(iconeBarre(e).symbole, S::etincelles);
+}
+
+TEST(MenuBarre, EndormiLeTitreDeLaRegleEtDemanderResteOuvert) {
+    EtatBarre e = relie();
+    e.regle = dodo("Au lit");
+    e.resteSecondes = 600; // sleeping wins over the time left
+    const auto menu = menuBarre(e);
+    EXPECT_EQ(menu[1].titre, "😴 Au lit");
+    EXPECT_TRUE(trouver(menu, "🙋")->sousMenu[0].actif);
+    EXPECT_EQ(iconeBarre(e), (IconeBarre{S::dodo, "Au lit"}));
+    EXPECT_EQ(iconeBarre(e).cle(), "moon.zzz.fill|Au lit");
+
+    // A hostile title is drawn cut, never whole.
+    e.regle = dodo(std::string(5000, 'x'));
+    EXPECT_LT(iconeBarre(e).texte.size(), 200u);
+    EXPECT_LT(menuBarre(e)[1].titre.size(), 200u);
+}
+
+TEST(MenuBarre, LaTirelireOffreCeQuElleContientEtToutSonEntier) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    struct Cas {
+        double minutes;
+        std::vector<int> offerts; // empty: no piggy-bank entry
+        const char* titre;
+    };
+    for (const auto& [minutes, offerts, titre] : std::vector<Cas>{
+             {12.4, {10, 12}, "⭐ Ma tirelire : 12 min"},
+             {30, {10, 15, 30, 30}, "⭐ Ma tirelire : 30 min"},
+             {29.9, {10, 15, 29}, "⭐ Ma tirelire : 29 min"},
+             {0.9, {}, nullptr},
+             {nan, {}, nullptr},
+             {inf, {}, nullptr},
+             {-5, {}, nullptr}}) {
+        EtatBarre e = relie();
+        e.tirelireMin = minutes;
+        const auto menu = menuBarre(e);
+        const EntreeMenu* tirelire = trouver(menu, "⭐");
+        if (!titre) {
+            EXPECT_EQ(tirelire, nullptr) << minutes;
+            continue;
+        }
+        ASSERT_NE(tirelire, nullptr) << minutes;
+        EXPECT_EQ(tirelire->titre, titre);
+        std::vector<int> obtenus;
+        for (const auto& s : tirelire->sousMenu) {
+            obtenus.push_back(s.minutes);
+            EXPECT_EQ(s.action, A::tirelire);
+        }
+        EXPECT_EQ(obtenus, offerts) << minutes;
+        EXPECT_EQ(tirelire->sousMenu.back().titre,
+                  "Tout utiliser (" + std::to_string(offerts.back()) + " min)");
+    }
+}
+
+TEST(MenuBarre, UnMessageEtLAgentDeConnexionCoupeAjoutentLeursEntrees) {
+    EtatBarre e = relie();
+    e.message = "C'est envoyé ! Tes parents vont répondre.";
+    e.agentActif = false;
+    const auto menu = menuBarre(e);
+    const EntreeMenu* message = trouver(menu, "C'est envoyé");
+    ASSERT_NE(message, nullptr);
+    EXPECT_FALSE(message->actif);
+    const EntreeMenu* reglages = trouver(menu, "⚠️ ");
+    ASSERT_NE(reglages, nullptr);
+    EXPECT_EQ(reglages->titre, std::string("⚠️ ") + TextesPlateforme::laisserOuvrir());
+    EXPECT_EQ(reglages->action, A::reglages);
+    EXPECT_EQ(menu.back().titre, "Version 1.2.3");
+}
+
+} // namespace
+} // namespace tavi
