@@ -1,5 +1,8 @@
 #include "app/capture.h"
 
+#include "app/capture_accueil.h"
+#include "app/capture_image.h"
+
 #include "ui/actions_figees.h"
 #include "ui/autocollant.h"
 #include "ui/bouton_pilule.h"
@@ -110,24 +113,6 @@ std::vector<Variante> variantes() {
     };
 }
 
-bool enregistrer(QWidget& widget, QSize pixels, qreal densite,
-                 const std::filesystem::path& fichier) {
-    widget.setAttribute(Qt::WA_DontShowOnScreen);
-    widget.resize((QSizeF(pixels) / densite).toSize());
-    widget.show();
-    QCoreApplication::processEvents();
-    QImage image(pixels, QImage::Format_ARGB32_Premultiplied);
-    image.setDevicePixelRatio(densite);
-    image.fill(Qt::transparent);
-    widget.render(&image);
-    const bool ok = image.save(QString::fromStdString(fichier.string()), "PNG");
-    if (!ok)
-        std::cerr << "tavi-home: impossible d'écrire « " << fichier.string() << " »\n";
-    else
-        std::cout << fichier.string() << '\n';
-    return ok;
-}
-
 // The kit's elements on the veil's background, at natural size and at double density.
 bool capturerKit(const std::filesystem::path& dossier) {
     QWidget planche;
@@ -178,8 +163,8 @@ bool capturerKit(const std::filesystem::path& dossier) {
     focalise->setFocus();
 
     const QSize taille = planche.sizeHint();
-    return enregistrer(planche, taille, 1, dossier / "kit.png") &&
-           enregistrer(planche, taille * 2, 2, dossier / "kit@2x.png");
+    return enregistrerImage(planche, taille, 1, dossier / "kit.png") &&
+           enregistrerImage(planche, taille * 2, 2, dossier / "kit@2x.png");
 }
 
 } // namespace
@@ -208,11 +193,12 @@ int capturer(const std::string& dossierDemande, int argc, char** argv) {
             ActionsFigees actions(variante.etat);
             VoileVue vue(actions, variante.motif);
             if (variante.choix) vue.ouvrirChoix();
-            tout &= enregistrer(vue, ecran.taille, ecran.densite,
+            tout &= enregistrerImage(vue, ecran.taille, ecran.densite,
                                 dossier / ("voile-" + variante.nom + "-" + ecran.nom + ".png"));
         }
     }
     tout &= capturerKit(dossier);
+    tout &= capturerAccueil(dossier);
     return tout ? 0 : 2;
 }
 

@@ -6,7 +6,9 @@
 #include "app/signaux_arret.h"
 #include "platform/linux/prise_x11.h"
 #include "platform/qt/boucle_qt.h"
+#include "ui/accueil_moteur.h"
 #include "ui/actions_moteur.h"
+#include "ui/fenetre_accueil.h"
 #include "ui/voile_qt.h"
 
 #include <QApplication>
@@ -66,7 +68,13 @@ void executerAvecInterface(int argc, char** argv) {
     Moteur& moteur = agent.moteur();
     const auto signaux = arreterSurSignal(boucle, moteur);
 
+    AccueilMoteur actionsAccueil(moteur);
+    FenetreAccueil accueil;
+    // A rule set that asks for a report the child has not been shown opens the panel alone.
+    moteur.quandRapportActive = [&] { accueil.montrer(actionsAccueil, true); };
+
     moteur.demarrer();
+    if (!moteur.relie()) accueil.montrer(actionsAccueil, false);
     finirProcessus(boucle.executer());
 }
 

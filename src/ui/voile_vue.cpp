@@ -3,6 +3,7 @@
 #include "ui/autocollant.h"
 #include "ui/bouton_pilule.h"
 #include "ui/charte.h"
+#include "ui/etiquette.h"
 #include "ui/lisible.h"
 #include "ui/police.h"
 
@@ -22,42 +23,10 @@ constexpr int largeurMax = 560;
 constexpr int margeEcran = 40;
 constexpr int margesCarte = 2 * 28 + 6;
 
-// A text as a veil draws it: no break between a number and its unit, and a chance to break
-// inside a long run with no space (a name from the server may be one word of a hundred
-// letters), which would otherwise push the sticker past the screen's edge.
-QString ecran(const std::string& texte) {
-    constexpr int longueurSansEspace = 24;
-    const QString brut = QString::fromStdString(sansCoupure(texte));
-    QString resultat;
-    int suite = 0;
-    for (const QChar c : brut) {
-        resultat += c;
-        if (c.isSpace())
-            suite = 0;
-        else if (!c.isHighSurrogate() && ++suite >= longueurSansEspace) {
-            resultat += QChar(0x200B);
-            suite = 0;
-        }
-    }
-    return resultat;
-}
-
-QLabel* etiquette(const std::string& texte, const QFont& police, const QColor& couleur) {
-    auto* label = new QLabel(ecran(texte));
-    label->setFont(police);
-    label->setWordWrap(true);
-    label->setAlignment(Qt::AlignHCenter);
-    label->setTextFormat(Qt::PlainText);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, couleur);
-    label->setPalette(palette);
-    return label;
-}
-
 // The rule's title on a white capsule outlined in ink.
 class Pastille : public QLabel {
 public:
-    explicit Pastille(const std::string& texte) : QLabel(ecran(texte)) {
+    explicit Pastille(const std::string& texte) : QLabel(texteEcran(texte)) {
         setFont(policeArrondie(18, QFont::ExtraBold));
         setTextFormat(Qt::PlainText);
         setAlignment(Qt::AlignCenter);
@@ -91,14 +60,6 @@ const QColor& couleur(BoutonVoile::Fond fond) {
         break;
     }
     return Charte::blanc;
-}
-
-QHBoxLayout* centree(QWidget* widget) {
-    auto* rangee = new QHBoxLayout;
-    rangee->addStretch();
-    rangee->addWidget(widget);
-    rangee->addStretch();
-    return rangee;
 }
 
 } // namespace
@@ -187,7 +148,7 @@ void VoileVue::construire(const ContenuVoile& contenu) {
     QWidget* aFocaliser = nullptr;
     const auto ajouter = [&](QBoxLayout* dans, const BoutonVoile& b) {
         const std::string titre = emoji && !b.emoji.empty() ? b.emoji + " " + b.titre : b.titre;
-        auto* pilule = new BoutonPilule(ecran(titre), couleur(b.fond));
+        auto* pilule = new BoutonPilule(texteEcran(titre), couleur(b.fond));
         pilule->setEnabled(!b.desactive);
         pilule->setProperty("action", static_cast<int>(b.action));
         connect(pilule, &QAbstractButton::clicked, this, [this, b] { appuyer(b); });

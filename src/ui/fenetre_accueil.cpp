@@ -1,0 +1,33 @@
+#include "ui/fenetre_accueil.h"
+
+#include "ui/accueil_vue.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+
+namespace tavi {
+
+FenetreAccueil::~FenetreAccueil() {
+    delete fenetre_.data();
+}
+
+void FenetreAccueil::montrer(ActionsAccueil& actions, bool seulementCeQueVoient) {
+    if (fenetre_) fenetre_->close();
+    auto* vue = new AccueilVue(actions, seulementCeQueVoient);
+    // Closing deletes it (later, outside any of its own handlers).
+    vue->setAttribute(Qt::WA_DeleteOnClose);
+    vue->setWindowFlags(Qt::Window | Qt::WindowStaysOnTopHint | Qt::WindowCloseButtonHint |
+                        Qt::WindowTitleHint);
+    vue->setWindowTitle(QStringLiteral("Tavi Home"));
+    fenetre_ = vue;
+    if (const QScreen* ecran = QGuiApplication::primaryScreen()) {
+        QRect cadre = vue->frameGeometry();
+        cadre.moveCenter(ecran->availableGeometry().center());
+        vue->move(cadre.topLeft());
+    }
+    vue->show();
+    vue->raise();
+    vue->activateWindow();
+}
+
+} // namespace tavi
