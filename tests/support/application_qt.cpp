@@ -2,6 +2,9 @@
 
 #include <QCoreApplication>
 #include <QTimer>
+#ifdef TAVI_TEST_FENETRES
+#include <QApplication>
+#endif
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -11,7 +14,15 @@ namespace {
 
 class ApplicationQt : public testing::Environment {
 public:
-    void SetUp() override { application_ = std::make_unique<QCoreApplication>(argc_, argv_); }
+    void SetUp() override {
+#ifdef TAVI_TEST_FENETRES
+        // Windows are drawn offscreen: no display needed, the user's left alone.
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        application_ = std::make_unique<QApplication>(argc_, argv_);
+#else
+        application_ = std::make_unique<QCoreApplication>(argc_, argv_);
+#endif
+    }
     void TearDown() override { application_.reset(); }
 
 private:
