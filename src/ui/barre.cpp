@@ -68,9 +68,9 @@ void Barre::maj() {
     dernierTitre_ = std::move(cle);
     ++dessins_;
     icone_->setIcon(iconeQt(icone));
-    icone_->setToolTip(icone.texte.empty()
-                           ? nomAppli
-                           : nomAppli + QStringLiteral(" · ") + QString::fromStdString(icone.texte));
+    icone_->setToolTip(icone.texte.empty() ? nomAppli
+                                           : nomAppli + QStringLiteral(" · ") +
+                                                 QString::fromStdString(icone.texte));
 }
 
 void Barre::choisir(const EntreeMenu& entree) {
@@ -80,16 +80,23 @@ void Barre::choisir(const EntreeMenu& entree) {
         if (vivant) vivant->informer();
     };
     switch (entree.action) {
-    case A::aucune: break;
+    case A::aucune:
+        break;
     case A::accueil:
         if (ouvrirAccueil) ouvrirAccueil();
         break;
     case A::ceQueVoient:
         if (ouvrirCeQueVoient) ouvrirCeQueVoient();
         break;
-    case A::reglages: actions_.reglages(); break;
-    case A::demander: actions_.demanderTemps(entree.minutes, puisInformer); break;
-    case A::tirelire: actions_.utiliserTirelire(entree.minutes, puisInformer); break;
+    case A::reglages:
+        actions_.reglages();
+        break;
+    case A::demander:
+        actions_.demanderTemps(entree.minutes, puisInformer);
+        break;
+    case A::tirelire:
+        actions_.utiliserTirelire(entree.minutes, puisInformer);
+        break;
     }
 }
 
