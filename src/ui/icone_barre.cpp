@@ -25,25 +25,24 @@ constexpr qreal trait = 1.5;
 
 QColor fondDuBadge(Symbole symbole) {
     switch (symbole) {
-    case Symbole::relier: return Charte::jaune;
-    case Symbole::dodo: return Charte::lilas;
-    case Symbole::sablier: return Charte::menthe;
-    case Symbole::etincelles: return Charte::citron;
+    case Symbole::relier:
+        return Charte::jaune;
+    case Symbole::dodo:
+        return Charte::lilas;
+    case Symbole::sablier:
+        return Charte::menthe;
+    case Symbole::etincelles:
+        return Charte::citron;
     }
     return Charte::blanc;
 }
 
+// Two links side by side under a plus. Drawn level rather than leaning: on the 16 px grid
+// (1.5 units a pixel) their 1 px lines then fall on whole pixels and their holes stay open.
 QPainterPath chaine() {
-    // Two links across each other, leaning like the usual "link" sign, and a plus above right.
     QPainterPath maillons;
-    for (const QPointF centre : {QPointF(8.6, 15.4), QPointF(13.4, 10.6)}) {
-        QPainterPath maillon;
-        maillon.addRoundedRect(QRectF(-5.2, -2.6, 10.4, 5.2), 2.6, 2.6);
-        QTransform t;
-        t.translate(centre.x(), centre.y());
-        t.rotate(-45);
-        maillons.addPath(t.map(maillon));
-    }
+    maillons.addRoundedRect(QRectF(3.75, 12.75, 9.75, 7.5), 3.75, 3.75);
+    maillons.addRoundedRect(QRectF(11.25, 12.75, 9.75, 7.5), 3.75, 3.75);
     return maillons;
 }
 
@@ -84,7 +83,7 @@ QPainterPath chiffres(const std::string& texte) {
     p.addText(0, 0, policeArrondie(100, QFont::Black), QString::fromStdString(texte));
     const QRectF boite = p.boundingRect();
     if (boite.isEmpty()) return p;
-    const qreal echelle = std::min(11.0 / boite.height(), 17.5 / boite.width());
+    const qreal echelle = std::min(12.5 / boite.height(), 18.0 / boite.width());
     QTransform t;
     t.translate(12, 12);
     t.scale(echelle, echelle);
@@ -139,20 +138,24 @@ QImage dessinerIconeBarre(const IconeBarre& icone, int px, qreal densite) {
     switch (icone.symbole) {
     case Symbole::relier: {
         peintre.setBrush(Qt::NoBrush);
-        peintre.setPen(QPen(Charte::encre, 2.2));
+        peintre.setPen(QPen(Charte::encre, trait));
         peintre.drawPath(chaine());
-        peintre.setPen(QPen(Charte::encre, 2.4, Qt::SolidLine, Qt::RoundCap));
-        peintre.drawLine(QPointF(18, 14.5), QPointF(18, 20));
-        peintre.drawLine(QPointF(15.25, 17.25), QPointF(20.75, 17.25));
+        peintre.setPen(QPen(Charte::encre, 3, Qt::SolidLine, Qt::FlatCap));
+        peintre.drawLine(QPointF(18, 3.75), QPointF(18, 11.25));
+        peintre.drawLine(QPointF(14.25, 7.5), QPointF(21.75, 7.5));
         break;
     }
-    case Symbole::dodo: peintre.drawPath(lune()); break;
+    case Symbole::dodo:
+        peintre.drawPath(lune());
+        break;
     case Symbole::etincelles:
         peintre.drawPath(etoile(QPointF(10.5, 13.5), 7.5));
         peintre.drawPath(etoile(QPointF(17.5, 6.5), 3.5));
         break;
     case Symbole::sablier: {
         const std::string court = texteBadge(icone.texte);
+        // Outlined as well as filled: the kit's rounded face is too thin for 16 px.
+        peintre.setPen(QPen(Charte::encre, 1.2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
         peintre.drawPath(court.empty() ? sablier() : chiffres(court));
         break;
     }
