@@ -1,19 +1,46 @@
 #include "ui/menu_qt.h"
 
 #include <QAction>
+#include <QStringList>
 
 namespace tavi {
 
 namespace {
 
-// Titles come from the server (a rule's title, a message): "&" would mark a shortcut key and a
-// tab would start a shortcut's column, a line break would make a tall item.
-QString titreDeMenu(const std::string& titre) {
+// Titles come from the server (a rule's title, a message): a tab would start a shortcut's
+// column, a line break would make a tall item.
+QString enLigne(const std::string& titre) {
     QString t = QString::fromStdString(titre);
-    t.replace(QLatin1Char('&'), QStringLiteral("&&"));
     for (const QChar blanc : {QLatin1Char('\t'), QLatin1Char('\n'), QLatin1Char('\r')})
         t.replace(blanc, QLatin1Char(' '));
     return t;
+}
+
+// And "&" would mark a shortcut key.
+QString sansRaccourci(QString t) {
+    return t.replace(QLatin1Char('&'), QStringLiteral("&&"));
+}
+
+// A menu cannot wrap an item, and Qt cuts one wider than a part of the screen: a long text (a
+// message, a rule's title) is shown on as many disabled lines as it takes.
+QStringList lignes(const QString& texte) {
+    constexpr qsizetype largeur = 48;
+    QStringList resultat;
+    QString ligne;
+    for (const QString& mot : texte.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        if (!ligne.isEmpty() && ligne.size() + 1 + mot.size() > largeur) {
+            resultat << ligne;
+            ligne.clear();
+        }
+        if (!ligne.isEmpty()) ligne += QLatin1Char(' ');
+        ligne += mot;
+        while (ligne.size() > largeur) {
+            resultat << ligne.left(largeur);
+            ligne.remove(0, largeur);
+        }
+    }
+    if (!ligne.isEmpty() || resultat.isEmpty()) resultat << ligne;
+    return resultat;
 }
 
 void ajouter(QMenu& menu, const std::vector<EntreeMenu>& entrees,
@@ -24,14 +51,18 @@ void ajouter(QMenu& menu, const std::vector<EntreeMenu>& entrees,
             continue;
         }
         if (!entree.sousMenu.empty()) {
-            QMenu* sous = menu.addMenu(titreDeMenu(entree.titre));
+            QMenu* sous = menu.addMenu(sansRaccourci(enLigne(entree.titre)));
             sous->setEnabled(entree.actif);
             ajouter(*sous, entree.sousMenu, choisir);
             continue;
         }
-        QAction* action = menu.addAction(titreDeMenu(entree.titre));
-        action->setEnabled(entree.actif);
-        if (entree.actif && entree.action != EntreeMenu::Action::aucune)
+        if (!entree.actif) {
+            for (const QString& ligne : lignes(enLigne(entree.titre)))
+                menu.addAction(sansRaccourci(ligne))->setEnabled(false);
+            continue;
+        }
+        QAction* action = menu.addAction(sansRaccourci(enLigne(entree.titre)));
+        if (entree.action != EntreeMenu::Action::aucune)
             QObject::connect(action, &QAction::triggered, &menu,
                              [choisir, entree] { choisir(entree); });
     }
