@@ -114,6 +114,8 @@ void Barre::informer() {
         boite_->setWindowModality(Qt::NonModal);
         // The message comes from the server: never read as markup.
         boite_->setTextFormat(Qt::PlainText);
+        // Often the agent's only window: closing it must not end the agent.
+        boite_->setAttribute(Qt::WA_QuitOnClose, false);
     }
     boite_->setText(QString::fromStdString(affichable(*message, maxMessage)));
     boite_->show();
