@@ -1,12 +1,14 @@
 #pragma once
 
 #include "engine/moteur.h"
+#include "ui/actions_barre.h"
 #include "ui/actions_voile.h"
 
 namespace tavi {
 
-// The veil's buttons on the engine itself, which must outlive this object.
-class ActionsMoteur : public ActionsVoile {
+// The veil's buttons and the status item's menu on the engine itself, which must outlive this
+// object. The requests and the observation are the same for both.
+class ActionsMoteur : public ActionsVoile, public ActionsBarre {
 public:
     explicit ActionsMoteur(Moteur& moteur) : moteur_(moteur) {}
 
@@ -22,6 +24,10 @@ public:
     }
     void fermerVoileAppli() override { moteur_.fermerVoileAppli(); }
     void ouvrirReglages() override;
+
+    EtatBarre etatBarre() const override;
+    bool voileAffiche() const override { return moteur_.voile().affiche(); }
+    void reglages() override;
 
 private:
     Moteur& moteur_;

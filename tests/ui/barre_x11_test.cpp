@@ -1,0 +1,217 @@
+// The status item on an Xvfb of the test's own, with trayer as the XEmbed tray host (no session
+// bus, so Qt has no notifier host to prefer). A second X client clicks through XTest.
+#include "support/processus.h"
+#include "ui/barre.h"
+#include "ui/icone_barre.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QTest>
+#include <QWindow>
+#include <gtest/gtest.h>
+#include <optional>
+#include <unistd.h>
+// X11 last: its macros break the headers above.
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+
+using namespace tavi;
+
+namespace {
+
+std::string affichage, raisonSaut;
+const char* const trayer = "/usr/bin/trayer";
+
+template <typename Condition>
+bool attendreQue(Condition condition, int ms = 10000) {
+    return QTest::qWaitFor([&] { return bool(condition()); }, ms);
+}
+
+struct FaussesActions : ActionsBarre {
+    EtatBarre etat;
+    std::function<void()> quand, fini;
+    std::vector<int> demandes;
+    bool voile = false;
+
+    EtatBarre etatBarre() const override { return etat; }
+    std::unique_ptr<Abonnement> observer(std::function<void()> q) override {
+        quand = std::move(q);
+        return std::make_unique<Abonnement>();
+    }
+    void demanderTemps(int minutes, std::function<void()> f) override {
+        demandes.push_back(minutes);
+        fini = std::move(f);
+    }
+    void utiliserTirelire(int, std::function<void()>) override {}
+    bool voileAffiche() const override { return voile; }
+    void reglages() override {}
+};
+
+class BarreX11 : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!raisonSaut.empty()) GTEST_SKIP() << raisonSaut;
+        autre = XOpenDisplay(affichage.c_str());
+        ASSERT_TRUE(autre);
+    }
+    void TearDown() override {
+        if (autre) XCloseDisplay(autre);
+    }
+    void demarrerHote() {
+        hote.emplace(std::vector<std::string>{trayer, "--edge", "top", "--align", "right",
+                                              "--widthtype", "request", "--height", "24"},
+                     std::map<std::string, std::string>{{"DISPLAY", affichage}});
+        const Atom selection = XInternAtom(autre, "_NET_SYSTEM_TRAY_S0", False);
+        ASSERT_TRUE(attendreQue([&] { return XGetSelectionOwner(autre, selection) != None; }));
+    }
+    // In the tray, placed and drawn: Qt's XEmbed icon is a window of its own that the tray
+    // exposes once it has taken it in.
+    static bool incrustee(Barre& barre) {
+        if (!barre.icone().isVisible() || barre.icone().geometry().isEmpty()) return false;
+        for (QWidget* w : QApplication::topLevelWidgets())
+            if (w->objectName() == "QSystemTrayIconSys" && w->windowHandle() &&
+                w->windowHandle()->isExposed())
+                return true;
+        return false;
+    }
+    // A real click of the X server's pointer on the middle of `zone`.
+    void cliquer(QRect zone) {
+        const QPoint centre = zone.center();
+        XTestFakeMotionEvent(autre, -1, centre.x(), centre.y(), CurrentTime);
+        XTestFakeButtonEvent(autre, 1, True, CurrentTime);
+        XTestFakeButtonEvent(autre, 1, False, CurrentTime);
+        XSync(autre, False);
+    }
+    void cliquer(QMenu& menu, const QString& debut) {
+        for (QAction* action : menu.actions())
+            if (action->text().startsWith(debut)) {
+                const QRect ligne = menu.actionGeometry(action);
+                return cliquer(QRect(menu.mapToGlobal(ligne.topLeft()), ligne.size()));
+            }
+        ADD_FAILURE() << "no entry " << debut.toStdString();
+    }
+    static std::vector<std::string> titres(const QMenu& menu) {
+        std::vector<std::string> t;
+        for (QAction* action : menu.actions())
+            if (!action->isSeparator()) t.push_back(action->text().toStdString());
+        return t;
+    }
+    static std::vector<std::string> titresDuModele(const EtatBarre& etat) {
+        std::vector<std::string> t;
+        for (const EntreeMenu& e : menuBarre(etat))
+            if (!e.separateur()) t.push_back(e.titre);
+        return t;
+    }
+
+    Display* autre = nullptr;
+    std::optional<test::Processus> hote;
+    FaussesActions actions;
+};
+
+TEST_F(BarreX11, SansZoneDeNotificationLaBarreLeDitUneFoisEtAttendQuUneArrive) {
+    testing::internal::CaptureStderr();
+    Barre barre(actions);
+    QTest::qWait(200);
+    const std::string journal = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(journal.begin(), journal.end(), '\n'), 1) << journal;
+    EXPECT_NE(journal.find("zone de notification"), std::string::npos) << journal;
+    EXPECT_FALSE(incrustee(barre));
+
+    demarrerHote();
+    EXPECT_TRUE(attendreQue([&] { return incrustee(barre); }, 25000));
+}
+
+TEST_F(BarreX11, UnClicOuvreLeMenuDuMomentEtSesEntreesMenentAuxOperations) {
+    demarrerHote();
+    Barre barre(actions);
+    int accueils = 0;
+    barre.ouvrirAccueil = [&] { ++accueils; };
+    ASSERT_TRUE(attendreQue([&] { return incrustee(barre); }));
+    cliquer(barre.icone().geometry());
+    ASSERT_TRUE(attendreQue([&] { return barre.menu().isVisible(); }));
+    EXPECT_EQ(titres(barre.menu()), titresDuModele(actions.etat));
+    cliquer(barre.menu(), "Relier");
+    EXPECT_TRUE(attendreQue([&] { return accueils == 1; }));
+
+    actions.etat.relie = true;
+    actions.etat.prenom = "Léa";
+    actions.etat.version = "1.0.0";
+    actions.etat.resteSecondes = 2700;
+    ASSERT_TRUE(attendreQue([&] { return !barre.menu().isVisible(); }));
+    cliquer(barre.icone().geometry());
+    ASSERT_TRUE(attendreQue([&] { return barre.menu().isVisible(); }));
+    EXPECT_EQ(titres(barre.menu()), titresDuModele(actions.etat));
+
+    cliquer(barre.menu(), QStringLiteral("🙋"));
+    QMenu* demander = nullptr;
+    for (QAction* action : barre.menu().actions())
+        if (action->menu() && action->text().contains("Demander")) demander = action->menu();
+    ASSERT_TRUE(demander);
+    ASSERT_TRUE(attendreQue([&] { return demander->isVisible(); }));
+    cliquer(*demander, "15");
+    ASSERT_TRUE(attendreQue([&] { return !actions.demandes.empty(); }));
+    EXPECT_EQ(actions.demandes, std::vector{15});
+
+    // The outcome, once the request is over, in a box that leaves the main loop running.
+    actions.etat.message = "Ta demande est envoyée à tes parents.";
+    actions.fini();
+    ASSERT_TRUE(barre.boiteMessage());
+    EXPECT_TRUE(attendreQue([&] { return barre.boiteMessage()->isVisible(); }));
+    EXPECT_FALSE(barre.boiteMessage()->isModal());
+    EXPECT_EQ(barre.boiteMessage()->text().toStdString(), *actions.etat.message);
+    QMessageBox* boite = barre.boiteMessage();
+    barre.informer();
+    EXPECT_EQ(barre.boiteMessage(), boite);
+}
+
+TEST_F(BarreX11, LIconeNEstRedessineeQueQuandElleChange) {
+    Barre barre(actions);
+    const int dessins = barre.dessins();
+    barre.maj();
+    actions.quand();
+    EXPECT_EQ(barre.dessins(), dessins);
+
+    actions.etat.relie = true;
+    actions.etat.resteSecondes = 2700;
+    actions.quand();
+    EXPECT_EQ(barre.dessins(), dessins + 1);
+    EXPECT_EQ(barre.dernierTitre(), iconeBarre(actions.etat).cle());
+    EXPECT_EQ(barre.icone().toolTip(), QStringLiteral("Tavi Home · 45 min"));
+}
+
+TEST(IconeBarre, LeBadgeALaTailleEtLaDensiteDemandeesEtMontreLeTempsRestant) {
+    const IconeBarre sablier{IconeBarre::Symbole::sablier, "45 min"};
+    const QImage image = dessinerIconeBarre(sablier, 22, 2);
+    EXPECT_EQ(image.size(), QSize(44, 44));
+    EXPECT_EQ(image.devicePixelRatio(), 2);
+    EXPECT_NE(image.pixelColor(22, 22).alpha(), 0);
+    EXPECT_NE(image, dessinerIconeBarre({IconeBarre::Symbole::sablier, "46 min"}, 22, 2));
+    EXPECT_EQ(iconeQt(sablier).availableSizes().size(), 5);
+}
+
+// Starts the display, without a tray host yet, for the application to come; says why not.
+std::string preparerAffichage(std::optional<test::Processus>& xvfb) {
+    if (access("/usr/bin/Xvfb", X_OK)) return "Xvfb missing (package xvfb)";
+    if (access(trayer, X_OK)) return "no XEmbed tray host (package trayer)";
+    xvfb.emplace(std::vector<std::string>{"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0",
+                                          "1024x768x24", "-nolisten", "tcp", "-noreset"});
+    const std::string numero = xvfb->ligne(20);
+    if (numero.empty()) return "Xvfb did not start";
+    affichage = ":" + numero;
+    setenv("DISPLAY", affichage.c_str(), 1);
+    setenv("QT_QPA_PLATFORM", "xcb", 1);
+    // No session bus, and none started on demand: the icon goes to the XEmbed tray.
+    setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
+    return {};
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    std::optional<test::Processus> xvfb;
+    std::optional<QApplication> application;
+    raisonSaut = preparerAffichage(xvfb);
+    if (raisonSaut.empty()) application.emplace(argc, argv);
+    return RUN_ALL_TESTS();
+}
