@@ -13,7 +13,7 @@ image="$(realpath -m "${IMAGE:-voile.png}")"
 dossier="$(mktemp -d)"
 pids=()
 nettoyer() {
-    for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null && wait "$pid" 2> /dev/null; done
+    for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null && wait "$pid" 2> /dev/null || true; done
     rm -rf "$dossier"
 }
 trap nettoyer EXIT

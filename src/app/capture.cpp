@@ -1,6 +1,7 @@
 #include "app/capture.h"
 
 #include "app/capture_accueil.h"
+#include "app/capture_barre.h"
 #include "app/capture_image.h"
 
 #include "ui/actions_figees.h"
@@ -199,6 +200,7 @@ int capturer(const std::string& dossierDemande, int argc, char** argv) {
     }
     tout &= capturerKit(dossier);
     tout &= capturerAccueil(dossier);
+    tout &= capturerBarre(dossier);
     return tout ? 0 : 2;
 }
 

@@ -1,5 +1,7 @@
 #include "app/capture_barre.h"
 
+#include "app/capture_image.h"
+
 #include "ui/icone_barre.h"
 #include "ui/lisible.h"
 #include "ui/menu_qt.h"
@@ -50,15 +52,6 @@ std::vector<EtatMenu> etatsMenu() {
         {"agent-inactif", avec([](EtatBarre& e) { e.agentActif = false; }), ""},
         {"sans-limite", avec([](EtatBarre& e) { e.resteSecondes.reset(); }), ""},
     };
-}
-
-bool ecrire(const QImage& image, const std::filesystem::path& fichier) {
-    const bool ok = image.save(QString::fromStdString(fichier.string()), "PNG");
-    if (!ok)
-        std::cerr << "tavi-home: impossible d'écrire « " << fichier.string() << " »\n";
-    else
-        std::cout << fichier.string() << '\n';
-    return ok;
 }
 
 // `menu` as it looks on screen, shown off it.
@@ -169,12 +162,12 @@ QImage plancheIcones(qreal densite, int loupe) {
 bool capturerBarre(const std::filesystem::path& dossier) {
     bool tout = true;
     for (const EtatMenu& etat : etatsMenu()) {
-        tout &= ecrire(imageMenu(etat, 1), dossier / ("barre-menu-" + etat.nom + ".png"));
-        tout &= ecrire(imageMenu(etat, 2), dossier / ("barre-menu-" + etat.nom + "@2x.png"));
+        tout &= ecrireImage(imageMenu(etat, 1), dossier / ("barre-menu-" + etat.nom + ".png"));
+        tout &= ecrireImage(imageMenu(etat, 2), dossier / ("barre-menu-" + etat.nom + "@2x.png"));
     }
-    tout &= ecrire(plancheIcones(1, 1), dossier / "barre-icones.png");
-    tout &= ecrire(plancheIcones(2, 1), dossier / "barre-icones@2x.png");
-    tout &= ecrire(plancheIcones(1, 4), dossier / "barre-icones-loupe.png");
+    tout &= ecrireImage(plancheIcones(1, 1), dossier / "barre-icones.png");
+    tout &= ecrireImage(plancheIcones(2, 1), dossier / "barre-icones@2x.png");
+    tout &= ecrireImage(plancheIcones(1, 4), dossier / "barre-icones-loupe.png");
     return tout;
 }
 

@@ -7,6 +7,15 @@
 
 namespace tavi {
 
+bool ecrireImage(const QImage& image, const std::filesystem::path& fichier) {
+    const bool ok = image.save(QString::fromStdString(fichier.string()), "PNG");
+    if (!ok)
+        std::cerr << "tavi-home: impossible d'écrire « " << fichier.string() << " »\n";
+    else
+        std::cout << fichier.string() << '\n';
+    return ok;
+}
+
 bool enregistrerImage(QWidget& widget, QSize pixels, qreal densite,
                       const std::filesystem::path& fichier) {
     widget.setAttribute(Qt::WA_DontShowOnScreen);
@@ -17,12 +26,7 @@ bool enregistrerImage(QWidget& widget, QSize pixels, qreal densite,
     image.setDevicePixelRatio(densite);
     image.fill(Qt::transparent);
     widget.render(&image);
-    const bool ok = image.save(QString::fromStdString(fichier.string()), "PNG");
-    if (!ok)
-        std::cerr << "tavi-home: impossible d'écrire « " << fichier.string() << " »\n";
-    else
-        std::cout << fichier.string() << '\n';
-    return ok;
+    return ecrireImage(image, fichier);
 }
 
 } // namespace tavi

@@ -8,6 +8,7 @@
 #include "platform/qt/boucle_qt.h"
 #include "ui/accueil_moteur.h"
 #include "ui/actions_moteur.h"
+#include "ui/barre.h"
 #include "ui/fenetre_accueil.h"
 #include "ui/voile_qt.h"
 
@@ -72,6 +73,10 @@ void executerAvecInterface(int argc, char** argv) {
     FenetreAccueil accueil;
     // A rule set that asks for a report the child has not been shown opens the panel alone.
     moteur.quandRapportActive = [&] { accueil.montrer(actionsAccueil, true); };
+    ActionsMoteur actionsBarre(moteur);
+    Barre barre(actionsBarre);
+    barre.ouvrirAccueil = [&] { accueil.montrer(actionsAccueil, false); };
+    barre.ouvrirCeQueVoient = [&] { accueil.montrer(actionsAccueil, true); };
 
     moteur.demarrer();
     if (!moteur.relie()) accueil.montrer(actionsAccueil, false);

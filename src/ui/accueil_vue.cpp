@@ -15,6 +15,7 @@
 #include <QLineEdit>
 #include <QPainter>
 #include <QPointer>
+#include <QScreen>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -125,6 +126,8 @@ void AccueilVue::construire(EtapeAccueil e) {
         break;
     }
     layout()->addWidget(contenu_);
+    // Shown now rather than at the loop's next turn, so that the height below counts it.
+    contenu_->show();
     // The keyboard starts on the step's first control.
     if (champ_)
         champ_->setFocus();
@@ -140,6 +143,13 @@ void AccueilVue::ajusterHauteur() {
     const int hauteur = layout()->hasHeightForWidth() ? layout()->totalHeightForWidth(largeur)
                                                        : layout()->totalSizeHint().height();
     resize(largeur, hauteur);
+    // A window whose step changed size stays centred on its screen, so it never runs off it.
+    if (const QScreen* ecran = isWindow() ? screen() : nullptr) {
+        QRect cadre = frameGeometry();
+        cadre.setSize(cadre.size() - size() + QSize(largeur, hauteur));
+        cadre.moveCenter(ecran->availableGeometry().center());
+        move(cadre.topLeft());
+    }
 }
 
 QWidget* AccueilVue::etapeRejoindre() {

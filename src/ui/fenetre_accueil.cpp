@@ -2,9 +2,6 @@
 
 #include "ui/accueil_vue.h"
 
-#include <QGuiApplication>
-#include <QScreen>
-
 namespace tavi {
 
 FenetreAccueil::~FenetreAccueil() {
@@ -20,11 +17,6 @@ void FenetreAccueil::montrer(ActionsAccueil& actions, bool seulementCeQueVoient)
                         Qt::WindowTitleHint);
     vue->setWindowTitle(QStringLiteral("Tavi Home"));
     fenetre_ = vue;
-    if (const QScreen* ecran = QGuiApplication::primaryScreen()) {
-        QRect cadre = vue->frameGeometry();
-        cadre.moveCenter(ecran->availableGeometry().center());
-        vue->move(cadre.topLeft());
-    }
     vue->show();
     vue->raise();
     vue->activateWindow();
