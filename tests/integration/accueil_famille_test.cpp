@@ -1,9 +1,4 @@
-#include "app/agent_linux.h"
-#include "famille_locale.h"
-#include "platform/linux/demarrage_linux.h"
-#include "platform/memoire/coffre_memoire.h"
-#include "platform/qt/boucle_qt.h"
-#include "platform/sqlite/reglages_sqlite.h"
+#include "agent_et_famille.h"
 #include "support/application_qt.h"
 #include "ui/accueil_moteur.h"
 #include "ui/accueil_vue.h"
@@ -36,36 +31,18 @@ bool afficheTexte(QWidget& dans, const QString& texte) {
     return false;
 }
 
-// The welcome window on the engine as the agent runs it (the Linux parts, libcurl, SQLite, the
-// login agent's autostart entry in a temporary folder), unpaired, against `tavi-famille`.
-class AccueilEtFamille : public testing::Test {
+// The welcome window on the engine as the agent runs it, unpaired.
+class AccueilEtFamille : public test::AgentEtFamille {
 protected:
     void SetUp() override {
-        famille.preparerLea();
-        ASSERT_TRUE(famille.servir());
-        reglages.ecrire("serveur", famille.adresse());
-        agent = std::make_unique<AgentLinux>(*boucle, reglages, coffre, demarrage);
-        actions = std::make_unique<AccueilMoteur>(agent->moteur());
+        AgentEtFamille::SetUp();
+        if (!HasFatalFailure()) actions = std::make_unique<AccueilMoteur>(moteur());
     }
     void TearDown() override {
         actions.reset();
-        agent.reset();
-        boucle.reset();
+        AgentEtFamille::TearDown();
     }
 
-    test::FamilleLocale famille;
-    test::DossierTemporaire dossier;
-    ReglagesSqlite reglages{dossier / "reglages.sqlite"};
-    CoffreMemoire coffre;
-    DemarrageLinux demarrage{[this] {
-        OptionsDemarrage options;
-        options.executable = TAVI_HOME_BINAIRE;
-        options.configMaison = dossier / "config";
-        options.mode = ModeDemarrage::xdg;
-        return options;
-    }()};
-    std::unique_ptr<BoucleQt> boucle = std::make_unique<BoucleQt>();
-    std::unique_ptr<AgentLinux> agent;
     std::unique_ptr<AccueilMoteur> actions;
 };
 
@@ -86,7 +63,7 @@ TEST_F(AccueilEtFamille, UnCodeTapeAuClavierRelieLOrdinateurEtLaFenetreVaJusquAu
     ASSERT_TRUE(vue.erreur().has_value());
     EXPECT_TRUE(afficheTexte(vue, QString::fromStdString(*vue.erreur())));
     EXPECT_EQ(champ->text(), "zzzz-9999");
-    EXPECT_FALSE(agent->moteur().relie());
+    EXPECT_FALSE(moteur().relie());
 
     // The parents' code, typed in lower case with a dash between its halves.
     QString code = QString::fromStdString(famille.code()).toLower();
@@ -96,8 +73,8 @@ TEST_F(AccueilEtFamille, UnCodeTapeAuClavierRelieLOrdinateurEtLaFenetreVaJusquAu
     QTest::mouseClick(vue.boutonRejoindre(), Qt::LeftButton);
     ASSERT_TRUE(test::attendreQue([&] { return vue.etape() == EtapeAccueil::accord; }, seconds(20)))
         << (vue.erreur() ? *vue.erreur() : "");
-    EXPECT_TRUE(agent->moteur().relie());
-    ASSERT_TRUE(test::attendreQue([&] { return agent->moteur().consigne().has_value(); }));
+    EXPECT_TRUE(moteur().relie());
+    ASSERT_TRUE(test::attendreQue([&] { return moteur().consigne().has_value(); }));
 
     // What the parents see, acknowledged: recorded, so the engine stops asking. Then the login
     // agent, which the pairing registered and the child removed meanwhile.
@@ -106,7 +83,7 @@ TEST_F(AccueilEtFamille, UnCodeTapeAuClavierRelieLOrdinateurEtLaFenetreVaJusquAu
     BoutonPilule* compris = nullptr;
     ASSERT_TRUE(test::attendreQue([&] { return (compris = bouton(vue, "J'ai compris")); }));
     QTest::mouseClick(compris, Qt::LeftButton);
-    EXPECT_TRUE(agent->moteur().accordDonne());
+    EXPECT_TRUE(moteur().accordDonne());
     ASSERT_TRUE(
         test::attendreQue([&] { return vue.etape() == EtapeAccueil::demarrage; }, seconds(6)));
     BoutonPilule* autoriser = nullptr;

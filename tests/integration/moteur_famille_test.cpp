@@ -1,10 +1,5 @@
-#include "app/agent_linux.h"
+#include "agent_et_famille.h"
 #include "app/etat_publie.h"
-#include "famille_locale.h"
-#include "platform/linux/demarrage_linux.h"
-#include "platform/memoire/coffre_memoire.h"
-#include "platform/qt/boucle_qt.h"
-#include "platform/sqlite/reglages_sqlite.h"
 #include "support/application_qt.h"
 
 #include <gtest/gtest.h>
@@ -18,30 +13,19 @@ namespace {
 using nlohmann::json;
 using std::chrono::seconds;
 
-// The engine as the agent runs it (the Linux parts, libcurl, the Qt loop, SQLite and the login
-// agent's autostart entry in a temporary folder, the console veil), with the token kept in memory,
-// against `tavi-famille` on a loopback port over a fresh base. Each test starts paired: the
-// pairing's first heartbeat has brought the rule set.
-class MoteurEtFamille : public testing::Test {
+// Each test starts paired: the pairing's first heartbeat has brought the rule set.
+class MoteurEtFamille : public test::AgentEtFamille {
 protected:
     void SetUp() override {
-        famille.preparerLea();
-        ASSERT_TRUE(famille.servir());
-        reglages.ecrire("serveur", famille.adresse());
-        agent = std::make_unique<AgentLinux>(*boucle, reglages, coffre, demarrage);
+        AgentEtFamille::SetUp();
+        if (HasFatalFailure()) return;
         std::optional<ResultatApi<Rejoindre>> reponse;
         moteur().rejoindre(famille.code(), [&](ResultatApi<Rejoindre> r) { reponse = r; });
         ASSERT_TRUE(test::attendreQue([&] { return reponse.has_value(); }));
         ASSERT_TRUE(*reponse) << decrire(reponse->error());
         ASSERT_TRUE(moteur().consigne().has_value());
     }
-    void TearDown() override {
-        agent.reset();
-        // The loop waits for its background work before the store and the secret go.
-        boucle.reset();
-    }
 
-    Moteur& moteur() { return agent->moteur(); }
     json etat() { return json::parse(etatPublie(moteur()).dump()); }
     // One heartbeat, to its end whatever its outcome.
     void battre() {
@@ -49,21 +33,6 @@ protected:
         moteur().battre([&] { fini = true; });
         ASSERT_TRUE(test::attendreQue([&] { return fini; }, seconds(30)));
     }
-
-    test::FamilleLocale famille;
-    test::DossierTemporaire dossier;
-    ReglagesSqlite reglages{dossier / "reglages.sqlite"};
-    CoffreMemoire coffre;
-    // The login agent as an autostart entry in the temporary folder.
-    DemarrageLinux demarrage{[this] {
-        OptionsDemarrage options;
-        options.executable = TAVI_HOME_BINAIRE;
-        options.configMaison = dossier / "config";
-        options.mode = ModeDemarrage::xdg;
-        return options;
-    }()};
-    std::unique_ptr<BoucleQt> boucle = std::make_unique<BoucleQt>();
-    std::unique_ptr<AgentLinux> agent;
 };
 
 TEST_F(MoteurEtFamille, UnePauseDesParentsVoileLOrdinateurEnUnBattementEtSeLeveAvecElle) {

@@ -1,6 +1,5 @@
 // The status item on an Xvfb of the test's own, with trayer as the XEmbed tray host (no session
 // bus, so Qt has no notifier host to prefer). A second X client clicks through XTest.
-#include "support/processus.h"
 #include "ui/barre.h"
 #include "ui/icone_barre.h"
 
@@ -10,10 +9,8 @@
 #include <QWindow>
 #include <gtest/gtest.h>
 #include <optional>
-#include <unistd.h>
 // X11 last: its macros break the headers above.
-#include <X11/Xlib.h>
-#include <X11/extensions/XTest.h>
+#include "support/xvfb_essai.h"
 
 using namespace tavi;
 
@@ -75,13 +72,7 @@ protected:
         return false;
     }
     // A real click of the X server's pointer on the middle of `zone`.
-    void cliquer(QRect zone) {
-        const QPoint centre = zone.center();
-        XTestFakeMotionEvent(autre, -1, centre.x(), centre.y(), CurrentTime);
-        XTestFakeButtonEvent(autre, 1, True, CurrentTime);
-        XTestFakeButtonEvent(autre, 1, False, CurrentTime);
-        XSync(autre, False);
-    }
+    void cliquer(QRect zone) { test::cliquerX(autre, zone.center()); }
     void cliquer(QMenu& menu, const QString& debut) {
         for (QAction* action : menu.actions())
             if (action->text().startsWith(debut)) {
@@ -191,15 +182,9 @@ TEST(IconeBarre, LeBadgeALaTailleEtLaDensiteDemandeesEtMontreLeTempsRestant) {
 
 // Starts the display, without a tray host yet, for the application to come; says why not.
 std::string preparerAffichage(std::optional<test::Processus>& xvfb) {
-    if (access("/usr/bin/Xvfb", X_OK)) return "Xvfb missing (package xvfb)";
     if (access(trayer, X_OK)) return "no XEmbed tray host (package trayer)";
-    xvfb.emplace(std::vector<std::string>{"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0",
-                                          "1024x768x24", "-nolisten", "tcp", "-noreset"});
-    const std::string numero = xvfb->ligne(20);
-    if (numero.empty()) return "Xvfb did not start";
-    affichage = ":" + numero;
-    setenv("DISPLAY", affichage.c_str(), 1);
-    setenv("QT_QPA_PLATFORM", "xcb", 1);
+    if (auto raison = test::demarrerXvfb(xvfb, "1024x768x24", affichage); !raison.empty())
+        return raison;
     // No session bus, and none started on demand: the icon goes to the XEmbed tray.
     setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
     return {};

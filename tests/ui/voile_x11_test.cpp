@@ -2,7 +2,6 @@
 // QApplication starts. A second X client plays another program: it tries to grab the keyboard
 // and pointer, and clicks through XTest.
 #include "platform/linux/prise_x11.h"
-#include "support/processus.h"
 #include "ui/bouton_pilule.h"
 #include "ui/fenetre_voile.h"
 #include "ui/voile_qt.h"
@@ -13,10 +12,8 @@
 #include <QWindow>
 #include <gtest/gtest.h>
 #include <optional>
-#include <unistd.h>
 // X11 last: its macros break the headers above.
-#include <X11/Xlib.h>
-#include <X11/extensions/XTest.h>
+#include "support/xvfb_essai.h"
 
 using namespace tavi;
 
@@ -142,11 +139,7 @@ protected:
             ADD_FAILURE() << "no such button";
             return;
         }
-        const QPoint centre = b->mapToGlobal(b->rect().center());
-        XTestFakeMotionEvent(autre, -1, centre.x(), centre.y(), CurrentTime);
-        XTestFakeButtonEvent(autre, 1, True, CurrentTime);
-        XTestFakeButtonEvent(autre, 1, False, CurrentTime);
-        XSync(autre, False);
+        test::cliquerX(autre, b->mapToGlobal(b->rect().center()));
     }
 
     Display* autre = nullptr;
@@ -263,18 +256,12 @@ TEST_F(VoileX11, LesBoutonsMenentAuxOperations) {
 
 // Starts the display, split into two monitors, for the application to come; says why not.
 std::string preparerAffichage(std::optional<test::Processus>& xvfb) {
-    if (access("/usr/bin/Xvfb", X_OK) || access("/usr/bin/xrandr", X_OK))
-        return "Xvfb or xrandr missing (packages xvfb, x11-xserver-utils)";
-    // -noreset: without it the monitors go when the last xrandr client leaves.
-    xvfb.emplace(std::vector<std::string>{"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0",
-                                          "2646x1024x24", "-nolisten", "tcp", "-noreset"});
-    const std::string numero = xvfb->ligne(20);
-    if (numero.empty()) return "Xvfb did not start";
-    affichage = ":" + numero;
+    if (access("/usr/bin/xrandr", X_OK)) return "xrandr missing (package x11-xserver-utils)";
+    // Kept when the last client leaves: the monitors would go with the last xrandr.
+    if (auto raison = test::demarrerXvfb(xvfb, "2646x1024x24", affichage); !raison.empty())
+        return raison;
     xrandr({"--setmonitor", "*A", "1366/361x768/203+0+0", "screen"});
     xrandr({"--setmonitor", "B", moniteurB, "none"});
-    setenv("DISPLAY", affichage.c_str(), 1);
-    setenv("QT_QPA_PLATFORM", "xcb", 1);
     return {};
 }
 
