@@ -52,16 +52,20 @@ famille limite Léa 90 > /dev/null
 famille tirelire Léa +20 > /dev/null
 famille rapports Léa applis on > /dev/null
 code="$(famille code Léa | sed -n 's/.*"code": *"\([^"]*\)".*/\1/p')"
-famille servir --adresse 127.0.0.1:0 > "$dossier/serveur.out" &
+# Not through the function: its pid would be a subshell's, and the server would outlive it.
+"$build/famille/tavi-famille" --base "$dossier/famille.db" servir --adresse 127.0.0.1:0 \
+    > "$dossier/serveur.out" &
 pids+=($!)
 attendre '[ -s "$dossier/serveur.out" ]' 10
 port="$(sed -n 's/.*"port": *\([0-9]*\).*/\1/p' "$dossier/serveur.out")"
 "$build/src/outils/tavi" reglage serveur "http://127.0.0.1:$port"
 
+debut="$(date +%s%3N)"
 "$build/src/app/tavi-home" 2> "$dossier/agent.log" &
-pids+=($!)
+agent=$!
+pids+=("$agent")
 attendre 'fenetre="$(xdotool search --name "^Tavi Home$" 2> /dev/null | head -1)"; [ -n "$fenetre" ]' 15
-echo "fenêtre d'accueil ouverte (non relié)"
+echo "fenêtre d'accueil ouverte (non relié) $(($(date +%s%3N) - debut)) ms après le lancement"
 sleep 1
 photo accueil-rejoindre.png
 
@@ -81,6 +85,8 @@ photo accueil-fini.png
 xdotool key space # "OK"
 attendre '[ -z "$(xdotool search --onlyvisible --name "^Tavi Home$" 2> /dev/null)" ]' 5
 echo "accord donné, fenêtre fermée"
+sleep 2
+echo "mémoire de l'agent relié, icône dans la zone de notification, sans voile : $(awk '/VmRSS/ { printf "%.1f Mo", $2 / 1024 }' "/proc/$agent/status")"
 
 # From the tray icon's menu: ask for 10 minutes, then spend 10 of the piggy bank's 20.
 attendre '[ -n "$(icone)" ]' 15

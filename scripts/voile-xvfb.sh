@@ -48,7 +48,9 @@ xrandr --setmonitor B 1280/339x1024/271+1366+0 none > /dev/null
 
 famille enfant ajouter Léa --fuseau Europe/Paris > /dev/null
 code="$(famille code Léa | sed -n 's/.*"code": *"\([^"]*\)".*/\1/p')"
-famille servir --adresse 127.0.0.1:0 > "$dossier/serveur.out" &
+# Not through the function: its pid would be a subshell's, and the server would outlive it.
+"$build/famille/tavi-famille" --base "$dossier/famille.db" servir --adresse 127.0.0.1:0 \
+    > "$dossier/serveur.out" &
 pids+=($!)
 attendre '[ -s "$dossier/serveur.out" ]' 10
 port="$(sed -n 's/.*"port": *\([0-9]*\).*/\1/p' "$dossier/serveur.out")"

@@ -30,7 +30,8 @@ public:
     bool agentActif() const override { return agent_; }
     void lireEtatAgent(std::function<void()>) override {}
     void autoriser() override {}
-    void rejoindre(const std::string&, std::function<void(std::optional<std::string>)> fini) override {
+    void rejoindre(const std::string&,
+                   std::function<void(std::optional<std::string>)> fini) override {
         if (refus_)
             fini(refus_);
         else

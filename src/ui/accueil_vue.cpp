@@ -45,8 +45,8 @@ QLabel* paragraphe(const std::string& texte, const QColor& couleur = Charte::enc
 AccueilVue::AccueilVue(ActionsAccueil& actions, bool seulementCeQueVoient,
                        std::function<void()> fermer, QWidget* parent)
     : QWidget(parent), actions_(actions), seulementCeQueVoient_(seulementCeQueVoient),
-      fermer_(std::move(fermer)), accordVu_(actions.accordDonne()),
-      autorise_(actions.agentActif()), minuterie_(new QTimer(this)) {
+      fermer_(std::move(fermer)), accordVu_(actions.accordDonne()), autorise_(actions.agentActif()),
+      minuterie_(new QTimer(this)) {
     setFixedWidth(largeur);
     auto* racine = new QVBoxLayout(this);
     racine->setContentsMargins(marge, marge, marge + 6, marge + 6);
@@ -81,8 +81,7 @@ void AccueilVue::rafraichir() {
     const EtapeAccueil e = etape();
     const bool panneau = e == EtapeAccueil::ceQueVoientSeul || e == EtapeAccueil::accord;
     // The panel follows the rule set, which may arrive after the pairing that showed it.
-    if (e != affichee_ || (panneau && ceQueVoient(actions_.consigne()) != panneau_))
-        construire(e);
+    if (e != affichee_ || (panneau && ceQueVoient(actions_.consigne()) != panneau_)) construire(e);
     if (e == EtapeAccueil::rejoindre) majRejoindre();
 }
 
@@ -141,7 +140,7 @@ void AccueilVue::ajusterHauteur() {
     // at two thirds of the screen, and the panel would be squeezed into that.
     layout()->activate();
     const int hauteur = layout()->hasHeightForWidth() ? layout()->totalHeightForWidth(largeur)
-                                                       : layout()->totalSizeHint().height();
+                                                      : layout()->totalSizeHint().height();
     resize(largeur, hauteur);
     // A window whose step changed size stays centred on its screen, so it never runs off it.
     if (const QScreen* ecran = isWindow() ? screen() : nullptr) {
@@ -226,8 +225,9 @@ QWidget* AccueilVue::etapeDemarrage() {
     pile->setSpacing(14);
     pile->addWidget(titre(texte("Dernière étape")));
     pile->addWidget(paragraphe(texte(TextesPlateforme::etapeDemarrage())));
-    pile->addWidget(paragraphe(
-        texte("Tant que ce n'est pas fait, tes parents voient « protection coupée »."), Charte::doux));
+    pile->addWidget(
+        paragraphe(texte("Tant que ce n'est pas fait, tes parents voient « protection coupée »."),
+                   Charte::doux));
     auto* bouton = new BoutonPilule(qt(TextesPlateforme::boutonReglages()), Charte::jaune);
     connect(bouton, &QAbstractButton::clicked, this, [this] { actions_.autoriser(); });
     pile->addLayout(centree(bouton));

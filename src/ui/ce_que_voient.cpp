@@ -45,14 +45,15 @@ CeQueVoient ceQueVoient(const std::optional<Consigne>& consigne) {
                     "gardé 30 jours.");
     if (filtre || historique) voient("🛡️", TextesPlateforme::lectureAdresses());
     voient("⏸️", "Ils peuvent mettre une pause (« À table », « Au lit »…) et mettre certaines "
-                 "applis en sieste (jeux, vidéos…), comme sur ton téléphone.");
+                     "applis en sieste (jeux, vidéos…), comme sur ton téléphone.");
 
     const char* pas = "Ton écran, tes fichiers, tes messages, ce que tu tapes, les sites que tu "
                       "visites, ni le temps passé dans chaque appli.";
     if (rapport && historique)
         pas = "Ton écran, tes fichiers, tes messages, ni ce que tu tapes.";
     else if (rapport)
-        pas = "Ton écran, tes fichiers, tes messages, ce que tu tapes, ni les sites que tu visites.";
+        pas =
+            "Ton écran, tes fichiers, tes messages, ce que tu tapes, ni les sites que tu visites.";
     else if (historique)
         pas = "Ton écran, tes fichiers, tes messages, ce que tu tapes, ni le temps passé dans "
               "chaque appli.";

@@ -21,9 +21,9 @@ QHBoxLayout* point(const PointPanneau& p) {
     static const std::optional<QFont> emoji = policeEmoji(18);
     auto* ligne = new QHBoxLayout;
     ligne->setSpacing(10);
-    QLabel* icone = emoji ? etiquette(p.icone, *emoji, Charte::encre, Qt::AlignTop)
-                          : etiquette("•", policeArrondie(18, QFont::Black), Charte::encre,
-                                      Qt::AlignTop);
+    QLabel* icone =
+        emoji ? etiquette(p.icone, *emoji, Charte::encre, Qt::AlignTop)
+              : etiquette("•", policeArrondie(18, QFont::Black), Charte::encre, Qt::AlignTop);
     icone->setFixedWidth(28);
     icone->setWordWrap(false);
     ligne->addWidget(icone, 0, Qt::AlignTop);

@@ -13,8 +13,10 @@ EtapeAccueil etapeAccueil(const SituationAccueil& s) {
 std::string nettoyerCode(std::string_view code) {
     std::string propre;
     for (char c : code) {
-        if (c >= 'a' && c <= 'z') propre += static_cast<char>(c - 'a' + 'A');
-        else if ((c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) propre += c;
+        if (c >= 'a' && c <= 'z')
+            propre += static_cast<char>(c - 'a' + 'A');
+        else if ((c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'))
+            propre += c;
     }
     return propre;
 }

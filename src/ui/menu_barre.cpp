@@ -38,7 +38,8 @@ IconeBarre iconeBarre(const EtatBarre& etat) {
 std::vector<EntreeMenu> menuBarre(const EtatBarre& etat) {
     using A = EntreeMenu::Action;
     if (!etat.relie)
-        return {texteSeul("Tavi Home"), action(texte("Relier cet ordinateur à ma famille…"), A::accueil)};
+        return {texteSeul("Tavi Home"),
+                action(texte("Relier cet ordinateur à ma famille…"), A::accueil)};
 
     std::vector<EntreeMenu> menu;
     menu.push_back(texteSeul(texteAvec("Tavi Home · %@", etat.prenom)));

@@ -103,8 +103,8 @@ void chaqueControleAuClavier(QWidget& fenetre) {
     ASSERT_TRUE(QTest::qWaitForWindowActive(&fenetre));
     std::set<QWidget*> attendus;
     for (QWidget* w : fenetre.findChildren<QWidget*>())
-        if (w->isVisible() && w->isEnabled() && (qobject_cast<QAbstractButton*>(w) ||
-                                                 qobject_cast<QLineEdit*>(w)))
+        if (w->isVisible() && w->isEnabled() &&
+            (qobject_cast<QAbstractButton*>(w) || qobject_cast<QLineEdit*>(w)))
             attendus.insert(w);
     ASSERT_FALSE(attendus.empty());
     std::set<QWidget*> atteints;

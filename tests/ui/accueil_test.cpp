@@ -65,7 +65,9 @@ TEST(CeQueVoient, LesInterrupteursChoisissentLesLignes) {
         {avec(false, false, FiltreJSON{false, std::vector<std::string>{"jeux.example"}, {}}),
          {"✅", "✅", "✅", "✅", "⏳", "🛡️", "⏸️"},
          tout},
-        {avec(false, false, FiltreJSON{true, {}, {}}), {"✅", "✅", "✅", "✅", "⏳", "🛡️", "⏸️"}, tout},
+        {avec(false, false, FiltreJSON{true, {}, {}}),
+         {"✅", "✅", "✅", "✅", "⏳", "🛡️", "⏸️"},
+         tout},
         {avec(false, false, FiltreJSON{false, std::vector<std::string>{}, {}}),
          {"✅", "✅", "✅", "✅", "⏳", "⏸️"},
          tout},
@@ -78,8 +80,9 @@ TEST(CeQueVoient, LesInterrupteursChoisissentLesLignes) {
     }
     const CeQueVoient filtre = ceQueVoient(avec(false, false, FiltreJSON{true, {}, {}}));
     EXPECT_EQ(filtre.voient[5].texte, TextesPlateforme::lectureAdresses());
-    EXPECT_EQ(ceQueVoient(avec(true, false)).voient[4].texte,
-              "Le temps passé dans chaque appli de cet ordinateur, jour par jour (gardé 30 jours).");
+    EXPECT_EQ(
+        ceQueVoient(avec(true, false)).voient[4].texte,
+        "Le temps passé dans chaque appli de cet ordinateur, jour par jour (gardé 30 jours).");
 }
 
 } // namespace

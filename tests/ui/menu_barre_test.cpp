@@ -54,8 +54,8 @@ TEST(MenuBarre, RelieAvecUneLimiteDansLOrdreEtSansQuitter) {
     const auto menu = menuBarre(e);
     EXPECT_EQ(titres(menu),
               (std::vector<std::string>{"Tavi Home · Léa", "⏳ Il te reste 45 min aujourd'hui", "",
-                                        "🙋 Demander du temps", "", "Ce que tes parents peuvent voir",
-                                        "Version 1.2.3"}));
+                                        "🙋 Demander du temps", "",
+                                        "Ce que tes parents peuvent voir", "Version 1.2.3"}));
     EXPECT_FALSE(menu[0].actif || menu[1].actif || menu[6].actif);
     EXPECT_EQ(menu[5].action, A::ceQueVoient);
     const auto& demander = menu[3].sousMenu;
@@ -98,14 +98,14 @@ TEST(MenuBarre, LaTirelireOffreCeQuElleContientEtToutSonEntier) {
         std::vector<int> offerts; // empty: no piggy-bank entry
         const char* titre;
     };
-    for (const auto& [minutes, offerts, titre] : std::vector<Cas>{
-             {12.4, {10, 12}, "⭐ Ma tirelire : 12 min"},
-             {30, {10, 15, 30, 30}, "⭐ Ma tirelire : 30 min"},
-             {29.9, {10, 15, 29}, "⭐ Ma tirelire : 29 min"},
-             {0.9, {}, nullptr},
-             {nan, {}, nullptr},
-             {inf, {}, nullptr},
-             {-5, {}, nullptr}}) {
+    for (const auto& [minutes, offerts, titre] :
+         std::vector<Cas>{{12.4, {10, 12}, "⭐ Ma tirelire : 12 min"},
+                          {30, {10, 15, 30, 30}, "⭐ Ma tirelire : 30 min"},
+                          {29.9, {10, 15, 29}, "⭐ Ma tirelire : 29 min"},
+                          {0.9, {}, nullptr},
+                          {nan, {}, nullptr},
+                          {inf, {}, nullptr},
+                          {-5, {}, nullptr}}) {
         EtatBarre e = relie();
         e.tirelireMin = minutes;
         const auto menu = menuBarre(e);
