@@ -68,9 +68,11 @@ void Barre::maj() {
     dernierTitre_ = std::move(cle);
     ++dessins_;
     icone_->setIcon(iconeQt(icone));
-    icone_->setToolTip(icone.texte.empty() ? nomAppli
-                                           : nomAppli + QStringLiteral(" · ") +
-                                                 QString::fromStdString(icone.texte));
+    // Some hosts read a tooltip as markup: a rule's title from the server keeps no angle
+    // bracket to open a tag with.
+    QString texte = QString::fromStdString(icone.texte);
+    texte.replace(QLatin1Char('<'), QChar(0x2039)).replace(QLatin1Char('>'), QChar(0x203A));
+    icone_->setToolTip(texte.isEmpty() ? nomAppli : nomAppli + QStringLiteral(" · ") + texte);
 }
 
 void Barre::choisir(const EntreeMenu& entree) {

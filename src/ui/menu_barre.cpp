@@ -42,7 +42,7 @@ std::vector<EntreeMenu> menuBarre(const EtatBarre& etat) {
                 action(texte("Relier cet ordinateur à ma famille…"), A::accueil)};
 
     std::vector<EntreeMenu> menu;
-    menu.push_back(texteSeul(texteAvec("Tavi Home · %@", etat.prenom)));
+    menu.push_back(texteSeul(texteAvec("Tavi Home · %@", affichable(etat.prenom, maxNom))));
     if (etat.regle && etat.regle->bloquerTout)
         menu.push_back(texteSeul("😴 " + affichable(etat.regle->titreAffiche(), maxNom)));
     else if (!etat.resteSecondes)

@@ -88,6 +88,8 @@ TEST(MenuBarre, EndormiLeTitreDeLaRegleEtDemanderResteOuvert) {
     e.regle = dodo(std::string(5000, 'x'));
     EXPECT_LT(iconeBarre(e).texte.size(), 200u);
     EXPECT_LT(menuBarre(e)[1].titre.size(), 200u);
+    e.prenom = std::string(5000, 'y');
+    EXPECT_LT(menuBarre(e)[0].titre.size(), 200u);
 }
 
 TEST(MenuBarre, LaTirelireOffreCeQuElleContientEtToutSonEntier) {
