@@ -12,21 +12,7 @@ build="${TAVI_BUILD:-$racine/build}"
 images="$(realpath -m "${IMAGES:-.}")"
 mkdir -p "$images"
 
-dossier="$(mktemp -d)"
-pids=()
-nettoyer() {
-    for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null && wait "$pid" 2> /dev/null || true; done
-    rm -rf "$dossier"
-}
-trap nettoyer EXIT
-export TZ=Europe/Paris XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config"
-export TAVI_DEMARRAGE=xdg DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent
-famille() { "$build/famille/tavi-famille" --base "$dossier/famille.db" "$@"; }
-attendre() { # condition, limit in seconds
-    for _ in $(seq $(($2 * 20))); do eval "$1" && return 0; sleep 0.05; done
-    echo "(rien après $2 s : $1)" >&2
-    return 1
-}
+source "$racine/scripts/xvfb-commun.sh"
 photo() {
     python3 "$racine/scripts/capture-ecran.py" "$DISPLAY" "$images/$1"
     echo "    image : $images/$1"
@@ -38,11 +24,7 @@ icone() {
         awk '{ print $3 + int($1 / 2), $4 + int($2 / 2) }'
 }
 
-Xvfb -displayfd 3 -screen 0 1366x768x24 -nolisten tcp -noreset 3> "$dossier/affichage" \
-    2> /dev/null &
-pids+=($!)
-attendre '[ -s "$dossier/affichage" ]' 10
-export DISPLAY=":$(cat "$dossier/affichage")"
+demarrer_xvfb 1366x768x24
 trayer --edge top --align right --widthtype request --height 24 --SetDockType true \
     --tint 0xf0f0f0 --transparent false > /dev/null 2>&1 &
 pids+=($!)
@@ -51,14 +33,7 @@ famille enfant ajouter Léa --fuseau Europe/Paris > /dev/null
 famille limite Léa 90 > /dev/null
 famille tirelire Léa +20 > /dev/null
 famille rapports Léa applis on > /dev/null
-code="$(famille code Léa | sed -n 's/.*"code": *"\([^"]*\)".*/\1/p')"
-# Not through the function: its pid would be a subshell's, and the server would outlive it.
-"$build/famille/tavi-famille" --base "$dossier/famille.db" servir --adresse 127.0.0.1:0 \
-    > "$dossier/serveur.out" &
-pids+=($!)
-attendre '[ -s "$dossier/serveur.out" ]' 10
-port="$(sed -n 's/.*"port": *\([0-9]*\).*/\1/p' "$dossier/serveur.out")"
-"$build/src/outils/tavi" reglage serveur "http://127.0.0.1:$port"
+servir_famille
 
 debut="$(date +%s%3N)"
 "$build/src/app/tavi-home" 2> "$dossier/agent.log" &

@@ -10,16 +10,7 @@ racine="$(cd "$(dirname "$0")/.." && pwd)"
 build="${TAVI_BUILD:-$racine/build}"
 image="$(realpath -m "${IMAGE:-voile.png}")"
 
-dossier="$(mktemp -d)"
-pids=()
-nettoyer() {
-    for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null && wait "$pid" 2> /dev/null || true; done
-    rm -rf "$dossier"
-}
-trap nettoyer EXIT
-export TZ=Europe/Paris XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config"
-export TAVI_DEMARRAGE=xdg DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent
-famille() { "$build/famille/tavi-famille" --base "$dossier/famille.db" "$@"; }
+source "$racine/scripts/xvfb-commun.sh"
 ms() { date +%s%3N; }
 memoire() { awk '/VmRSS/ { printf "%.1f Mo", $2 / 1024 }' "/proc/$agent/status"; }
 # The agent's windows now mapped, one "WxH+X+Y" per line.
@@ -32,29 +23,13 @@ fenetres() {
                 <<< "$info"
     done | sort
 }
-attendre() { # condition, limit in seconds
-    for _ in $(seq $(($2 * 20))); do eval "$1" && return 0; sleep 0.05; done
-    echo "(rien après $2 s)" >&2
-    return 1
-}
 
-Xvfb -displayfd 3 -screen 0 2646x1024x24 -nolisten tcp -noreset 3> "$dossier/affichage" \
-    2> /dev/null &
-pids+=($!)
-attendre '[ -s "$dossier/affichage" ]' 10
-export DISPLAY=":$(cat "$dossier/affichage")"
+demarrer_xvfb 2646x1024x24
 xrandr --setmonitor '*A' 1366/361x768/203+0+0 screen > /dev/null
 xrandr --setmonitor B 1280/339x1024/271+1366+0 none > /dev/null
 
 famille enfant ajouter Léa --fuseau Europe/Paris > /dev/null
-code="$(famille code Léa | sed -n 's/.*"code": *"\([^"]*\)".*/\1/p')"
-# Not through the function: its pid would be a subshell's, and the server would outlive it.
-"$build/famille/tavi-famille" --base "$dossier/famille.db" servir --adresse 127.0.0.1:0 \
-    > "$dossier/serveur.out" &
-pids+=($!)
-attendre '[ -s "$dossier/serveur.out" ]' 10
-port="$(sed -n 's/.*"port": *\([0-9]*\).*/\1/p' "$dossier/serveur.out")"
-"$build/src/outils/tavi" reglage serveur "http://127.0.0.1:$port"
+servir_famille
 "$build/src/outils/tavi" rejoindre "$code" > /dev/null 2> "$dossier/rejoindre.log" ||
     { cat "$dossier/rejoindre.log"; exit 1; }
 

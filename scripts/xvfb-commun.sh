@@ -1,0 +1,41 @@
+# What the Xvfb scripts share, sourced after they set `racine` and `build`: a temporary folder
+# for everything the agent and the family server keep (removed at exit with every process in
+# `pids`), no session bus and an XDG login agent, so the user's own session is never touched.
+dossier="$(mktemp -d)"
+pids=()
+nettoyer() {
+    for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null && wait "$pid" 2> /dev/null || true; done
+    rm -rf "$dossier"
+}
+trap nettoyer EXIT
+export TZ=Europe/Paris XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config"
+export TAVI_DEMARRAGE=xdg DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent
+famille() { "$build/famille/tavi-famille" --base "$dossier/famille.db" "$@"; }
+attendre() { # condition, limit in seconds
+    for _ in $(seq $(($2 * 20))); do eval "$1" && return 0; sleep 0.05; done
+    echo "(rien après $2 s : $1)" >&2
+    return 1
+}
+
+# Starts an Xvfb with one screen of $1 ("WxHxD") and points DISPLAY at it.
+demarrer_xvfb() {
+    Xvfb -displayfd 3 -screen 0 "$1" -nolisten tcp -noreset 3> "$dossier/affichage" \
+        2> /dev/null &
+    pids+=($!)
+    attendre '[ -s "$dossier/affichage" ]' 10
+    export DISPLAY=":$(cat "$dossier/affichage")"
+}
+
+# Serves the family's base on a free loopback port, puts a fresh pairing code for Léa in `code`
+# and points the agent's settings at the server.
+servir_famille() {
+    code="$(famille code Léa | sed -n 's/.*"code": *"\([^"]*\)".*/\1/p')"
+    # Not through the function: its pid would be a subshell's, and the server would outlive it.
+    "$build/famille/tavi-famille" --base "$dossier/famille.db" servir --adresse 127.0.0.1:0 \
+        > "$dossier/serveur.out" &
+    pids+=($!)
+    attendre '[ -s "$dossier/serveur.out" ]' 10
+    local port
+    port="$(sed -n 's/.*"port": *\([0-9]*\).*/\1/p' "$dossier/serveur.out")"
+    "$build/src/outils/tavi" reglage serveur "http://127.0.0.1:$port"
+}
