@@ -58,6 +58,7 @@ public:
     AgentDeSession& operator=(const AgentDeSession&) = delete;
 
     Moteur& moteur() { return agent_->moteur(); }
+    ObservationLinux& observation() { return agent_->observation(); }
     // False when this run's settings will not outlive it (no state folder, or none usable).
     bool persistant() const { return reglages_->persistant(); }
 

@@ -1,9 +1,13 @@
 #include "app/execution_agent.h"
 
 #include "app/agent_linux.h"
+#include "app/delegue.h"
 #include "app/etat_publie.h"
+#include "app/filtre_fin.h"
 #include "app/fin_processus.h"
-#include "app/signaux_arret.h"
+#include "platform/demarrage.h"
+#include "platform/linux/alimentation_logind.h"
+#include "platform/linux/copies_linux.h"
 #include "platform/linux/prise_x11.h"
 #include "platform/qt/boucle_qt.h"
 #include "ui/accueil_moteur.h"
@@ -15,26 +19,12 @@
 #include <QApplication>
 #include <QCoreApplication>
 #include <QGuiApplication>
-#include <chrono>
+#include <cstdlib>
 #include <iostream>
 
 namespace tavi {
 
 namespace {
-
-// Time given to the stop report before the agent ends without its answer.
-constexpr std::chrono::seconds attenteArret{4};
-
-// Ends the process on SIGTERM or SIGINT, once a paired engine has told the server.
-std::unique_ptr<SignauxArret> arreterSurSignal(Boucle& boucle, Moteur& moteur) {
-    auto arretEnCours = std::make_shared<bool>(false);
-    return std::make_unique<SignauxArret>(boucle, [&boucle, &moteur, arretEnCours](int) {
-        if (*arretEnCours || !moteur.relie()) finirProcessus(0);
-        *arretEnCours = true;
-        moteur.signalerArret([] { finirProcessus(0); });
-        boucle.plusTard(attenteArret, [] { finirProcessus(0); });
-    });
-}
 
 // The veil on the session's screens, holding the keyboard and pointer where the display server
 // lets a client do so (X11).
@@ -45,18 +35,52 @@ std::unique_ptr<Voile> voileDeSession(Moteur& moteur) {
     return std::make_unique<VoileQt>(std::make_unique<ActionsMoteur>(moteur), std::move(prise));
 }
 
+// The tray icon and the welcome window, following the engine.
+class FenetresAgent : public Delegue::Fenetres {
+public:
+    explicit FenetresAgent(Moteur& moteur)
+        : actionsAccueil(moteur), actionsBarre(moteur), barre(actionsBarre) {
+        barre.ouvrirAccueil = [this] { accueil.montrer(actionsAccueil, false); };
+        barre.ouvrirCeQueVoient = [this] { accueil.montrer(actionsAccueil, true); };
+        // A rule set that asks for a report the child has not been shown: the window opens at
+        // the first step still due, which is then what the parents see.
+        moteur.quandRapportActive = [this] { accueil.montrer(actionsAccueil, false); };
+    }
+    void montrerAccueil() override { accueil.montrer(actionsAccueil, false); }
+
+private:
+    AccueilMoteur actionsAccueil;
+    FenetreAccueil accueil;
+    ActionsMoteur actionsBarre;
+    Barre barre;
+};
+
+// Runs the agent of this session on `boucle` until it ends; `fenetres` makes its windows.
+[[noreturn]] void executer(BoucleQt& boucle, FabriqueVoile fabriqueVoile,
+                           std::function<std::unique_ptr<Delegue::Fenetres>(Moteur&)> fenetres,
+                           std::function<void(Moteur&, Delegue&)> avant) {
+    AgentDeSession agent(boucle, std::nullopt, std::move(fabriqueVoile));
+    Moteur& moteur = agent.moteur();
+    AlimentationLogind alimentation(agent.observation().busDuSysteme());
+    const auto copies = copiesDeSession(boucle, agent.observation().busDeSession());
+    Delegue delegue(boucle, moteur, *copies, alimentation,
+                    Demarrage::estAgent(std::getenv("TAVI_AGENT")),
+                    fenetres ? Delegue::FabriqueFenetres([&] { return fenetres(moteur); })
+                             : Delegue::FabriqueFenetres());
+    avant(moteur, delegue);
+    delegue.lancer();
+    finirProcessus(boucle.executer());
+}
+
 } // namespace
 
 void executerSansInterface(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     BoucleQt boucle;
-    AgentDeSession agent(boucle);
-    Moteur& moteur = agent.moteur();
-    SortieEtat sortie(moteur, std::cout);
-    const auto signaux = arreterSurSignal(boucle, moteur);
-
-    moteur.demarrer();
-    finirProcessus(boucle.executer());
+    std::unique_ptr<SortieEtat> sortie;
+    executer(boucle, {}, {}, [&](Moteur& moteur, Delegue&) {
+        sortie = std::make_unique<SortieEtat>(moteur, std::cout);
+    });
 }
 
 void executerAvecInterface(int argc, char** argv) {
@@ -65,22 +89,13 @@ void executerAvecInterface(int argc, char** argv) {
     QApplication::setQuitOnLastWindowClosed(false);
     // Qt's own connection to the display is open: the agent's may follow (see AffichageX11).
     BoucleQt boucle;
-    AgentDeSession agent(boucle, std::nullopt, voileDeSession);
-    Moteur& moteur = agent.moteur();
-    const auto signaux = arreterSurSignal(boucle, moteur);
-
-    AccueilMoteur actionsAccueil(moteur);
-    FenetreAccueil accueil;
-    // A rule set that asks for a report the child has not been shown opens the panel alone.
-    moteur.quandRapportActive = [&] { accueil.montrer(actionsAccueil, true); };
-    ActionsMoteur actionsBarre(moteur);
-    Barre barre(actionsBarre);
-    barre.ouvrirAccueil = [&] { accueil.montrer(actionsAccueil, false); };
-    barre.ouvrirCeQueVoient = [&] { accueil.montrer(actionsAccueil, true); };
-
-    moteur.demarrer();
-    if (!moteur.relie()) accueil.montrer(actionsAccueil, false);
-    finirProcessus(boucle.executer());
+    std::unique_ptr<FiltreFin> filtre;
+    executer(
+        boucle, voileDeSession,
+        [](Moteur& moteur) { return std::make_unique<FenetresAgent>(moteur); },
+        [&](Moteur&, Delegue& delegue) {
+            filtre = std::make_unique<FiltreFin>(application, delegue);
+        });
 }
 
 } // namespace tavi

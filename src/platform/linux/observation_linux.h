@@ -46,8 +46,8 @@ public:
     CategoriesApplis& categories();
     Navigation& navigation();
     // The buses it follows, for the agent's other users of them.
-    BusSd& systeme() { return busSysteme; }
-    BusSd& session() { return busSession; }
+    BusSd& busDuSysteme() { return busSysteme; }
+    BusSd& busDeSession() { return busSession; }
 
     // Once the desktop entries and logind's first answers are in (or could not be had).
     void quandPret(std::function<void()> quand);
