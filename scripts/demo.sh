@@ -1,91 +1,92 @@
 #!/usr/bin/env bash
-# The main job: a family server and the agent it governs. Builds the three programs, serves a
-# family from a fresh base on loopback, pairs this computer with tavi rejoindre, runs the agent
-# without a window and shows its state while the parents pause the computer and lift the
-# pause, then what the parents see. Everything the agent keeps (settings, token, login entry)
-# lives in a temporary folder: this user's own pairing, keyring and session are left alone.
+# The main job: a family server and the agent it governs, as a child's session runs it. Builds
+# the three programs, serves a family from a fresh base on loopback, pairs this computer with
+# `tavi rejoindre`, then runs the agent with its tray icon and its veil, started as the login
+# agent starts it: on this display, or on a virtual one (Xvfb, with trayer as the notification
+# area) when there is none. The parents pause the computer: the veil covers the screen and its
+# picture is saved to $IMAGE (tavi-voile.png by default); they lift the pause; the agent is
+# stopped and tells the server. Everything the agent keeps (settings, token, login entry, its
+# place among copies) lives in a temporary folder, with no session bus: this user's own
+# pairing, keyring and session are left alone.
 set -euo pipefail
 racine="$(cd "$(dirname "$0")/.." && pwd)"
 "$racine/scripts/installer-dependances.sh"
 
 build="${TAVI_BUILD:-$racine/build}"
+image="$(realpath -m "${IMAGE:-tavi-voile.png}")"
 cmake -S "$racine" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo > /dev/null
 cmake --build "$build" -j2 --target tavi tavi-home tavi-famille > /dev/null
 
-dossier="$(mktemp -d)"
-serveur=""
-agent=""
-nettoyer() {
-    [ -n "$agent" ] && kill "$agent" 2> /dev/null && wait "$agent" 2> /dev/null
-    [ -n "$serveur" ] && kill "$serveur" 2> /dev/null && wait "$serveur" 2> /dev/null
-    rm -rf "$dossier"
-}
-trap nettoyer EXIT
-export TZ=Europe/Paris
-# The agent's settings and, with no Secret Service reachable, its token go to the state folder;
-# its login entry to the configuration folder.
-export XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config" TAVI_DEMARRAGE=xdg
-export DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent
-famille() { "$build/famille/tavi-famille" --base "$dossier/famille.db" "$@"; }
+source "$racine/scripts/xvfb-commun.sh"
 tavi() { "$build/src/outils/tavi" "$@"; }
 titre() { printf '\n== %s\n' "$1"; }
-# Waits up to $2 seconds for a state line past line $1 that holds $3; prints its number.
-attendre() {
-    for _ in $(seq $(($2 * 10))); do
-        n="$(tail -n +"$(($1 + 1))" "$dossier/etat.jsonl" 2> /dev/null | grep -n -F -m1 -- "$3" | cut -d: -f1)"
-        [ -n "$n" ] && { echo $(($1 + n)); return 0; }
-        sleep 0.1
+ms() { date +%s%3N; }
+# The agent's full-screen windows now mapped, one "WxH+X+Y" per line.
+voiles() {
+    xwininfo -root -children | sed -n 's/^ *\(0x[0-9a-f]*\) "Tavi Home".*/\1/p' | while read -r id; do
+        info="$(xwininfo -id "$id")"
+        grep -q 'IsViewable' <<< "$info" && grep -q 'Override Redirect State: yes' <<< "$info" &&
+            awk '/Absolute upper-left X/ { x = $NF } /Absolute upper-left Y/ { y = $NF }
+                 /Width:/ { l = $NF } /Height:/ { h = $NF } END { print l "x" h "+" x "+" y }' \
+                <<< "$info" || true
     done
-    echo "(rien après $2 s)" >&2
-    return 1
 }
+# The last news the server has of the computer, in ms since the epoch.
+nouvelle() { famille rapport Léa | sed -n 's/.*"derniere_nouvelle_ms": *\([0-9]*\).*/\1/p' | head -1; }
 
 titre "Les parents préparent la famille (tavi-famille)"
 famille enfant ajouter Léa --fuseau Europe/Paris
 famille limite Léa 90
-famille plage Léa lu-ve 08:30 16:30 --familles jeux,videos --cause ecole --titre École
 famille plage Léa tous 21:00 07:00 --familles jeux,videos,reseaux --titre Dodo
 famille limite-appli Léa jeux Jeux 45 steam org.prismlauncher.PrismLauncher
 famille tirelire Léa +20
-famille rapports Léa applis on
-code="$(famille code Léa | sed -n 's/.*"code": *"\([^"]*\)".*/\1/p')"
-echo "code à taper sur l'ordinateur : $code"
 
-titre "Le serveur de la famille écoute"
-# The program itself in the background, not a function: its PID is the one to stop.
-"$build/famille/tavi-famille" --base "$dossier/famille.db" servir --adresse 127.0.0.1:0 \
-    > "$dossier/serveur.out" &
-serveur=$!
-for _ in $(seq 50); do [ -s "$dossier/serveur.out" ] && break; sleep 0.1; done
+titre "Le serveur de la famille écoute ; l'ordinateur se relie (tavi rejoindre)"
+servir_famille
 cat "$dossier/serveur.out"
-port="$(sed -n 's/.*"port": *\([0-9]*\).*/\1/p' "$dossier/serveur.out")"
-
-titre "L'ordinateur se relie (tavi reglage serveur, tavi rejoindre)"
-tavi reglage serveur "http://127.0.0.1:$port"
+echo "code lu par les parents : $code"
 tavi rejoindre "$code" 2> "$dossier/rejoindre.log" || { cat "$dossier/rejoindre.log"; exit 1; }
 
-titre "L'agent tourne sans fenêtre (tavi-home --sans-interface) : une ligne par changement"
-"$build/src/app/tavi-home" --sans-interface \
-    > >(tee "$dossier/etat.jsonl" | sed -u 's/^/    état  /') 2> "$dossier/agent.log" &
+if [ -z "${DISPLAY:-}" ]; then
+    titre "Pas d'écran : un écran virtuel (Xvfb 1366x768) et sa zone de notification (trayer)"
+    demarrer_xvfb 1366x768x24
+    trayer --edge top --align right --widthtype request --height 24 --SetDockType true \
+        --tint 0xf0f0f0 --transparent false > /dev/null 2>&1 &
+    pids+=($!)
+fi
+
+titre "L'agent démarre comme à l'ouverture de session (TAVI_AGENT=1), sur l'écran $DISPLAY"
+avant="$(nouvelle)"
+debut="$(ms)"
+TAVI_AGENT=1 "$build/src/app/tavi-home" 2> "$dossier/agent.log" &
 agent=$!
-ligne="$(attendre 0 10 '"relie":true')"
+pids+=("$agent")
+attendre '[ "$(nouvelle)" != "$avant" ]' 15
+echo "premier battement reçu par le serveur $(($(nouvelle) - debut)) ms après le lancement"
+awk '/VmRSS/ { printf "mémoire de l%sagent : %.1f Mo\n", "'"'"'", $2 / 1024 }' "/proc/$agent/status"
 
 titre "Les parents donnent une pause de 15 minutes (au plus un battement, 30 s)"
-famille pause Léa 15 --titre Goûter
-ligne="$(attendre "$ligne" 45 '"motif":"pause"')"
+famille pause Léa 15 --titre Goûter > /dev/null
+debut="$(ms)"
+attendre '[ -n "$(voiles)" ]' 45
+echo "voile affiché $(($(ms) - debut)) ms après la pause :"
+voiles | sed 's/^/    /'
+sleep 1
+python3 "$racine/scripts/capture-ecran.py" "$DISPLAY" "$image"
+echo "image de l'écran sous le voile : $image"
 
 titre "Les parents lèvent la pause"
-famille fin-pause Léa
-ligne="$(attendre "$ligne" 45 '"voile":null')"
+famille fin-pause Léa > /dev/null
+debut="$(ms)"
+attendre '[ -z "$(voiles)" ]' 45
+echo "voile retiré $(($(ms) - debut)) ms après la fin de la pause"
 
 titre "Ce que voient les parents"
 famille rapport Léa
-famille demandes Léa | grep . || echo "(aucune demande en attente)"
 
 titre "L'agent s'arrête (SIGTERM) et le signale"
 kill "$agent"
 wait "$agent" || true
-agent=""
 famille rapport Léa | grep '"ordinateur"'
 echo "journal de l'agent :"
 sed 's/^/    /' "$dossier/agent.log"

@@ -10,6 +10,9 @@ nettoyer() {
 trap nettoyer EXIT
 export TZ=Europe/Paris XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config"
 export TAVI_DEMARRAGE=xdg DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent
+# The agent's place among its copies lives here too: a copy the user runs is never found.
+export XDG_RUNTIME_DIR="$dossier/execution"
+mkdir -m 700 "$XDG_RUNTIME_DIR"
 famille() { "$build/famille/tavi-famille" --base "$dossier/famille.db" "$@"; }
 attendre() { # condition, limit in seconds
     for _ in $(seq $(($2 * 20))); do eval "$1" && return 0; sleep 0.05; done
