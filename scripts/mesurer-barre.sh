@@ -21,7 +21,7 @@ servir_famille
 "$build/src/outils/tavi" rejoindre "$code" > /dev/null 2> "$dossier/rejoindre.err" ||
     { cat "$dossier/rejoindre.err"; exit 1; }
 # What the child saw once: the welcome window stays closed, as on any day after the first.
-"$build/src/outils/tavi" reglage accord_vu true > /dev/null
+"$build/src/outils/tavi" reglage --json accord_vu true > /dev/null
 
 demarrer_xvfb 1366x768x24
 trayer --edge top --align right --widthtype request --height 24 --SetDockType true \

@@ -5,6 +5,7 @@
 #include "platform/sqlite/reglages_sqlite.h"
 #include "server/stockage.h"
 
+#include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -19,11 +20,26 @@ nlohmann::json enJson(const Valeur& valeur) {
                       valeur);
 }
 
+// A value given as JSON: a boolean, a number, a text, a list of texts or an object.
+Valeur depuisJson(const std::string& texte) {
+    const auto j = nlohmann::json::parse(texte, nullptr, false);
+    if (j.is_boolean()) return j.get<bool>();
+    if (j.is_number()) return j.get<double>();
+    if (j.is_string()) return j.get<std::string>();
+    if (j.is_object()) return Dictionnaire{j};
+    if (j.is_array() && std::all_of(j.begin(), j.end(), [](const auto& e) { return e.is_string(); }))
+        return j.get<std::vector<std::string>>();
+    throw ErreurUsage("« " + texte.substr(0, 80) +
+                      " » : --json attend un booléen, un nombre, un texte, une liste de textes "
+                      "ou un objet");
+}
+
 } // namespace
 
 int commandeReglage(const std::vector<std::string>& arguments) {
     Arguments args(arguments);
     const bool supprimer = args.drapeau("--supprimer");
+    const bool json = args.drapeau("--json");
     const auto p = args.reste();
     if (p.empty() || p.size() > (supprimer ? 1u : 2u))
         throw ErreurUsage(supprimer ? "--supprimer attend une clé"
@@ -42,7 +58,7 @@ int commandeReglage(const std::vector<std::string>& arguments) {
     if (supprimer) {
         reglages.supprimer(cle);
     } else if (p.size() == 2) {
-        reglages.ecrire(cle, p[1]);
+        reglages.ecrire(cle, json ? depuisJson(p[1]) : Valeur(p[1]));
     } else {
         auto valeur = reglages.lire(cle);
         std::cout << (valeur ? enJson(*valeur) : nlohmann::json())

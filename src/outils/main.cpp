@@ -38,9 +38,10 @@ constexpr const char* usage = R"(usage : tavi COMMANDE [OPTIONS]
       (mêmes réglages, même trousseau, premier battement compris) ; imprime le prénom de
       l'enfant et l'ordinateur. Code refusé : le message du serveur, statut 1
 
-  tavi reglage CLE [VALEUR]
+  tavi reglage [--json] CLE [VALEUR]
   tavi reglage --supprimer CLE
-      lit (JSON, ou null), écrit (un texte) ou supprime une clé des réglages de l'agent ;
+      lit (JSON, ou null), écrit (un texte, ou avec --json la valeur JSON donnée) ou
+      supprime une clé des réglages de l'agent ;
       « tavi reglage serveur https://… » pointe l'agent vers un serveur de famille
 
 La consigne est lue dans FICHIER, ou sur l'entrée standard avec « - » (et sans fichier,
