@@ -13,10 +13,13 @@ include(GNUInstallDirs)
 # there whatever the prefix, so that the agent starts at login in every session.
 set(TAVI_DOSSIER_AUTOSTART "/etc/xdg/autostart" CACHE PATH
     "Where the system's autostart entry of the agent is installed")
-# The systemd user units of the packages; not GNUInstallDirs' LIBDIR, which holds the
-# architecture's folder on Debian.
-set(TAVI_DOSSIER_UNITES "${CMAKE_INSTALL_PREFIX}/lib/systemd/user" CACHE PATH
-    "Where the agent's systemd user unit is installed")
+# The systemd user units of the packages, under the prefix as it stands; not GNUInstallDirs'
+# LIBDIR, which holds the architecture's folder on Debian.
+set(TAVI_DOSSIER_UNITES "" CACHE PATH
+    "Where the agent's systemd user unit is installed (empty: PREFIX/lib/systemd/user)")
+if(NOT TAVI_DOSSIER_UNITES)
+    set(TAVI_DOSSIER_UNITES "${CMAKE_INSTALL_PREFIX}/lib/systemd/user")
+endif()
 
 set(TAVI_HOME_INSTALLE "${CMAKE_INSTALL_FULL_BINDIR}/tavi-home")
 # The unit and the entry are written from templates that quote nothing: a path that systemd or a
