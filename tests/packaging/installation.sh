@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# `cmake --install` into a DESTDIR of its own: exactly the expected files, their modes, the
+# programs free of any path into the build, the catalogues where the programs look, and the
+# desktop files and metainfo accepted by the freedesktop and AppStream validators.
+set -euo pipefail
+source "$(dirname "$0")/commun.sh"
+exiger desktop-file-validate appstreamcli readelf
+
+racine="$temporaire/racine"
+DESTDIR="$racine" cmake --install "$build" > "$temporaire/install.log"
+fichiers_attendus > "$temporaire/attendus"
+fichiers_sous "$racine" > "$temporaire/obtenus"
+comparer_listes "cmake --install" "$temporaire/attendus" "$temporaire/obtenus"
+
+while read -r fichier; do
+    mode="$(stat -c %a "$racine$fichier")"
+    case "$fichier" in
+        "$prefixe"/bin/*) attendu=755 ;;
+        *) attendu=644 ;;
+    esac
+    [[ "$mode" == "$attendu" ]] || echec "$fichier has mode $mode, not $attendu"
+done < "$temporaire/attendus"
+
+for programme in tavi-home tavi tavi-famille; do
+    if readelf -d "$racine$prefixe/bin/$programme" | grep -Eq 'R(UN)?PATH'; then
+        echec "$programme keeps a library search path: $(readelf -d "$racine$prefixe/bin/$programme" | grep -E 'R(UN)?PATH')"
+    fi
+done
+# The folder the programs bind their catalogues to is the one the catalogues install in.
+grep -qaF "$prefixe/share/locale" "$racine$prefixe/bin/tavi-home" ||
+    echec "tavi-home does not look for its catalogues in $prefixe/share/locale"
+
+desktop-file-validate "$racine$prefixe/share/applications/com.tavi.home.desktop" ||
+    echec "desktop-file-validate refuses the launcher"
+desktop-file-validate "$racine$autostart/com.tavi.home.desktop" ||
+    echec "desktop-file-validate refuses the autostart entry"
+appstreamcli validate --no-net "$racine$prefixe/share/metainfo/com.tavi.home.metainfo.xml" ||
+    echec "appstreamcli refuses the metainfo"
+# The tree as a software centre reads it: the metainfo's launcher and icon found beside it.
+appstreamcli validate-tree --no-net --strict "$racine" ||
+    echec "appstreamcli refuses the installed tree"
+echo "installation: $(wc -l < "$temporaire/attendus") files where they belong"
