@@ -1,6 +1,5 @@
 #include "platform/linux/alimentation_logind.h"
 
-#include "commun/texte.h"
 #include "platform/linux/bus_sd.h"
 
 #include <cstdint>
@@ -52,12 +51,10 @@ struct AlimentationLogind::Etat : std::enable_shared_from_this<AlimentationLogin
         if (r.descripteur >= 0 || r.demandee) return;
         r.demandee = true;
         const std::string qui = "Tavi Home";
-        const std::string pourquoi = texte(r.pourquoi);
         bus.appeler(
             service, racine, gestionnaire, "Inhibit",
-            [&r, &qui, &pourquoi](sd_bus_message* m) {
-                return sd_bus_message_append(m, "ssss", r.quoi, qui.c_str(), pourquoi.c_str(),
-                                             "delay");
+            [&r, &qui](sd_bus_message* m) {
+                return sd_bus_message_append(m, "ssss", r.quoi, qui.c_str(), r.pourquoi, "delay");
             },
             [faible = weak_from_this(), membre](sd_bus_message* reponse) {
                 auto e = faible.lock();
