@@ -3,6 +3,7 @@
 #include "platform/boucle.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <ctime>
 #include <map>
@@ -63,6 +64,9 @@ struct BusSd::Etat : std::enable_shared_from_this<BusSd::Etat> {
     bool dansPompe = false;
     int prochainSuivi = 0;
     std::map<int, std::pair<std::function<void()>, std::function<void()>>> suivis;
+    int prochainEnvoi = 0;
+    // The senders of the signals not yet known to have left.
+    std::map<int, std::function<void()>> envois;
 
     Etat(Boucle& b, TypeBus t) : boucle(b), type(t) {}
 
@@ -124,7 +128,29 @@ struct BusSd::Etat : std::enable_shared_from_this<BusSd::Etat> {
             const auto s = suivis.find(id);
             if (s != suivis.end() && s->second.second) s->second.second();
         }
+        finirEnvois();
         reprendrePlusTard();
+    }
+
+    // Posted rather than called: a sender may end the process or destroy this object.
+    void finirEnvoi(int id) {
+        const auto e = envois.find(id);
+        if (e == envois.end()) return;
+        boucle.poster(std::move(e->second));
+        envois.erase(e);
+    }
+
+    void finirEnvois() {
+        while (!envois.empty())
+            finirEnvoi(envois.begin()->first);
+    }
+
+    // sd-bus writes in order: once its queue is empty, every signal sent so far is out.
+    void signalerEnvois() {
+        std::uint64_t enAttente = 0;
+        if (!envois.empty() && bus && sd_bus_get_n_queued_write(bus, &enAttente) >= 0 &&
+            enAttente == 0)
+            finirEnvois();
     }
 
     void pomper() {
@@ -141,6 +167,7 @@ struct BusSd::Etat : std::enable_shared_from_this<BusSd::Etat> {
             perdre();
             return;
         }
+        signalerEnvois();
         // The daemon took us in: a later loss starts its retries from the shortest delay.
         if (sd_bus_is_ready(bus) > 0) reprise = premiereReprise;
         if (r > 0) {
@@ -250,6 +277,36 @@ void BusSd::appeler(const char* destination, const char* chemin, const char* int
     sd_bus_slot_set_floating(slot, 1);
     sd_bus_slot_unref(slot);
     etat->rearmer();
+}
+
+void BusSd::emettre(const char* destination, const char* chemin, const char* interface,
+                    const char* membre, const Remplir& remplir, std::function<void()> parti) {
+    int r = -ENOTCONN;
+    sd_bus_message* message = nullptr;
+    if (etat->bus) r = sd_bus_message_new_signal(etat->bus, &message, chemin, interface, membre);
+    if (r >= 0 && destination) r = sd_bus_message_set_destination(message, destination);
+    if (r >= 0 && remplir) r = remplir(message);
+    if (r >= 0) r = sd_bus_send(etat->bus, message, nullptr);
+    sd_bus_message_unref(message);
+    if (r < 0) return etat->boucle.poster(std::move(parti));
+    const int id = etat->prochainEnvoi++;
+    etat->envois.emplace(id, std::move(parti));
+    // A daemon that stops reading must not keep the sender waiting.
+    etat->boucle.plusTard(delaiAppel, [faible = std::weak_ptr<Etat>(etat), id] {
+        if (auto e = faible.lock()) e->finirEnvoi(id);
+    });
+    // Written at once when the connection is up and nothing waits before it.
+    etat->signalerEnvois();
+    etat->rearmer();
+}
+
+std::optional<std::string> BusSd::nomUnique() const {
+    const char* nom = nullptr;
+    // Before the welcome, sd_bus_get_unique_name would wait for it.
+    if (!etat->bus || sd_bus_is_ready(etat->bus) <= 0 ||
+        sd_bus_get_unique_name(etat->bus, &nom) < 0 || !nom)
+        return std::nullopt;
+    return std::string(nom);
 }
 
 std::unique_ptr<Abonnement> BusSd::ecouter(const char* emetteur, const char* chemin,

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 struct sd_bus_message;
 
@@ -58,6 +60,19 @@ public:
     // connection lost answers null to the calls in flight).
     void appeler(const char* destination, const char* chemin, const char* interface,
                  const char* methode, const Remplir& remplir, Reponse reponse);
+
+    // Sends a signal to `destination` (a bus name, whose owner alone receives it; null for
+    // every listener), then calls `parti` once, on the main thread, when the message has left
+    // this process (written to the daemon's socket) or cannot: no connection, the connection
+    // lost, still unwritten after `delaiAppel`. Nothing waits: the bytes go out as the loop
+    // turns. `parti` may end the process; it may never run if this object goes first.
+    void emettre(const char* destination, const char* chemin, const char* interface,
+                 const char* membre, const Remplir& remplir, std::function<void()> parti);
+
+    // This connection's unique name (":1.42") once the daemon has welcomed it; absent before
+    // that and without a connection. The reply to a call comes after the welcome, so a
+    // `reponse` may count on it.
+    std::optional<std::string> nomUnique() const;
 
     // Receives the signals that match (null members match anything) on the current
     // connection, until the handle is destroyed; a new connection needs a new subscription.
