@@ -21,16 +21,6 @@ source "$racine/scripts/xvfb-commun.sh"
 tavi() { "$build/src/outils/tavi" "$@"; }
 titre() { printf '\n== %s\n' "$1"; }
 ms() { date +%s%3N; }
-# The agent's full-screen windows now mapped, one "WxH+X+Y" per line.
-voiles() {
-    xwininfo -root -children | sed -n 's/^ *\(0x[0-9a-f]*\) "Tavi Home".*/\1/p' | while read -r id; do
-        info="$(xwininfo -id "$id")"
-        grep -q 'IsViewable' <<< "$info" && grep -q 'Override Redirect State: yes' <<< "$info" &&
-            awk '/Absolute upper-left X/ { x = $NF } /Absolute upper-left Y/ { y = $NF }
-                 /Width:/ { l = $NF } /Height:/ { h = $NF } END { print l "x" h "+" x "+" y }' \
-                <<< "$info" || true
-    done
-}
 # The last news the server has of the computer, in ms since the epoch.
 nouvelle() { famille rapport Léa | sed -n 's/.*"derniere_nouvelle_ms": *\([0-9]*\).*/\1/p' | head -1; }
 

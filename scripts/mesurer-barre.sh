@@ -45,10 +45,8 @@ sleep "$duree"
 for p in "${pids[@]: -2}"; do pkill -TERM -P "$p" || true; done
 for p in "${pids[@]: -2}"; do wait "$p" || true; done
 
-valeur() { sed -n "s/^\s*$2: *//p" "$dossier/$1.temps"; }
-cpu() { awk -v u="$(valeur "$1" 'User time (seconds)')" \
-    -v s="$(valeur "$1" 'System time (seconds)')" 'BEGIN { printf "%.2f", u + s }'; }
-rss() { valeur "$1" 'Maximum resident set size (kbytes)'; }
+cpu() { cpu_temps "$dossier/$1.temps"; }
+rss() { rss_temps "$dossier/$1.temps"; }
 printf '%-16s %10s %14s\n' "" "CPU (s)" "RSS max (Ko)"
 printf '%-16s %10s %14s\n' agent "$(cpu agent)" "$(rss agent)"
 printf '%-16s %10s %14s\n' "application nue" "$(cpu nue)" "$(rss nue)"

@@ -13,16 +13,6 @@ image="$(realpath -m "${IMAGE:-voile.png}")"
 source "$racine/scripts/xvfb-commun.sh"
 ms() { date +%s%3N; }
 memoire() { awk '/VmRSS/ { printf "%.1f Mo", $2 / 1024 }' "/proc/$agent/status"; }
-# The agent's windows now mapped, one "WxH+X+Y" per line.
-fenetres() {
-    xwininfo -root -children | sed -n 's/^ *\(0x[0-9a-f]*\) "Tavi Home".*/\1/p' | while read -r id; do
-        info="$(xwininfo -id "$id")"
-        grep -q 'IsViewable' <<< "$info" && grep -q 'Override Redirect State: yes' <<< "$info" &&
-            awk '/Absolute upper-left X/ { x = $NF } /Absolute upper-left Y/ { y = $NF }
-                 /Width:/ { l = $NF } /Height:/ { h = $NF } END { print l "x" h "+" x "+" y }' \
-                <<< "$info"
-    done | sort
-}
 
 demarrer_xvfb 2646x1024x24
 xrandr --setmonitor '*A' 1366/361x768/203+0+0 screen > /dev/null
@@ -33,7 +23,7 @@ servir_famille
 "$build/src/outils/tavi" rejoindre "$code" > /dev/null 2> "$dossier/rejoindre.log" ||
     { cat "$dossier/rejoindre.log"; exit 1; }
 
-"$build/src/app/tavi-home" 2> "$dossier/agent.log" &
+TAVI_AGENT=1 "$build/src/app/tavi-home" 2> "$dossier/agent.log" &
 agent=$!
 pids+=("$agent")
 sleep 3
@@ -41,9 +31,9 @@ echo "agent relié, sans voile : $(memoire)"
 
 famille pause Léa 15 --titre Goûter > /dev/null
 debut="$(ms)"
-attendre '[ "$(fenetres | wc -l)" = 2 ]' 45
+attendre '[ "$(voiles | wc -l)" = 2 ]' 45
 echo "voile sur les deux écrans $(($(ms) - debut)) ms après la pause des parents (un battement au plus, 30 s) :"
-fenetres | sed 's/^/    /'
+voiles | sed 's/^/    /'
 sleep 1
 echo "avec le voile : $(memoire)"
 python3 "$racine/scripts/capture-ecran.py" "$DISPLAY" "$image"
@@ -51,7 +41,7 @@ echo "image de l'écran : $image"
 
 famille fin-pause Léa > /dev/null
 debut="$(ms)"
-attendre '[ -z "$(fenetres)" ]' 45
+attendre '[ -z "$(voiles)" ]' 45
 echo "voile retiré $(($(ms) - debut)) ms après la fin de la pause"
 sleep 2
 echo "après le voile : $(memoire)"

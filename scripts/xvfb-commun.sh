@@ -42,3 +42,21 @@ servir_famille() {
     port="$(sed -n 's/.*"port": *\([0-9]*\).*/\1/p' "$dossier/serveur.out")"
     "$build/src/outils/tavi" reglage serveur "http://127.0.0.1:$port"
 }
+
+# The agent's full-screen windows now mapped (override-redirect, named "Tavi Home"), one
+# "WxH+X+Y" per line.
+voiles() {
+    xwininfo -root -children | sed -n 's/^ *\(0x[0-9a-f]*\) "Tavi Home".*/\1/p' | while read -r id; do
+        info="$(xwininfo -id "$id")"
+        grep -q 'IsViewable' <<< "$info" && grep -q 'Override Redirect State: yes' <<< "$info" &&
+            awk '/Absolute upper-left X/ { x = $NF } /Absolute upper-left Y/ { y = $NF }
+                 /Width:/ { l = $NF } /Height:/ { h = $NF } END { print l "x" h "+" x "+" y }' \
+                <<< "$info" || true
+    done | sort
+}
+
+# The CPU time (s) and largest resident size (kB) that /usr/bin/time -v wrote to $1.
+valeur_temps() { sed -n "s/^\s*$2: *//p" "$1"; }
+cpu_temps() { awk -v u="$(valeur_temps "$1" 'User time (seconds)')" \
+    -v s="$(valeur_temps "$1" 'System time (seconds)')" 'BEGIN { printf "%.2f", u + s }'; }
+rss_temps() { valeur_temps "$1" 'Maximum resident set size (kbytes)'; }

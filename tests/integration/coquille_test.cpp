@@ -97,16 +97,9 @@ protected:
     }
 
     std::map<std::string, std::string> environnement() const {
-        const auto& d = famille.dossier();
-        return {{"HOME", (d / "maison").string()},
-                {"XDG_STATE_HOME", (d / "etat").string()},
-                {"XDG_CONFIG_HOME", (d / "config").string()},
-                {"XDG_RUNTIME_DIR", (d / "execution").string()},
-                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"},
-                {"DBUS_SYSTEM_BUS_ADDRESS", adresseBus},
-                {"DISPLAY", ""},
-                {"WAYLAND_DISPLAY", ""},
-                {"TAVI_DEMARRAGE", "xdg"}};
+        auto env = famille.environnementAgent();
+        env["DBUS_SYSTEM_BUS_ADDRESS"] = adresseBus;
+        return env;
     }
     test::Sortie tavi(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), TAVI_BINAIRE);

@@ -51,16 +51,12 @@ protected:
     }
 
     std::map<std::string, std::string> environnement() const {
-        const auto& d = famille.dossier();
-        return {{"HOME", (d / "maison").string()},
-                {"XDG_STATE_HOME", (d / "etat").string()},
-                {"XDG_CONFIG_HOME", (d / "config").string()},
-                {"XDG_RUNTIME_DIR", (d / "etat").string()},
-                {"DBUS_SESSION_BUS_ADDRESS", adresseSession},
-                {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"},
-                {"DISPLAY", affichage},
-                {"QT_QPA_PLATFORM", "xcb"},
-                {"TAVI_DEMARRAGE", "xdg"}};
+        auto env = famille.environnementAgent();
+        env["DBUS_SESSION_BUS_ADDRESS"] = adresseSession;
+        env["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=/nonexistent";
+        env["DISPLAY"] = affichage;
+        env["QT_QPA_PLATFORM"] = "xcb";
+        return env;
     }
     test::Sortie tavi(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), TAVI_BINAIRE);

@@ -38,6 +38,17 @@ bool FamilleLocale::servir() {
     return true;
 }
 
+std::map<std::string, std::string> FamilleLocale::environnementAgent() const {
+    return {{"HOME", (dossier_ / "maison").string()},
+            {"XDG_STATE_HOME", (dossier_ / "etat").string()},
+            {"XDG_CONFIG_HOME", (dossier_ / "config").string()},
+            {"XDG_RUNTIME_DIR", (dossier_ / "etat").string()},
+            {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"},
+            {"DISPLAY", ""},
+            {"WAYLAND_DISPLAY", ""},
+            {"TAVI_DEMARRAGE", "xdg"}};
+}
+
 int FamilleLocale::arreter() {
     const int statut = serveur_ ? serveur_->arreter() : -1;
     serveur_.reset();

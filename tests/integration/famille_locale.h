@@ -4,6 +4,7 @@
 #include "support/processus.h"
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -38,6 +39,10 @@ public:
     std::string adresse() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
     const DossierTemporaire& dossier() const { return dossier_; }
+    // The environment of the agent and `tavi` run beside this family: their home, state,
+    // configuration and runtime folders in the temporary folder, no display, no session bus
+    // (the token goes to the fallback file) and the login agent as an autostart entry.
+    std::map<std::string, std::string> environnementAgent() const;
     std::string base() const { return (dossier_ / "famille.db").string(); }
 
 private:

@@ -25,14 +25,7 @@ using nlohmann::json;
 class TaviHomeSansInterface : public testing::Test {
 protected:
     std::map<std::string, std::string> environnement() const {
-        const auto& d = famille.dossier();
-        return {{"HOME", (d / "maison").string()},
-                {"XDG_STATE_HOME", (d / "etat").string()},
-                {"XDG_CONFIG_HOME", (d / "config").string()},
-                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"},
-                {"DISPLAY", ""},
-                {"WAYLAND_DISPLAY", ""},
-                {"TAVI_DEMARRAGE", "xdg"}};
+        return famille.environnementAgent();
     }
     test::Sortie tavi(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), TAVI_BINAIRE);
