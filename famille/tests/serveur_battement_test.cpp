@@ -49,7 +49,7 @@ TEST_F(Battements, ChaqueLotDuBattementEstEnregistre) {
     EXPECT_EQ(installees[0].at("id"), "vlc");
 }
 
-TEST_F(Battements, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
+TEST_F(Battements, UneAnnonceOuUnSilenceSeLisentDansLeRapport) {
     ASSERT_EQ(battre(battement(5))->status, 200);
     EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("protection"), "active");
     auto silence = serveur.lignes("ordinateur", maintenantMs() + Depot::silenceMaxMs + 2000);
@@ -62,16 +62,6 @@ TEST_F(Battements, UneAnnonceUnArretOuUnSilenceSeLisentDansLeRapport) {
     annonce["annonce"] = "veille";
     ASSERT_EQ(battre(annonce)->status, 200);
     EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("derniere_annonce").at("texte"), "veille");
-
-    // A stop report is the one message without permissions.
-    json arret = battement(7);
-    arret.erase("autorisations");
-    arret["actif"] = false;
-    ASSERT_EQ(battre(arret)->status, 200);
-    auto arrete = serveur.lignes("ordinateur").at(0);
-    EXPECT_EQ(arrete.at("protection"), "coupée");
-    EXPECT_EQ(arrete.at("pourquoi"), "arrêt signalé");
-    EXPECT_EQ(arrete.at("utilise_jour_min"), 7.0);
 }
 
 TEST_F(Battements, LeResteDuJourCompteChaqueOrdinateurEtSurvitAUnRedemarrage) {
