@@ -28,7 +28,7 @@ bool retenir(Condition condition, std::chrono::milliseconds limite = 10s) {
 
 } // namespace
 
-TEST(BoucleQt, UneMinuterieRepeteJusquAEtreDetruiteMemeDepuisSaTache) {
+TEST(BoucleQt, MinuteriesPostesEtDelaisDansLOrdreEtQuitterRendSonStatut) {
     BoucleQt boucle;
     int tics = 0;
     std::unique_ptr<Minuterie> minuterie;
@@ -45,10 +45,8 @@ TEST(BoucleQt, UneMinuterieRepeteJusquAEtreDetruiteMemeDepuisSaTache) {
     EXPECT_EQ(tics, 5);
     EXPECT_EQ(autres, autresALArret);
     EXPECT_THROW(static_cast<void>(boucle.repeter(0ms, [] {})), std::invalid_argument);
-}
 
-TEST(BoucleQt, LesPostesEtLesDelaisPassentDansLOrdreEtQuitterRendSonStatut) {
-    BoucleQt boucle;
+    // Posts and delays in order; quitting returns its status.
     std::vector<std::string> ordre;
     boucle.plusTard(40ms, [&] { ordre.push_back("40 ms"); });
     // No delay is a post, in turn with the others.

@@ -1,9 +1,9 @@
 #include "ui/menu_barre.h"
 #include "ui/textes_plateforme.h"
 
-#include <gtest/gtest.h>
 #include <array>
 #include <cmath>
+#include <gtest/gtest.h>
 #include <limits>
 
 namespace tavi {
@@ -92,8 +92,9 @@ TEST(MenuBarre, EndormiLeTitreDeLaRegleEtDemanderResteOuvert) {
 TEST(MenuBarre, LaTirelireOffreCeQuElleContientEtToutSonEntier) {
     // {minutes, the amounts offered}; none: no piggy-bank entry.
     const std::pair<double, std::vector<int>> cas[] = {
-        {12.4, {10, 12}}, {30, {10, 15, 30, 30}}, {29.9, {10, 15, 29}}, {0.9, {}},
-        {std::nan(""), {}}, {std::numeric_limits<double>::infinity(), {}}, {-5, {}}};
+        {12.4, {10, 12}}, {30, {10, 15, 30, 30}}, {29.9, {10, 15, 29}},
+        {0.9, {}},        {std::nan(""), {}},     {std::numeric_limits<double>::infinity(), {}},
+        {-5, {}}};
     for (const auto& [minutes, offerts] : cas) {
         EtatBarre e = relie();
         e.tirelireMin = minutes;
