@@ -1,3 +1,5 @@
+#include "ui/icone_barre.h"
+#include "ui/lisible.h"
 #include "ui/menu_barre.h"
 #include "ui/textes_plateforme.h"
 
@@ -126,6 +128,17 @@ TEST(MenuBarre, UnMessageEtLAgentDeConnexionCoupeAjoutentLeursEntrees) {
     EXPECT_EQ(reglages->titre, std::string("⚠️ ") + TextesPlateforme::laisserOuvrir());
     EXPECT_EQ(reglages->action, A::reglages);
     EXPECT_EQ(menu.back().titre, "Version 1.2.3");
+}
+
+TEST(TexteBadge, MinutesJusquA99PuisHeuresJamaisPlusQuIlNEnReste) {
+    const std::pair<double, const char*> cas[] = {
+        {0, "0"},        {40, "1"},        {59.9, "1"},      {61, "2"},        {45 * 60, "45"},
+        {99 * 60, "99"}, {100 * 60, "1h"}, {119 * 60, "1h"}, {2 * 3600, "2h"}, {12 * 3600, "12h"},
+    };
+    for (const auto& [secondes, attendu] : cas)
+        EXPECT_EQ(texteBadge(dureeLisible(secondes)), attendu) << secondes;
+    for (const char* autre : {"", "Au lit", "1 2 3"})
+        EXPECT_EQ(texteBadge(autre), "") << autre;
 }
 
 } // namespace
