@@ -227,8 +227,6 @@ TEST(DemarrageSystemd, UnGestionnaireQuiNeRepondPasEstAbsent) {
     EXPECT_TRUE(automatique.actif());
     EXPECT_TRUE(fs::exists(maison.entree()));
     EXPECT_FALSE(fs::exists(fichierUnite));
-    automatique.desenregistrer();
-    EXPECT_FALSE(fs::exists(maison.entree()));
     for (int fd : sockets)
         close(fd);
 }

@@ -59,7 +59,17 @@ TEST(HorlogesLinux, LaMonotoneCompteAussiLeTempsDeVeille) {
     EXPECT_LE(lue, apres + avanceS * 1000);
 }
 
-TEST(Dossiers, LEtatSuitXdgStateHomeAbsoluSinonLaMaisonSinonLaBaseDesComptes) {
+TEST(Dossiers, LEtatSuitXdgStateHomeAbsoluSinonLaMaisonSinonLaBaseDesComptesEt0700) {
+    // Private, even when an older version opened it; a file in its place is an error.
+    test::DossierTemporaire dossier;
+    const auto etat = dossier / "state" / "tavi-home";
+    ASSERT_EQ(creerDossierPrive(etat), std::nullopt);
+    std::filesystem::permissions(etat, std::filesystem::perms(0755));
+    ASSERT_EQ(creerDossierPrive(etat), std::nullopt);
+    EXPECT_EQ(test::modeDe(etat), 0700u);
+    test::ecrireFichier(dossier / "fichier", "x");
+    EXPECT_NE(creerDossierPrive(dossier / "fichier"), std::nullopt);
+
     Variable home("HOME", "/home/lea");
     {
         Variable xdg("XDG_STATE_HOME", "/var/etat");
@@ -75,17 +85,6 @@ TEST(Dossiers, LEtatSuitXdgStateHomeAbsoluSinonLaMaisonSinonLaBaseDesComptes) {
         Variable sansHome("HOME", inutilisable);
         EXPECT_EQ(Dossiers::etat(), std::string(compte->pw_dir) + "/.local/state/tavi-home");
     }
-}
-
-TEST(Dossiers, LeDossierPriveEst0700MemeQuandUneAncienneVersionLAOuvert) {
-    test::DossierTemporaire dossier;
-    const auto etat = dossier / "state" / "tavi-home";
-    ASSERT_EQ(creerDossierPrive(etat), std::nullopt);
-    std::filesystem::permissions(etat, std::filesystem::perms(0755));
-    ASSERT_EQ(creerDossierPrive(etat), std::nullopt);
-    EXPECT_EQ(test::modeDe(etat), 0700u);
-    test::ecrireFichier(dossier / "fichier", "x");
-    EXPECT_NE(creerDossierPrive(dossier / "fichier"), std::nullopt);
 }
 
 TEST(SystemeLinux, LaDescriptionVientDOsReleaseAvecSesReplis) {

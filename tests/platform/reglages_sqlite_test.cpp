@@ -102,18 +102,6 @@ TEST(ReglagesSqlite, RendChaqueTypeOctetPourOctetApresReouvertureEtRienDAutre) {
     EXPECT_EQ(frais.texte("serveur"), "https://famille.example");
 }
 
-TEST(ReglagesSqlite, RefuseUneValeurQuIlNeGarderaitPasFidelementEtGardeLAncienne) {
-    ReglagesSqlite reglages(ReglagesSqlite::enMemoire);
-    reglages.ecrire("reste_base_s", 60.0);
-    reglages.ecrire("reste_base_s", NAN);
-    reglages.ecrire("accord_cles", std::vector<std::string>{"\xff"});
-    reglages.ecrire("noms_applis", Dictionnaire{{{"a", "\xc3"}}});
-    EXPECT_EQ(reglages.nombre("reste_base_s"), 60.0);
-    EXPECT_FALSE(reglages.lire("accord_cles"));
-    EXPECT_FALSE(reglages.lire("noms_applis"));
-    EXPECT_EQ(reglages.echecs(), 3);
-}
-
 TEST(ReglagesSqlite, UnGroupeEcritToutOuRienEtRendLExceptionDeSonAppelant) {
     auto verifier = [](const ReglagesSqlite& reglages) {
         EXPECT_EQ(reglages.nombre("exterieur"), 1.0);
@@ -195,7 +183,7 @@ TEST(ReglagesSqlite, UnFichierAbimeEstMisDeCoteIntactAvecSonJournalEtRemplacePar
     EXPECT_EQ(lireFichier(deCote[1]), octets);
 }
 
-TEST(ReglagesSqlite, UnDossierImpossibleACreerLaisseUnMagasinEnMemoire) {
+TEST(ReglagesSqlite, UnDossierImpossibleLaisseUnMagasinEnMemoireQuiRefuseCeQuIlNeGarderaitPas) {
     DossierTemporaire dossier;
     ecrireFichier(dossier / "fichier", "pas un dossier");
 
@@ -207,4 +195,13 @@ TEST(ReglagesSqlite, UnDossierImpossibleACreerLaisseUnMagasinEnMemoire) {
     reglages.ecrire("installation", std::string("ABC"));
     EXPECT_EQ(reglages.texte("installation"), "ABC");
     EXPECT_EQ(lireFichier(dossier / "fichier"), "pas un dossier");
+
+    // A value it would not give back faithfully is refused, and the old one kept.
+    reglages.ecrire("reste_base_s", 60.0);
+    reglages.ecrire("reste_base_s", NAN);
+    reglages.ecrire("accord_cles", std::vector<std::string>{"\xff"});
+    reglages.ecrire("noms_applis", Dictionnaire{{{"a", "\xc3"}}});
+    EXPECT_EQ(reglages.nombre("reste_base_s"), 60.0);
+    EXPECT_FALSE(reglages.lire("accord_cles") || reglages.lire("noms_applis"));
+    EXPECT_EQ(reglages.echecs(), 3);
 }

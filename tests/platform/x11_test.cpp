@@ -120,19 +120,6 @@ protected:
     std::shared_ptr<AffichageX11> affichage;
 };
 
-TEST(X11SansServeur, RienNEstObserveEtRienNeCasse) {
-    BoucleQt boucle;
-    EXPECT_EQ(AffichageX11::ouvrir(boucle, ":4093"), nullptr);
-    BureauX11 bureau(nullptr, nullptr);
-    EcranX11 ecran(nullptr);
-    bureau.masquer(Application{});
-    auto observation = bureau.observerActivation([](const Application&) {});
-    EXPECT_FALSE(bureau.premierPlanObservable() || bureau.applicationAuPremierPlan() ||
-                 !bureau.applicationsOuvertes().empty() || ecran.secondesInactivite() ||
-                 ecran.ecransEnVeille());
-    EXPECT_EQ(bureau.notrePid(), getpid());
-}
-
 TEST_F(X11, LePremierPlanSonObservateurEtMasquerSuiventLesFenetres) {
     BureauX11 bureau(affichage, resoudre);
     EXPECT_TRUE(bureau.premierPlanObservable());
@@ -241,7 +228,7 @@ TEST_F(X11, LInactiviteCroitUneSaisieLaRemetAZeroEtSansDpmsLEcranVeille) {
     EXPECT_EQ(ecran.ecransEnVeille(), false);
 }
 
-TEST_F(X11, LAgentSurvitALaPerteDuServeur) {
+TEST_F(X11, LAgentSurvitALaPerteDuServeurEtSansServeur) {
     BureauX11 bureau(affichage, resoudre);
     EcranX11 ecran(affichage);
     ASSERT_TRUE(activer(fenetre(4001, "Jeu")));
@@ -264,6 +251,18 @@ TEST_F(X11, LAgentSurvitALaPerteDuServeur) {
     EXPECT_FALSE(affichage->connecte() || bureau.premierPlanObservable() ||
                  bureau.applicationAuPremierPlan() || !bureau.applicationsOuvertes().empty() ||
                  ecran.secondesInactivite() || ecran.ecransEnVeille() || appels);
+
+    // Nor does a display that never opened.
+    EXPECT_EQ(AffichageX11::ouvrir(boucle, nom), nullptr);
+    BureauX11 sansAffichage(nullptr, nullptr);
+    EcranX11 sansEcran(nullptr);
+    sansAffichage.masquer(Application{});
+    auto rien = sansAffichage.observerActivation([](const Application&) {});
+    EXPECT_FALSE(sansAffichage.premierPlanObservable() ||
+                 sansAffichage.applicationAuPremierPlan() ||
+                 !sansAffichage.applicationsOuvertes().empty() || sansEcran.secondesInactivite() ||
+                 sansEcran.ecransEnVeille());
+    EXPECT_EQ(sansAffichage.notrePid(), getpid());
 }
 
 } // namespace

@@ -271,10 +271,7 @@ TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
         EXPECT_EQ(identite ? identite->identifiant + "|" + identite->nom : "", attendu)
             << indices.pid;
     }
-    EXPECT_EQ(index->identifier({101, "", "", ""}),
-              (IdentiteAppli{
-                  "org.mozilla.firefox", "Firefox fr",
-                  (arbre.dossier / "sys2/applications/org.mozilla.firefox.desktop").string()}));
-    EXPECT_EQ(index->identifier({0, "", "Inconnu", ""}),
-              (IdentiteAppli{"inconnu", "Inconnu", std::nullopt}));
+    EXPECT_EQ(index->identifier({101, "", "", ""})->emplacement,
+              (arbre.dossier / "sys2/applications/org.mozilla.firefox.desktop").string());
+    EXPECT_EQ(index->identifier({0, "", "Inconnu", ""})->emplacement, std::nullopt);
 }

@@ -1,6 +1,10 @@
+#include "ui/icone_barre.h"
+#include "ui/lisible.h"
 #include "ui/menu_barre.h"
 #include "ui/textes_plateforme.h"
 
+#include <array>
+#include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 
@@ -39,16 +43,13 @@ const EntreeMenu* trouver(const std::vector<EntreeMenu>& menu, std::string_view 
     return nullptr;
 }
 
-TEST(MenuBarre, NonRelieDeuxEntreesEtLeSymboleSeul) {
-    const EtatBarre e;
-    const auto menu = menuBarre(e);
-    ASSERT_EQ(menu.size(), 2u);
-    EXPECT_FALSE(menu[0].actif);
-    EXPECT_EQ(menu[1].action, A::accueil);
-    EXPECT_EQ(iconeBarre(e), (IconeBarre{S::relier, ""}));
-}
+TEST(MenuBarre, NonRelieOuRelieAvecUneLimiteDansLOrdreEtSansQuitter) {
+    const auto seul = menuBarre(EtatBarre{});
+    ASSERT_EQ(seul.size(), 2u);
+    EXPECT_FALSE(seul[0].actif);
+    EXPECT_EQ(seul[1].action, A::accueil);
+    EXPECT_EQ(iconeBarre(EtatBarre{}), (IconeBarre{S::relier, ""}));
 
-TEST(MenuBarre, RelieAvecUneLimiteDansLOrdreEtSansQuitter) {
     EtatBarre e = relie();
     e.resteSecondes = 45 * 60;
     const auto menu = menuBarre(e);
@@ -60,13 +61,11 @@ TEST(MenuBarre, RelieAvecUneLimiteDansLOrdreEtSansQuitter) {
     EXPECT_EQ(menu[5].action, A::ceQueVoient);
     const auto& demander = menu[3].sousMenu;
     ASSERT_EQ(demander.size(), 3u);
-    constexpr int durees[] = {10, 15, 30};
     for (std::size_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(demander[i].minutes, durees[i]);
+        EXPECT_EQ(demander[i].minutes, (std::array{10, 15, 30}[i]));
         EXPECT_EQ(demander[i].action, A::demander);
         EXPECT_TRUE(demander[i].actif);
     }
-    EXPECT_EQ(demander[1].titre, "15 min");
     EXPECT_EQ(iconeBarre(e), (IconeBarre{S::sablier, "45 min"}));
 
     e.resteSecondes.reset();
@@ -93,39 +92,27 @@ TEST(MenuBarre, EndormiLeTitreDeLaRegleEtDemanderResteOuvert) {
 }
 
 TEST(MenuBarre, LaTirelireOffreCeQuElleContientEtToutSonEntier) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const double inf = std::numeric_limits<double>::infinity();
-    struct Cas {
-        double minutes;
-        std::vector<int> offerts; // empty: no piggy-bank entry
-        const char* titre;
-    };
-    for (const auto& [minutes, offerts, titre] :
-         std::vector<Cas>{{12.4, {10, 12}, "⭐ Ma tirelire : 12 min"},
-                          {30, {10, 15, 30, 30}, "⭐ Ma tirelire : 30 min"},
-                          {29.9, {10, 15, 29}, "⭐ Ma tirelire : 29 min"},
-                          {0.9, {}, nullptr},
-                          {nan, {}, nullptr},
-                          {inf, {}, nullptr},
-                          {-5, {}, nullptr}}) {
+    // {minutes, the amounts offered}; none: no piggy-bank entry.
+    const std::pair<double, std::vector<int>> cas[] = {
+        {12.4, {10, 12}}, {30, {10, 15, 30, 30}}, {29.9, {10, 15, 29}},
+        {0.9, {}},        {std::nan(""), {}},     {std::numeric_limits<double>::infinity(), {}},
+        {-5, {}}};
+    for (const auto& [minutes, offerts] : cas) {
         EtatBarre e = relie();
         e.tirelireMin = minutes;
         const auto menu = menuBarre(e);
         const EntreeMenu* tirelire = trouver(menu, "⭐");
-        if (!titre) {
-            EXPECT_EQ(tirelire, nullptr) << minutes;
-            continue;
-        }
-        ASSERT_NE(tirelire, nullptr) << minutes;
-        EXPECT_EQ(tirelire->titre, titre);
+        ASSERT_EQ(tirelire != nullptr, !offerts.empty()) << minutes;
+        if (!tirelire) continue;
+        const auto tout = std::to_string(offerts.back());
+        EXPECT_EQ(tirelire->titre, "⭐ Ma tirelire : " + tout + " min");
         std::vector<int> obtenus;
         for (const auto& s : tirelire->sousMenu) {
             obtenus.push_back(s.minutes);
             EXPECT_EQ(s.action, A::tirelire);
         }
         EXPECT_EQ(obtenus, offerts) << minutes;
-        EXPECT_EQ(tirelire->sousMenu.back().titre,
-                  "Tout utiliser (" + std::to_string(offerts.back()) + " min)");
+        EXPECT_EQ(tirelire->sousMenu.back().titre, "Tout utiliser (" + tout + " min)");
     }
 }
 
@@ -134,14 +121,24 @@ TEST(MenuBarre, UnMessageEtLAgentDeConnexionCoupeAjoutentLeursEntrees) {
     e.message = "C'est envoyé ! Tes parents vont répondre.";
     e.agentActif = false;
     const auto menu = menuBarre(e);
-    const EntreeMenu* message = trouver(menu, "C'est envoyé");
-    ASSERT_NE(message, nullptr);
-    EXPECT_FALSE(message->actif);
+    ASSERT_TRUE(trouver(menu, "C'est envoyé"));
+    EXPECT_FALSE(trouver(menu, "C'est envoyé")->actif);
     const EntreeMenu* reglages = trouver(menu, "⚠️ ");
-    ASSERT_NE(reglages, nullptr);
+    ASSERT_TRUE(reglages);
     EXPECT_EQ(reglages->titre, std::string("⚠️ ") + TextesPlateforme::laisserOuvrir());
     EXPECT_EQ(reglages->action, A::reglages);
     EXPECT_EQ(menu.back().titre, "Version 1.2.3");
+}
+
+TEST(TexteBadge, MinutesJusquA99PuisHeuresJamaisPlusQuIlNEnReste) {
+    const std::pair<double, const char*> cas[] = {
+        {0, "0"},        {40, "1"},        {59.9, "1"},      {61, "2"},        {45 * 60, "45"},
+        {99 * 60, "99"}, {100 * 60, "1h"}, {119 * 60, "1h"}, {2 * 3600, "2h"}, {12 * 3600, "12h"},
+    };
+    for (const auto& [secondes, attendu] : cas)
+        EXPECT_EQ(texteBadge(dureeLisible(secondes)), attendu) << secondes;
+    for (const char* autre : {"", "Au lit", "1 2 3"})
+        EXPECT_EQ(texteBadge(autre), "") << autre;
 }
 
 } // namespace
