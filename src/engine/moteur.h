@@ -101,6 +101,11 @@ public:
                            bool histo, const FiltreJSON& f, double dt);
     void signalerSite(const std::string& domaine);
 
+    // Something the child did to the agent that the parents must hear of (a veil put back, a
+    // grab refused, the process stopped): at most one report of each nature a minute, sent
+    // only while paired.
+    void signalerIncident(const std::string& nature, const std::string& detail);
+
     // Child requests and pairing. `rejoindre` gives the server's answer once the token is
     // stored (or found unstorable, see `jetonEnAttente`) and the first heartbeat is over; a
     // refusal changes nothing. The others never fail: their outcome is said to the child.
@@ -168,6 +173,7 @@ private:
     std::int64_t prochainLotSites_ = 0;
     std::set<std::string> refusAutomatisation_;
     std::map<std::string, std::int64_t> sitesSignales_;
+    std::map<std::string, std::int64_t> incidentsSignales_;
     std::int64_t prochaineListe_ = 0;
     std::optional<std::string> listeEnvoyee_;
     std::optional<std::string> listeEnvoyeeEnCours_;

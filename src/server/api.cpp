@@ -142,7 +142,11 @@ void Api::utiliserTirelire(int minutes, std::function<void(ResultatApi<Rien>)> s
 }
 
 void Api::signalerSite(const std::string& detail) {
-    appel("POST", "/api/enfant/signal", json{{"nature", "site_bloque"}, {"detail", detail}},
+    signaler("site_bloque", detail);
+}
+
+void Api::signaler(const std::string& nature, const std::string& detail) {
+    appel("POST", "/api/enfant/signal", json{{"nature", nature}, {"detail", detail}},
           [](const ResultatApi<std::string>&) {});
 }
 

@@ -50,6 +50,8 @@ public:
     void utiliserTirelire(int minutes, std::function<void(ResultatApi<Rien>)> suite);
     // Never fails: the engine keeps its own record of what it reported.
     void signalerSite(const std::string& detail);
+    // Any other report to the parents ("nature", "detail"); never fails either.
+    void signaler(const std::string& nature, const std::string& detail);
 
     // `base` with `chemin` appended as a path component; a base with a path keeps it in front.
     static std::string joindre(const std::string& base, const std::string& chemin);
