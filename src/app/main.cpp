@@ -15,6 +15,14 @@
 int main(int argc, char** argv) {
     tavi::initialiserTextes(TAVI_CATALOGUES);
     const tavi::Lancement lancement = tavi::lireLancement({argv, argv + argc});
+    if (lancement.aide) {
+        std::cout << tavi::texteAide;
+        return 0;
+    }
+    if (lancement.version) {
+        std::cout << "tavi-home " << TAVI_VERSION << '\n';
+        return 0;
+    }
 
     if (lancement.essaiApi) {
         const auto& [serveur, code] = *lancement.essaiApi;
@@ -34,8 +42,12 @@ int main(int argc, char** argv) {
     tavi::SignauxArret::bloquer();
     if (lancement.sansInterface) tavi::executerSansInterface(argc, argv);
     // With no display to draw on, the agent still counts and reports; the veil waits.
-    if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY") &&
-        !std::getenv("QT_QPA_PLATFORM")) {
+    // An empty variable names no display either: Qt would end the process trying to reach it.
+    const auto nomme = [](const char* variable) {
+        const char* valeur = std::getenv(variable);
+        return valeur && *valeur;
+    };
+    if (!nomme("DISPLAY") && !nomme("WAYLAND_DISPLAY") && !nomme("QT_QPA_PLATFORM")) {
         std::cerr << "tavi-home: aucun écran (ni DISPLAY ni WAYLAND_DISPLAY) : l'agent tourne "
                      "sans interface\n";
         tavi::executerSansInterface(argc, argv);

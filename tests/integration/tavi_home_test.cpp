@@ -108,6 +108,20 @@ TEST_F(TaviHomeSansInterface, RejointPublieSonEtatEtSignaleSonArret) {
     EXPECT_EQ(rapport["ordinateur"].value("pourquoi", ""), "arrêt signalé") << rapport;
 }
 
+// Asked for help or its version, the agent answers and ends: without a display it would
+// otherwise run on as an agent with no window, which `timeout` would end with 124.
+TEST_F(TaviHomeSansInterface, LAideEtLaVersionRepondentSansDemarrerLAgent) {
+    for (const char* option : {"--help", "-h", "--version"}) {
+        const auto sortie = test::executer({"/usr/bin/timeout", "10", TAVI_HOME_BINAIRE, option},
+                                           "", environnement());
+        EXPECT_EQ(sortie.statut, 0) << option << ": " << sortie.err;
+        const std::string attendu = option == std::string("--version")
+                                        ? "tavi-home " TAVI_VERSION "\n"
+                                        : "Utilisation : tavi-home [OPTION]";
+        EXPECT_EQ(sortie.out.substr(0, attendu.size()), attendu) << option;
+    }
+}
+
 TEST_F(TaviHomeSansInterface, UnServeurMuetNeRetientPasLArretAuDelaDeQuatreSecondes) {
     famille.preparerLea();
     ASSERT_TRUE(famille.servir());
