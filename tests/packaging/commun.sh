@@ -23,7 +23,8 @@ exiger() {
 }
 
 # Every file, one absolute path a line, sorted: the programs, the launcher and its icons, the
-# metainfo, the catalogues of po/LINGUAS, the user unit and the system's autostart entry.
+# metainfo, the catalogues of po/LINGUAS, the manual pages, the licence's notice, the user unit
+# and the system's autostart entry.
 fichiers_attendus() {
     {
         for programme in tavi-home tavi tavi-famille; do echo "$prefixe/bin/$programme"; done
@@ -36,6 +37,11 @@ fichiers_attendus() {
         grep -E '^[a-zA-Z_@]+$' "$sources/po/LINGUAS" | while read -r langue; do
             echo "$prefixe/share/locale/$langue/LC_MESSAGES/tavi-home.mo"
         done
+        for programme in tavi-home tavi tavi-famille; do
+            echo "$prefixe/share/man/man1/$programme.1.gz"
+        done
+        echo "$prefixe/share/doc/tavi-home/copyright"
+        echo "$prefixe/share/doc/tavi-home/NOTICE"
         echo "$unites/com.tavi.home.service"
         echo "$autostart/com.tavi.home.desktop"
     } | LC_ALL=C sort

@@ -39,4 +39,22 @@ appstreamcli validate --no-net "$racine$prefixe/share/metainfo/com.tavi.home.met
 # The tree as a software centre reads it: the metainfo's launcher and icon found beside it.
 appstreamcli validate-tree --no-net --strict "$racine" ||
     echec "appstreamcli refuses the installed tree"
+# Each manual page renders without a warning and names every command its program's help lists,
+# so a command added to a program is not left out of its page.
+for programme in tavi-home tavi tavi-famille; do
+    page="$racine$prefixe/share/man/man1/$programme.1.gz"
+    avertissements="$(zcat "$page" | LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E UTF-8 -l - 2>&1 >/dev/null)"
+    [[ -z "$avertissements" ]] || echec "man warns about $programme(1): $avertissements"
+done
+commandes() { sed -n 's/^  \(tavi \)\?\([a-z][a-z-]*\)\( .*\)\?$/\2/p' | sort -u; }
+pages_commandes() { zcat "$1" | tr -d '\\' | sed -n 's/^\.BR\? "\?\([a-z][a-z-]*\).*/\1/p' | sort -u; }
+manquantes="$("$build/src/outils/tavi" --aide 2>&1 | commandes |
+    comm -23 - <(pages_commandes "$racine$prefixe/share/man/man1/tavi.1.gz"))"
+[[ -z "$manquantes" ]] || echec "tavi(1) lacks the commands: $manquantes"
+manquantes="$("$build/famille/tavi-famille" --aide 2>&1 | commandes |
+    comm -23 - <(pages_commandes "$racine$prefixe/share/man/man1/tavi-famille.1.gz"))"
+[[ -z "$manquantes" ]] || echec "tavi-famille(1) lacks the commands: $manquantes"
+grep -q 'Apache-2.0' "$racine$prefixe/share/doc/tavi-home/copyright" ||
+    echec "the copyright file names no licence"
+
 echo "installation: $(wc -l < "$temporaire/attendus") files where they belong"
