@@ -123,7 +123,7 @@ protected:
 TEST_F(X11, LePremierPlanSonObservateurEtMasquerSuiventLesFenetres) {
     BureauX11 bureau(affichage, resoudre);
     EXPECT_TRUE(bureau.premierPlanObservable());
-    EXPECT_FALSE(BureauX11(affichage, resoudre, false).premierPlanObservable());
+    EXPECT_FALSE(BureauX11(affichage, resoudre, [] { return false; }).premierPlanObservable());
     const Window jeu1 = fenetre(4001, "Jeu"), jeu2 = fenetre(4001, "Jeu");
     const Window autre = fenetre(4002, "Inconnue"), memePid = fenetre(4001, "Autre");
     fenetre(4003, "Jeu");

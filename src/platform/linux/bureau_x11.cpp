@@ -57,7 +57,7 @@ private:
 struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
     std::shared_ptr<AffichageX11> affichage;
     ResolveurAppli resoudre;
-    bool premierPlanPossible = true;
+    std::function<bool()> premierPlanPossible;
     std::unique_ptr<Abonnement> changements;
 
     struct {
@@ -132,7 +132,7 @@ struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
     }
 
     bool observable() {
-        if (!premierPlanPossible || !affichage->connecte()) return false;
+        if ((premierPlanPossible && !premierPlanPossible()) || !affichage->connecte()) return false;
         if (!wmAJour) {
             wmAJour = true;
             wmPresent = false;
@@ -226,10 +226,10 @@ struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
 };
 
 BureauX11::BureauX11(std::shared_ptr<AffichageX11> affichage, ResolveurAppli resoudre,
-                     bool premierPlanPossible)
+                     std::function<bool()> premierPlanPossible)
     : etat(std::make_shared<Etat>()) {
     etat->resoudre = std::move(resoudre);
-    etat->premierPlanPossible = premierPlanPossible;
+    etat->premierPlanPossible = std::move(premierPlanPossible);
     if (!affichage || !affichage->connecte()) return;
     etat->affichage = std::move(affichage);
     auto& a = *etat->affichage;

@@ -24,10 +24,11 @@ using ResolveurAppli = std::function<std::optional<IdentiteAppli>(const IndicesF
 // a change, so a tick costs no round trip while the same window stays in front.
 class BureauX11 : public Bureau {
 public:
-    // `affichage` null: no X server, nothing is observed. `premierPlanPossible` false where the
-    // front window is not X's to tell (a Wayland session, where X sees only its own clients).
+    // `affichage` null: no X server, nothing is observed. `premierPlanPossible` answers false
+    // where the front window is not X's to tell (a Wayland session, where X sees only its own
+    // clients); it is asked at each reading. Empty: always possible.
     BureauX11(std::shared_ptr<AffichageX11> affichage, ResolveurAppli resoudre,
-              bool premierPlanPossible = true);
+              std::function<bool()> premierPlanPossible = {});
     ~BureauX11() override;
     BureauX11(const BureauX11&) = delete;
     BureauX11& operator=(const BureauX11&) = delete;
