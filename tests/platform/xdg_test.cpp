@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace tavi;
 using test::ecrireFichier;
@@ -29,6 +30,11 @@ struct ArbreXdg {
         environnement.chemins = "bin:" + (dossier / "bin").string();
         environnement.locale = "fr_FR.UTF-8";
         environnement.racineProc = dossier / "proc";
+        // The test's folder stands for the system's files; the user's folder, which others
+        // than the system may write, for the child's home.
+        environnement.confiance = {dossier.chemin(), getuid()};
+        fs::create_directories(dossier / "maison");
+        fs::permissions(dossier / "maison", fs::perms::group_write, fs::perm_options::add);
     }
     void utilisateur(const std::string& id, const std::string& texte) {
         ecrireFichier(dossier / "maison/.local/share/applications" / id, texte);
@@ -94,18 +100,21 @@ TEST(EnvironnementXdg, PrendLesDossiersAbsolusDansLOrdreEtLesDefautsSinon) {
     EXPECT_EQ(env.dossiersDonnees().front(), "/x");
 }
 
-TEST(IndexEntrees, LeDossierDeLUtilisateurLEmporteEtLeMenuSuitLesClesDeVisibilite) {
+// The child renames a game "Calculatrice", moves it to Education or hides it with an entry of
+// the same id in their own folder, which the search order puts first.
+TEST(IndexEntrees, LeSystemeLEmporteSurLUtilisateurEtLeMenuSuitLesClesDeVisibilite) {
     ArbreXdg arbre;
     const auto essai = arbre.dossier / "bin/essai";
     ecrireFichier(essai, "");
     fs::permissions(essai, fs::perms::owner_all);
-    arbre.utilisateur("jeu.desktop", entree("Name=Jeu perso\n"));
+    arbre.utilisateur("jeu.desktop", entree("Name=Calculatrice\nCategories=Education;\n"));
     arbre.utilisateur("efface.desktop", entree("Hidden=true\n"));
+    arbre.utilisateur("perso.desktop", entree("Name=Perso\nCategories=Education;\n"));
     ecrireFichier(arbre.dossier / "sys1/applications/premier.desktop", entree("Name=Premier\n"));
     // Files of the last system folder: {file, text, "absent", "caché" or the menu's name}.
     const std::tuple<std::string, std::string, std::string> cas[] = {
-        {"jeu.desktop", entree("Name=Jeu systeme\n"), "Jeu perso"},
-        {"efface.desktop", entree("Name=Efface\n"), "absent"},
+        {"jeu.desktop", entree("Name=Jeu\nCategories=Game;\n"), "Jeu"},
+        {"efface.desktop", entree("Name=Efface\n"), "Efface"},
         {"premier.desktop", entree("Name=Second\n"), "Premier"},
         {"cache.desktop", entree("NoDisplay=true\n"), "caché"},
         {"kde-seul.desktop", entree("OnlyShowIn=KDE;XFCE;\n"), "caché"},
@@ -130,7 +139,12 @@ TEST(IndexEntrees, LeDossierDeLUtilisateurLEmporteEtLeMenuSuitLesClesDeVisibilit
         EXPECT_EQ(e->visible ? e->entree.nom : "caché", attendu) << fichier;
     }
     EXPECT_EQ(index->parIdentifiant("jeu")->fichier,
-              arbre.dossier / "maison/.local/share/applications/jeu.desktop");
+              arbre.dossier / "sys2/applications/jeu.desktop");
+    // The child's own entry is listed, but declares no category the rules believe.
+    ASSERT_TRUE(index->parIdentifiant("perso"));
+    CategoriesXdg categories(index);
+    EXPECT_EQ(categories.categorie({"jeu", std::nullopt, "", 1}), "public.app-category.games");
+    EXPECT_EQ(categories.categorie({"perso", std::nullopt, "", 1}), std::nullopt);
 }
 
 TEST(IndexEntrees, UnDossierHostileNeBloquePasNiNeDebordeLaLecture) {
@@ -204,74 +218,70 @@ TEST(ApplicationsXdg, ListeLeMenuJusquAuPlafondLesNavigateursMemeCachesEtLeursCa
     EXPECT_EQ(categories.categorie({"inconnu", std::nullopt, "", 1}), std::nullopt);
 }
 
-TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
+// The window's class, GTK id and the process's cgroup are the child's to write; the program a
+// process runs, only where the system put it.
+TEST(IndexEntrees, NommeLeProcessusParCeQueLeSystemeAEcritJamaisParSesPropresMots) {
     ArbreXdg arbre;
+    const auto& d = arbre.dossier;
     arbre.systeme("org.mozilla.firefox.desktop", entree("Name=Firefox\nName[fr]=Firefox fr\n"));
-    arbre.systeme("firefox_firefox.desktop", entree("Name=Firefox snap\n"));
-    arbre.systeme("org.gnome.Nautilus.desktop", entree("Name=Fichiers\n"));
-    arbre.systeme("jeu-video.desktop", entree("Name=Jeu\nStartupWMClass=JeuVideo\n"));
-    arbre.systeme("firefox-esr.desktop", entree("Name=ESR\nExec=firefox-esr %u\n"));
-    arbre.systeme("outil.desktop", entree("Name=Outil\nExec=env A=1 /opt/outil/outil-gui %U\n"));
-    arbre.systeme("python3.11.desktop",
-                  entree("Name=Python\nExec=/usr/bin/python3.11\nNoDisplay=true\n"));
+    arbre.systeme("org.gnome.Nautilus.desktop",
+                  entree("Name=Fichiers\nExec=nautilus --new-window\n"));
+    arbre.systeme("jeu-video.desktop", entree("Name=Jeu\nExec=jeu\nStartupWMClass=JeuVideo\n"));
+    arbre.systeme("outil.desktop", entree("Name=Outil\nExec=env A=1 /opt/outil-gui %U\n"));
     arbre.systeme("script.desktop",
-                  entree("Name=Script\nExec=python3 /usr/share/script/monscript.py\n"));
-    arbre.systeme("flatpak-lance.desktop",
-                  entree("Name=Y\nExec=/usr/bin/flatpak run org.x.Y\nX-Flatpak=org.x.Y\n"));
-    // Two entries for one class: the one a menu lists names the window.
-    arbre.systeme("a-cache.desktop", entree("NoDisplay=true\nStartupWMClass=Double\n"));
-    arbre.systeme("b-liste.desktop", entree("Name=B\nStartupWMClass=Double\n"));
-    const auto proc = arbre.dossier / "proc";
+                  entree("Name=Script\nExec=python3 " + (d / "usr/monscript.py").string() + "\n"));
+    // One program, two applications: the class chooses among them, and only among them.
+    arbre.systeme("calc.desktop", entree("Name=Calc\nExec=soffice --calc\nStartupWMClass=C\n"));
+    arbre.systeme("writer.desktop", entree("Name=Writer\nExec=soffice\nStartupWMClass=W\n"));
+    for (const char* programme : {"usr/nautilus", "usr/outil-gui", "usr/soffice", "usr/python3.11",
+                                  "usr/monscript.py", "usr/sans-entree", "maison/nautilus"})
+        ecrireFichier(d / programme, "");
+    const auto proc = d / "proc";
+    auto processus = [&](int pid, const fs::path& exe, const std::string& ligne = "") {
+        fs::create_directories(proc / std::to_string(pid));
+        fs::create_symlink(exe, proc / std::to_string(pid) / "exe");
+        if (!ligne.empty()) ecrireFichier(proc / std::to_string(pid) / "cmdline", ligne);
+    };
     ecrireFichier(proc / "100/root/.flatpak-info", "[Application]\nname=org.mozilla.firefox\n");
-    ecrireFichier(proc / "101/cgroup",
-                  "0::/user.slice/app.slice/app-flatpak-org.mozilla.firefox-42.scope\n");
-    ecrireFichier(proc / "102/cgroup",
-                  "1:name=systemd:/\n0::/app.slice/snap.firefox.firefox-2d1c7e4f-aa.scope\n");
-    ecrireFichier(proc / "109/cgroup", "0::/app.slice/app-flatpak-org.x.Y-3.scope\n");
-    ecrireFichier(proc / "103/cgroup", "0::/app.slice/app-flatpak-org.inconnu.App-7.scope\n");
-    fs::create_directories(proc / "104");
-    fs::create_symlink("/opt/outil/outil-gui (deleted)", proc / "104/exe");
-    fs::create_directories(proc / "105");
-    fs::create_symlink("/usr/bin/python3.11", proc / "105/exe");
-    ecrireFichier(proc / "105/cmdline",
-                  std::string("python3\0/usr/share/script/monscript.py\0", 40));
-    fs::create_directories(proc / "106");
-    fs::create_symlink("/usr/bin/python3.11", proc / "106/exe");
-    ecrireFichier(proc / "106/cmdline", std::string("python3\0-u\0/home/zoe/autre.py\0", 31));
-    ecrireFichier(proc / "107/cmdline", std::string("/usr/bin/bwrap\0--args\0", 22));
-    fs::create_directories(proc / "108");
-    fs::create_symlink("/usr/bin/flatpak", proc / "108/exe");
-    // Never read: a window's pid is checked before it names a /proc folder.
-    ecrireFichier(proc / "-5/cgroup", "0::/app-flatpak-org.mozilla.firefox-1.scope\n");
+    ecrireFichier(proc / "101/root/.flatpak-info", "[Application]\nname=org.mozilla.firefox\n");
+    fs::permissions(proc / "101/root", fs::perms::others_write, fs::perm_options::add);
+    processus(101, d / "maison/nautilus");
+    ecrireFichier(proc / "102/cgroup", "0::/app.slice/app-flatpak-org.mozilla.firefox-42.scope\n");
+    processus(102, d / "maison/nautilus");
+    processus(103, d / "usr/nautilus");
+    processus(104, d / "usr/outil-gui");
+    processus(105, (d / "usr/outil-gui").string() + " (deleted)");
+    processus(106, d / "usr/soffice");
+    processus(107, d / "usr/soffice");
+    processus(108, d / "usr/python3.11",
+              std::string("python3\0-u\0", 11) + (d / "usr/monscript.py").string());
+    processus(109, d / "usr/python3.11", std::string("python3\0jeu.py\0", 15));
+    processus(110, d / "usr/sans-entree");
     const auto index = arbre.index();
+    const std::string maison = (d / "maison/nautilus").string();
 
-    const std::pair<IndicesFenetre, const char*> cas[] = {
+    const std::pair<IndicesFenetre, std::string> cas[] = {
         // "id|name", empty: no identity
-        {{100, "Navigator", "firefox", ""}, "org.mozilla.firefox|Firefox fr"},
-        {{101, "", "", ""}, "org.mozilla.firefox|Firefox fr"},
-        {{102, "", "", ""}, "firefox_firefox|Firefox snap"},
-        {{103, "", "App", ""}, "org.inconnu.App|App"},
-        {{109, "", "", ""}, "flatpak-lance|Y"},
-        {{9999, "", "", "org.gnome.Nautilus"}, "org.gnome.Nautilus|Fichiers"},
-        {{0, "jeu", "JeuVideo", ""}, "jeu-video|Jeu"},
-        {{0, "JeuVideo", "x", ""}, "jeu-video|Jeu"},
-        {{0, "Navigator", "Firefox-esr", ""}, "firefox-esr|ESR"},
-        {{104, "", "", ""}, "outil|Outil"},
-        {{105, "", "", ""}, "script|Script"},
-        {{106, "autre.py", "Autre.py", ""}, "autre.py|Autre.py"},
-        {{0, "", "Double", ""}, "b-liste|B"},
-        {{107, "", "", ""}, ""},
-        {{108, "", "", ""}, ""},
-        {{-5, "", "Zèbre", "faux"}, "zèbre|Zèbre"},
-        {{0, "", "", ""}, ""},
-        {{0, "", "bad\x1b[2J", ""}, ""},
+        {{100, "", "", ""}, "org.mozilla.firefox|Firefox fr"},
+        {{101, "nautilus", "Nautilus", "org.gnome.Nautilus"}, maison + "|nautilus"},
+        {{102, "", "", ""}, maison + "|nautilus"},
+        {{103, "", "x", ""}, "org.gnome.Nautilus|Fichiers"},
+        {{104, "", "JeuVideo", ""}, "outil|Outil"},
+        {{105, "", "", ""}, (d / "usr/outil-gui").string() + "|outil-gui"},
+        {{106, "", "C", ""}, "calc|Calc"},
+        {{107, "", "W", ""}, "writer|Writer"},
+        {{108, "", "", ""}, "script|Script"},
+        {{109, "", "", ""}, (d / "usr/python3.11").string() + " jeu.py|jeu.py"},
+        {{110, "", "Nautilus", "org.gnome.Nautilus"}, "sans-entree|sans-entree"},
+        {{111, "", "Nautilus", ""}, ""},
+        {{-5, "", "Zèbre", ""}, ""},
+        {{0, "", "Nautilus", ""}, ""},
     };
     for (const auto& [indices, attendu] : cas) {
         const auto identite = index->identifier(indices);
         EXPECT_EQ(identite ? identite->identifiant + "|" + identite->nom : "", attendu)
             << indices.pid;
     }
-    EXPECT_EQ(index->identifier({101, "", "", ""})->emplacement,
-              (arbre.dossier / "sys2/applications/org.mozilla.firefox.desktop").string());
-    EXPECT_EQ(index->identifier({0, "", "Inconnu", ""})->emplacement, std::nullopt);
+    EXPECT_EQ(index->identifier({103, "", "", ""})->emplacement,
+              (d / "sys2/applications/org.gnome.Nautilus.desktop").string());
 }

@@ -1,0 +1,62 @@
+#include "platform/linux/confiance_fichiers.h"
+
+#include <sys/stat.h>
+
+namespace tavi {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Paths deeper than this are no system's.
+constexpr int composantesMax = 64;
+
+} // namespace
+
+bool ConfianceFichiers::systeme(const fs::path& chemin) const {
+    if (!chemin.is_absolute()) return false;
+    // The path as given, then the one its links lead to: a link of the child's pointing into
+    // /usr would lend a system file a name of their choosing.
+    std::error_code erreur;
+    const fs::path reel = fs::canonical(chemin, erreur);
+    if (erreur) return false;
+    for (const fs::path* p : {&chemin, &reel}) {
+        fs::path courant;
+        int composantes = 0;
+        for (const auto& partie : p->lexically_normal()) {
+            if (++composantes > composantesMax) return false;
+            courant /= partie;
+            if (partie == "..") return false;
+            const auto relatif = courant.lexically_relative(racine);
+            if (relatif.empty() || *relatif.begin() == "..") continue;
+            struct stat etat {};
+            if (::lstat(courant.c_str(), &etat) != 0 || etat.st_uid != proprietaire) return false;
+            // A link's own mode bits mean nothing; what it leads to is looked at in turn.
+            if (S_ISLNK(etat.st_mode)) {
+                if (p == &reel) return false;
+                continue;
+            }
+            if (etat.st_mode & (S_IWGRP | S_IWOTH)) return false;
+        }
+    }
+    struct stat fichier {};
+    return ::stat(reel.c_str(), &fichier) == 0 && S_ISREG(fichier.st_mode);
+}
+
+std::optional<fs::path> ConfianceFichiers::executableSysteme(const fs::path& processus) const {
+    std::error_code erreur;
+    const fs::path chemin = fs::read_symlink(processus / "exe", erreur);
+    // The kernel marks a file deleted since: whatever stands at that path now is not it.
+    if (erreur || chemin.native().ends_with(" (deleted)") || !systeme(chemin)) return std::nullopt;
+    // The path may name another file than the one running: replaced after it started, or a
+    // mount of the process's own namespace showing a file of the child's under a system name.
+    struct stat execute {
+    }, aSaPlace{};
+    if (::stat((processus / "exe").c_str(), &execute) != 0 ||
+        ::stat(chemin.c_str(), &aSaPlace) != 0 || execute.st_dev != aSaPlace.st_dev ||
+        execute.st_ino != aSaPlace.st_ino)
+        return std::nullopt;
+    return chemin;
+}
+
+} // namespace tavi
