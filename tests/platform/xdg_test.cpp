@@ -3,7 +3,9 @@
 #include "platform/linux/index_entrees.h"
 #include "rules/programme.h"
 #include "support/dossier_temporaire.h"
+#include "support/processus.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -273,4 +275,48 @@ TEST(IndexEntrees, NommeLeProcessusParCeQueLeSystemeAEcritJamaisParSesPropresMot
     }
     EXPECT_EQ(index->identifier({103, "", "", ""})->emplacement,
               (d / "sys2/applications/org.gnome.Nautilus.desktop").string());
+}
+
+// A real sandbox: the system's installation of org.x.Jeu runs from /app, and a program of the
+// child's, run the same way, claims to be it.
+TEST(IndexEntrees, UnFlatpakEstCeluiDontLInstallationDuSystemeTientLeProgramme) {
+    if (access("/usr/bin/bwrap", X_OK) != 0 || access("/usr/bin/sleep", X_OK) != 0)
+        GTEST_SKIP() << "bwrap (package bubblewrap) is not installed";
+    ArbreXdg arbre;
+    const auto& d = arbre.dossier;
+    arbre.environnement.racineProc = "/proc";
+    arbre.environnement.installationFlatpak = d / "flatpak";
+    arbre.systeme("org.x.Jeu.desktop", entree("Name=Jeu\n"));
+    const auto deploiement = d / "flatpak/app/org.x.Jeu/x86_64/stable";
+    fs::create_directories(deploiement / "abc/files/bin");
+    fs::create_symlink("x86_64/stable", d / "flatpak/app/org.x.Jeu/current");
+    fs::create_symlink("abc", deploiement / "active");
+    fs::create_directories(d / "maison/bin");
+    for (const auto& dossier : {deploiement / "abc/files", d / "maison"})
+        fs::copy_file("/usr/bin/sleep", dossier / "bin/jeu");
+    ecrireFichier(d / "maison/info", "[Application]\nname=org.x.Jeu\n");
+    const auto index = arbre.index();
+    auto lancer = [&](const fs::path& app) {
+        auto sandbox = std::make_unique<test::Processus>(std::vector<std::string>{
+            "/usr/bin/bwrap", "--ro-bind", "/usr", "/usr", "--symlink", "usr/lib", "/lib",
+            "--symlink", "usr/lib64", "/lib64", "--bind", app.string(), "/app", "--ro-bind",
+            (d / "maison/info").string(), "/.flatpak-info", "/app/bin/jeu", "30"});
+        // bwrap stays beside the program it starts.
+        const auto parent = "/proc/" + std::to_string(sandbox->pid());
+        std::int64_t pid = 0;
+        for (int essai = 0; essai < 200; ++essai, usleep(20000)) {
+            std::error_code erreur;
+            std::ifstream enfants(parent + "/task/" + std::to_string(sandbox->pid()) + "/children");
+            if (enfants >> pid &&
+                fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", erreur) == "/app/bin/jeu")
+                break;
+        }
+        if (pid == 0) return std::string("-");
+        const auto identite = index->identifier({pid, "", "org.x.Jeu", "org.x.Jeu"});
+        return identite ? identite->identifiant + "|" + identite->nom : "";
+    };
+    const auto duSysteme = lancer(deploiement / "abc/files");
+    if (duSysteme == "-") GTEST_SKIP() << "bwrap could not make a sandbox here";
+    EXPECT_EQ(duSysteme, "org.x.Jeu|Jeu");
+    EXPECT_EQ(lancer(d / "maison"), "/app/bin/jeu|jeu");
 }

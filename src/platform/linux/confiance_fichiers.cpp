@@ -50,13 +50,16 @@ std::optional<fs::path> ConfianceFichiers::executableSysteme(const fs::path& pro
     if (erreur || chemin.native().ends_with(" (deleted)") || !systeme(chemin)) return std::nullopt;
     // The path may name another file than the one running: replaced after it started, or a
     // mount of the process's own namespace showing a file of the child's under a system name.
+    if (!execute(processus, chemin)) return std::nullopt;
+    return chemin;
+}
+
+bool ConfianceFichiers::execute(const fs::path& processus, const fs::path& fichier) {
     struct stat execute = {};
     struct stat aSaPlace = {};
-    if (::stat((processus / "exe").c_str(), &execute) != 0 ||
-        ::stat(chemin.c_str(), &aSaPlace) != 0 || execute.st_dev != aSaPlace.st_dev ||
-        execute.st_ino != aSaPlace.st_ino)
-        return std::nullopt;
-    return chemin;
+    return ::stat((processus / "exe").c_str(), &execute) == 0 &&
+           ::stat(fichier.c_str(), &aSaPlace) == 0 && execute.st_dev == aSaPlace.st_dev &&
+           execute.st_ino == aSaPlace.st_ino;
 }
 
 } // namespace tavi

@@ -30,6 +30,11 @@ struct ConfianceFichiers {
     // names another file), or lies where the child could have put it.
     std::optional<std::filesystem::path>
     executableSysteme(const std::filesystem::path& processus) const;
+
+    // Process `processus` runs the very file `fichier` (a path of ours, whatever its own mount
+    // namespace shows).
+    static bool execute(const std::filesystem::path& processus,
+                        const std::filesystem::path& fichier);
 };
 
 } // namespace tavi

@@ -21,6 +21,8 @@ struct EnvironnementXdg {
     // Folders the system and its package systems put entries in, searched after the XDG ones
     // whatever $XDG_DATA_DIRS says: the child could leave the system's own out of it.
     std::vector<std::filesystem::path> dossiersExportes;
+    // The system's Flatpak installation, whose applications run from their sandbox's /app.
+    std::filesystem::path installationFlatpak = "/var/lib/flatpak";
     // Which entries and programs the system wrote.
     ConfianceFichiers confiance;
     friend bool operator==(const EnvironnementXdg&, const EnvironnementXdg&) = default;

@@ -86,6 +86,16 @@ bool identifiantFlatpak(std::string_view id) {
            });
 }
 
+// The application a Flatpak sandbox's info names, whoever wrote it.
+std::optional<std::string> flatpakDeclare(const fs::path& info) {
+    const auto texte = lireFichierBorne(info, tailleMaxProc);
+    if (!texte) return std::nullopt;
+    const auto application = lireGroupe(*texte, "Application");
+    const auto it = application.find("name");
+    if (it == application.end() || !identifiantFlatpak(it->second)) return std::nullopt;
+    return it->second;
+}
+
 // The script an interpreter's command line runs: its first argument that is no option.
 std::optional<std::string> scriptLance(const std::vector<std::string>& arguments) {
     for (std::size_t i = 1; i < arguments.size(); ++i)
@@ -141,22 +151,28 @@ std::optional<IdentiteAppli> IndexEntrees::identifier(const IndicesFenetre& indi
     if (indices.pid <= 0 || indices.pid > pidMax) return std::nullopt;
     const fs::path processus = racineProc_ / std::to_string(indices.pid);
 
-    // Flatpak writes the sandbox's info as the user who runs it: only the system's counts.
-    const auto info = processus / "root/.flatpak-info";
-    if (confiance_.systeme(info))
-        if (auto texte = lireFichierBorne(info, tailleMaxProc)) {
-            const auto application = lireGroupe(*texte, "Application");
-            if (auto it = application.find("name");
-                it != application.end() && identifiantFlatpak(it->second)) {
-                const auto* e = parIdentifiant(it->second);
-                if (!e || !e->systeme) e = chercher(parFlatpak_, it->second);
-                if (auto trouvee = identite(e)) return trouvee;
-                return IdentiteAppli{it->second, it->second, std::nullopt};
-            }
-        }
-
     std::error_code erreur;
     const auto lien = fs::read_symlink(processus / "exe", erreur);
+
+    // Flatpak writes the sandbox's info as the user who runs it, so the application it names is
+    // only a claim: believed when the system wrote the info, or when the system's installation
+    // of that application holds the very file the process runs from its /app.
+    const auto info = processus / "root/.flatpak-info";
+    if (const auto flatpak = flatpakDeclare(info)) {
+        bool sur = confiance_.systeme(info);
+        if (!sur && !erreur && lien.native().starts_with("/app/")) {
+            const auto installe = installationFlatpak_ / "app" / *flatpak / "current/active/files" /
+                                  lien.lexically_relative("/app");
+            sur = confiance_.systeme(installe) && ConfianceFichiers::execute(processus, installe);
+        }
+        if (sur) {
+            const auto* e = parIdentifiant(*flatpak);
+            if (!e || !e->systeme) e = chercher(parFlatpak_, *flatpak);
+            if (auto trouvee = identite(e)) return trouvee;
+            return IdentiteAppli{*flatpak, *flatpak, std::nullopt};
+        }
+    }
+
     if (erreur) return std::nullopt;
     const auto executable = confiance_.executableSysteme(processus);
     if (!executable) {

@@ -72,6 +72,7 @@ std::shared_ptr<const IndexEntrees> IndexEntrees::charger(const EnvironnementXdg
     const auto chemins = environnement.dossiersProgrammes();
 
     index->confiance_ = environnement.confiance;
+    index->installationFlatpak_ = environnement.installationFlatpak;
     // Per id, where its entry went (or -1 when an entry removed it) and whether the system
     // wrote it.
     struct Choix {

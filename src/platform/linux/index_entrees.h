@@ -52,7 +52,8 @@ public:
 
     // The application of a window's process (`indices.pid`, which the X server gives), from
     // what the system wrote, never from what the client says of itself:
-    // - a Flatpak sandbox whose info file the system wrote: its application id;
+    // - a Flatpak sandbox whose info file the system wrote, or whose /app program is the very
+    //   file the system's installation of the application it names holds: its application id;
     // - a program that is a file of the system (ConfianceFichiers): the system entry that runs
     //   it, the window's class or GTK id choosing only among the entries that run that very
     //   program; without one, the program's name. A script run by an interpreter
@@ -82,6 +83,7 @@ private:
     Table parFlatpak_;
     std::filesystem::path racineProc_ = "/proc";
     ConfianceFichiers confiance_;
+    std::filesystem::path installationFlatpak_;
 };
 
 // The name of the program a command line runs, looking through launchers that only pass
