@@ -149,20 +149,32 @@ TEST(IndexEntrees, LeSystemeLEmporteSurLUtilisateurEtLeMenuSuitLesClesDeVisibili
     EXPECT_EQ(categories.categorie({"perso", std::nullopt, "", 1}), std::nullopt);
 }
 
+// The child fills the folders they control, searched first, to use up the reading before the
+// system's entries.
 TEST(IndexEntrees, UnDossierHostileNeBloquePasNiNeDebordeLaLecture) {
     ArbreXdg arbre;
-    const auto dossier = arbre.dossier / "sys2/applications";
+    arbre.environnement.donnees = (arbre.dossier / "a1").string() + ":" +
+                                  (arbre.dossier / "a2").string() + ":" +
+                                  arbre.environnement.donnees;
+    const auto dossier = arbre.dossier / "maison/.local/share/applications";
     fs::create_directories(dossier / "a/b/c/d");
     ASSERT_EQ(mkfifo((dossier / "tube.desktop").c_str(), 0600), 0);
     ecrireFichier(dossier / "a/b/c/d/profond.desktop", entree(""));
     ecrireFichier(dossier / "gros.desktop", entree(std::string(tailleMaxEntree, '#')));
-    for (std::size_t i = 0; i < IndexEntrees::fichiersMaxParDossier + 10; ++i)
-        ecrireFichier(dossier / ("e" + std::to_string(i) + ".desktop"), entree(""));
+    for (const auto& [dans, prefixe] : {std::pair{dossier, "e"},
+                                        {arbre.dossier / "a1/applications", "f"},
+                                        {arbre.dossier / "a2/applications", "g"}}) {
+        for (std::size_t i = 0; i < IndexEntrees::fichiersMaxParDossier + 10; ++i)
+            ecrireFichier(dans / (prefixe + std::to_string(i) + ".desktop"), entree(""));
+        fs::permissions(dans.parent_path(), fs::perms::group_write, fs::perm_options::add);
+    }
+    arbre.systeme("jeu.desktop", entree("Name=Jeu\n"));
     const auto index = arbre.index();
     EXPECT_EQ(index->parIdentifiant("a-b-c-d-profond"), nullptr);
     EXPECT_EQ(index->parIdentifiant("gros"), nullptr);
-    EXPECT_LT(index->entrees().size(), IndexEntrees::fichiersMaxParDossier);
-    EXPECT_GT(index->entrees().size(), IndexEntrees::fichiersMaxParDossier - 10);
+    EXPECT_TRUE(index->parIdentifiant("jeu"));
+    EXPECT_LE(index->entrees().size(), IndexEntrees::entreesMax);
+    EXPECT_GT(index->entrees().size(), IndexEntrees::fichiersMaxParDossier + 10);
 }
 
 TEST(CategoriesXdg, LesEntreesReellesTombentDansLeursFamilles) {

@@ -13,34 +13,45 @@ constexpr int composantesMax = 64;
 
 } // namespace
 
-bool ConfianceFichiers::systeme(const fs::path& chemin) const {
-    if (!chemin.is_absolute()) return false;
+std::optional<fs::path> ConfianceFichiers::cheminSur(const fs::path& chemin) const {
+    if (!chemin.is_absolute()) return std::nullopt;
     // The path as given, then the one its links lead to: a link of the child's pointing into
     // /usr would lend a system file a name of their choosing.
     std::error_code erreur;
     const fs::path reel = fs::canonical(chemin, erreur);
-    if (erreur) return false;
+    if (erreur) return std::nullopt;
     for (const fs::path* p : {&chemin, &reel}) {
         fs::path courant;
         int composantes = 0;
         for (const auto& partie : p->lexically_normal()) {
-            if (++composantes > composantesMax) return false;
+            if (++composantes > composantesMax || partie == "..") return std::nullopt;
             courant /= partie;
-            if (partie == "..") return false;
             const auto relatif = courant.lexically_relative(racine);
             if (relatif.empty() || *relatif.begin() == "..") continue;
             struct stat etat {};
-            if (::lstat(courant.c_str(), &etat) != 0 || etat.st_uid != proprietaire) return false;
+            if (::lstat(courant.c_str(), &etat) != 0 || etat.st_uid != proprietaire)
+                return std::nullopt;
             // A link's own mode bits mean nothing; what it leads to is looked at in turn.
             if (S_ISLNK(etat.st_mode)) {
-                if (p == &reel) return false;
+                if (p == &reel) return std::nullopt;
                 continue;
             }
-            if (etat.st_mode & (S_IWGRP | S_IWOTH)) return false;
+            if (etat.st_mode & (S_IWGRP | S_IWOTH)) return std::nullopt;
         }
     }
-    struct stat fichier {};
-    return ::stat(reel.c_str(), &fichier) == 0 && S_ISREG(fichier.st_mode);
+    return reel;
+}
+
+bool ConfianceFichiers::systeme(const fs::path& chemin) const {
+    const auto reel = cheminSur(chemin);
+    struct stat fichier = {};
+    return reel && ::stat(reel->c_str(), &fichier) == 0 && S_ISREG(fichier.st_mode);
+}
+
+bool ConfianceFichiers::dossierSysteme(const fs::path& chemin) const {
+    const auto reel = cheminSur(chemin);
+    struct stat dossier = {};
+    return reel && ::stat(reel->c_str(), &dossier) == 0 && S_ISDIR(dossier.st_mode);
 }
 
 std::optional<fs::path> ConfianceFichiers::executableSysteme(const fs::path& processus) const {

@@ -23,6 +23,8 @@ struct ConfianceFichiers {
     // `chemin` (absolute) names a regular file of the system, through system links only: each
     // link on the way is the system's, and so is every folder of the path it leads to.
     bool systeme(const std::filesystem::path& chemin) const;
+    // The same of a folder.
+    bool dossierSysteme(const std::filesystem::path& chemin) const;
 
     // The program process `processus` (a folder of /proc) runs, when it is a file of the
     // system that still stands at its path: that path. Absent when the executable cannot be
@@ -35,6 +37,11 @@ struct ConfianceFichiers {
     // namespace shows).
     static bool execute(const std::filesystem::path& processus,
                         const std::filesystem::path& fichier);
+
+private:
+    // `chemin` and where its links lead, as `systeme` asks; absent when they fail, else the
+    // path they lead to.
+    std::optional<std::filesystem::path> cheminSur(const std::filesystem::path& chemin) const;
 };
 
 } // namespace tavi

@@ -80,8 +80,14 @@ std::shared_ptr<const IndexEntrees> IndexEntrees::charger(const EnvironnementXdg
         bool systeme;
     };
     std::map<std::string, Choix, std::less<>> choisis;
+    // The folders the child cannot write first: theirs, however many files they hold, never
+    // use up the reading before the system's entries are in. The XDG order ranks the rest.
+    auto dossiers = environnement.dossiersDonnees();
+    std::ranges::stable_partition(dossiers, [&](const fs::path& dossier) {
+        return environnement.confiance.dossierSysteme(dossier / "applications");
+    });
     std::size_t lues = 0;
-    for (const auto& donnees : environnement.dossiersDonnees()) {
+    for (const auto& donnees : dossiers) {
         const fs::path racine = donnees / "applications";
         std::error_code erreur;
         fs::recursive_directory_iterator it(racine, fs::directory_options::skip_permission_denied,
