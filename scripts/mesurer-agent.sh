@@ -18,8 +18,10 @@ nettoyer() {
     rm -rf "$dossier"
 }
 trap nettoyer EXIT
-export XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config" TAVI_DEMARRAGE=xdg
-export DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent
+export XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config"
+# No service manager answers in a runtime folder of its own: the login agent is an XDG entry.
+export DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent XDG_RUNTIME_DIR="$dossier/execution"
+mkdir -m 700 "$XDG_RUNTIME_DIR"
 famille() { "$build/famille/tavi-famille" --base "$dossier/famille.db" "$@" > /dev/null; }
 famille enfant ajouter Léa --fuseau Europe/Paris
 famille limite Léa 90

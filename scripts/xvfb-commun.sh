@@ -9,7 +9,7 @@ nettoyer() {
 }
 trap nettoyer EXIT
 export TZ=Europe/Paris XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config"
-export TAVI_DEMARRAGE=xdg DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent
+export DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent
 # The agent's place among its copies lives here too: a copy the user runs is never found.
 export XDG_RUNTIME_DIR="$dossier/execution"
 mkdir -m 700 "$XDG_RUNTIME_DIR"

@@ -45,8 +45,7 @@ std::map<std::string, std::string> FamilleLocale::environnementAgent() const {
             {"XDG_RUNTIME_DIR", (dossier_ / "etat").string()},
             {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"},
             {"DISPLAY", ""},
-            {"WAYLAND_DISPLAY", ""},
-            {"TAVI_DEMARRAGE", "xdg"}};
+            {"WAYLAND_DISPLAY", ""}};
 }
 
 int FamilleLocale::arreter() {

@@ -4,9 +4,11 @@
 #include "platform/linux/inhibitions.h"
 #include "platform/linux/logind.h"
 #include "platform/linux/moniteur_gnome.h"
+#include "platform/linux/session_linux.h"
 #include "platform/qt/boucle_qt.h"
 #include "support/application_qt.h"
 #include "support/processus.h"
+#include "support/variable.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -14,7 +16,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <systemd/sd-bus.h>
-#include <systemd/sd-login.h>
 #include <unistd.h>
 
 using namespace tavi;
@@ -46,12 +47,6 @@ protected:
         ASSERT_FALSE(adresse.empty());
         setenv("DBUS_SYSTEM_BUS_ADDRESS", adresse.c_str(), 1);
         setenv("DBUS_SESSION_BUS_ADDRESS", adresse.c_str(), 1);
-        // The session the code looks for: its own when the test runs in one.
-        char* propre = nullptr;
-        dansUneSession = sd_pid_get_session(0, &propre) >= 0;
-        if (dansUneSession) session = propre;
-        std::free(propre);
-        setenv("XDG_SESSION_ID", session.c_str(), 1);
         ASSERT_GE(sd_bus_open_system(&controle), 0);
     }
     void TearDown() override {
@@ -66,12 +61,28 @@ protected:
         EXPECT_EQ(test::executer({gdbus, "wait", "--session", "--timeout", "10", nom}).statut, 0)
             << nom << " did not come on the bus";
     }
+    // logind with the user's display session `session`.
     void lancerLogind() {
         lancer({"--template", "logind"}, login1);
         mock(login1, "/org/freedesktop/login1", "AddSession", "ssusb", session.c_str(), "seat0",
              static_cast<std::uint32_t>(getuid()), "enfant", 1);
+        // The template's own GetUser adds a number to a string.
+        mock(login1, "/org/freedesktop/login1", "AddMethod", "sssss",
+             "org.freedesktop.login1.Manager", "GetUser", "u", "o",
+             "ret = '/org/freedesktop/login1/user/%d' % args[0]");
+        elire(session);
     }
-    std::string cheminSession() const { return "/org/freedesktop/login1/session/" + session; }
+    void elire(const std::string& id) {
+        definir(cheminUtilisateur(), "org.freedesktop.login1.User", "Display", "(so)", id.c_str(),
+                cheminSession(id).c_str());
+    }
+    static std::string cheminSession(const std::string& id) {
+        return "/org/freedesktop/login1/session/" + id;
+    }
+    std::string cheminSession() const { return cheminSession(session); }
+    static std::string cheminUtilisateur() {
+        return "/org/freedesktop/login1/user/" + std::to_string(getuid());
+    }
 
     // A call on the bus; `mock` calls a mock's control interface, `definir` sets a property of
     // logind's mock, which announces it with PropertiesChanged.
@@ -97,7 +108,6 @@ protected:
     std::unique_ptr<test::Processus> daemon;
     std::vector<std::unique_ptr<test::Processus>> mocks;
     std::string session = "c7";
-    bool dansUneSession = false;
     sd_bus* controle = nullptr;
     BoucleQt boucle;
 };
@@ -151,16 +161,7 @@ TEST_F(SessionDBus, SansLogindOuSansBusToutEstAbsent) {
         EXPECT_EQ(logind.verrouille(), std::nullopt);
     }
 
-    // Outside any session, the user's display session is followed.
     lancerLogind();
-    if (dansUneSession) GTEST_SKIP() << "the test runs in a session of its own";
-    unsetenv("XDG_SESSION_ID");
-    // The template's own GetUser adds a number to a string.
-    mock(login1, "/org/freedesktop/login1", "AddMethod", "sssss", "org.freedesktop.login1.Manager",
-         "GetUser", "u", "o", "ret = '/org/freedesktop/login1/user/%d' % args[0]");
-    definir("/org/freedesktop/login1/user/" + std::to_string(getuid()),
-            "org.freedesktop.login1.User", "Display", "(so)", session.c_str(),
-            cheminSession().c_str());
     Logind logind(systeme);
     ASSERT_TRUE(attendreQue([&] { return logind.actif() == true; }));
 
@@ -226,4 +227,31 @@ TEST_F(SessionDBus, LeMoniteurDeGnomeDonneLInactiviteQuandIlEstLa) {
     // answer, even though nothing wakes the loop but its deadline.
     repondre("import time; time.sleep(5); ret = 0");
     ASSERT_TRUE(attendreQue([&] { return !moniteur.secondesInactivite(); }, 5s));
+}
+
+// The child sets every variable of the agent's environment (systemctl --user set-environment,
+// then a restart): pointing it at a console session nobody uses would stop the counting, and
+// "x11" on Wayland would read XWayland's idle time, which grows while the child plays.
+TEST_F(SessionDBus, LaSessionEtSonTypeSontCeuxDuBureauQueLogindEliraitPasCeuxDeLEnvironnement) {
+    lancerLogind();
+    definir(cheminSession(), interfaceSession, "Type", "s", "wayland");
+    mock(login1, "/org/freedesktop/login1", "AddSession", "ssusb", "c9", "seat0",
+         static_cast<std::uint32_t>(getuid()), "enfant", 0);
+    definir(cheminSession("c9"), interfaceSession, "Type", "s", "tty");
+    elire(session);
+    test::Variable id("XDG_SESSION_ID", "c9"), type("XDG_SESSION_TYPE", "x11");
+
+    BusSd systeme(boucle, TypeBus::systeme);
+    BusSd sessionBus(boucle, TypeBus::session);
+    SessionLinux sessionLinux(boucle, systeme, sessionBus, nullptr);
+    Logind logind(systeme);
+    ASSERT_TRUE(attendreQue([&] { return logind.pret() && sessionLinux.sessionActive(); }));
+    EXPECT_EQ(logind.actif(), true);
+    EXPECT_EQ(logind.type(), "wayland");
+    EXPECT_EQ(sessionLinux.typeSession(), "wayland");
+
+    // logind elects another display session: it is followed.
+    elire("c9");
+    ASSERT_TRUE(attendreQue([&] { return logind.type() == "tty"; }));
+    EXPECT_EQ(logind.actif(), false);
 }

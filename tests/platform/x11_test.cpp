@@ -3,6 +3,7 @@
 // claim whatever pid and class each case needs.
 #include "platform/linux/bureau_x11.h"
 #include "platform/linux/ecran_x11.h"
+#include "platform/linux/index_entrees.h"
 #include "platform/qt/boucle_qt.h"
 #include "support/application_qt.h"
 #include "support/dossier_temporaire.h"
@@ -13,7 +14,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <pwd.h>
 #include <thread>
+#include <unistd.h>
 // X11 last: its macros break the headers above.
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -118,50 +121,55 @@ protected:
     std::string nom;
     Display* client = nullptr;
     std::shared_ptr<AffichageX11> affichage;
+    // The process of every window the test draws, whatever pid a window claims.
+    const std::int64_t moi = getpid();
 };
 
 TEST_F(X11, LePremierPlanSonObservateurEtMasquerSuiventLesFenetres) {
     BureauX11 bureau(affichage, resoudre);
     EXPECT_TRUE(bureau.premierPlanObservable());
-    EXPECT_FALSE(BureauX11(affichage, resoudre, false).premierPlanObservable());
+    EXPECT_FALSE(BureauX11(affichage, resoudre, [] { return false; }).premierPlanObservable());
     const Window jeu1 = fenetre(4001, "Jeu"), jeu2 = fenetre(4001, "Jeu");
     const Window autre = fenetre(4002, "Inconnue"), memePid = fenetre(4001, "Autre");
-    fenetre(4003, "Jeu");
+    const Window encoreJeu = fenetre(4003, "Jeu");
     ASSERT_TRUE(activer(jeu2));
-    EXPECT_EQ(bureau.applicationAuPremierPlan(), jeu(4001));
+    EXPECT_EQ(bureau.applicationAuPremierPlan(), jeu(moi));
     std::vector<Application> vues;
     auto observation = bureau.observerActivation([&](const Application& a) { vues.push_back(a); });
 
     ASSERT_TRUE(activer(autre));
     ASSERT_TRUE(attendreQue([&] { return vues.size() == 1; }));
-    EXPECT_EQ(bureau.applicationAuPremierPlan(), (Application{{}, {}, "Inconnue", 4002}));
+    EXPECT_EQ(bureau.applicationAuPremierPlan(), (Application{{}, {}, "Inconnue", moi}));
     // The change reaches our connection while the loop does not run, and a call's round trips
     // pull it into Xlib's queue, after which the descriptor is quiet.
     activer(jeu1, false);
     std::this_thread::sleep_for(200ms);
-    EXPECT_EQ(bureau.applicationsOuvertes().size(), 4u);
+    EXPECT_EQ(bureau.applicationsOuvertes().size(), 3u) << "the pids the windows claim count not";
     EXPECT_TRUE(attendreQue([&] { return vues.size() == 2; }));
     ASSERT_TRUE(activer(jeu2));
     attendreQue([] { return false; }, 200ms);
-    EXPECT_EQ(vues, (std::vector{Application{{}, {}, "Inconnue", 4002}, jeu(4001)}));
+    EXPECT_EQ(vues, (std::vector{Application{{}, {}, "Inconnue", moi}, jeu(moi)}));
 
     // The front window changing its hints is seen without a change of focus; a handle gone
     // hears nothing more.
     observation.reset();
     ASSERT_TRUE(activer(autre));
-    fixer(autre, "WM_CLASS", XA_STRING, 8, "Jeu\0Jeu", 8);
-    EXPECT_TRUE(attendreQue([&] { return bureau.applicationAuPremierPlan() == jeu(4002); }));
+    fixer(autre, "WM_CLASS", XA_STRING, 8, "Autre\0Autre", 12);
+    EXPECT_TRUE(attendreQue([&] {
+        return bureau.applicationAuPremierPlan() == Application{{}, {}, "Autre", moi};
+    }));
     EXPECT_EQ(vues.size(), 2u);
     EXPECT_EQ(bureau.applicationsOuvertes(),
-              (std::vector{jeu(4001), jeu(4002), Application{{}, {}, "Autre", 4001}, jeu(4003)}));
+              (std::vector{jeu(moi), Application{{}, {}, "Autre", moi}}));
 
     // Hiding iconifies every window of the application and nothing else (WM_STATE starts
     // with the state, 3 for iconic).
-    bureau.masquer(jeu(4001));
+    bureau.masquer(jeu(moi));
     auto etat = [&](Window w) { return mots(w, "WM_STATE").size() ? mots(w, "WM_STATE")[0] : -1; };
     EXPECT_TRUE(attendreQue([&] { return etat(jeu1) == 3L && etat(jeu2) == 3L; }));
     EXPECT_NE(etat(memePid), 3L);
     EXPECT_NE(etat(autre), 3L);
+    EXPECT_EQ(etat(encoreJeu), 3L);
 }
 
 TEST_F(X11, LesProprietesHostilesNeCassentRien) {
@@ -176,12 +184,12 @@ TEST_F(X11, LesProprietesHostilesNeCassentRien) {
         int n;
         Application attendue;
     } cas[] = {
-        {"WM_CLASS", XA_STRING, 8, enorme.data(), int(enorme.size()), {{}, {}, "", 4001}},
-        {"WM_CLASS", XA_STRING, 8, texteSale.data(), int(texteSale.size()), {{}, {}, "", 4001}},
-        {"WM_CLASS", XA_ATOM, 32, &pidGeant, 1, {{}, {}, "", 4001}},
-        {"_NET_WM_PID", XA_STRING, 8, "4001", 4, jeu(0)},
-        {"_NET_WM_PID", XA_CARDINAL, 16, &pidCourt, 1, jeu(0)},
-        {"_NET_WM_PID", XA_CARDINAL, 32, &pidGeant, 1, jeu(0)},
+        {"WM_CLASS", XA_STRING, 8, enorme.data(), int(enorme.size()), {{}, {}, "", moi}},
+        {"WM_CLASS", XA_STRING, 8, texteSale.data(), int(texteSale.size()), {{}, {}, "", moi}},
+        {"WM_CLASS", XA_ATOM, 32, &pidGeant, 1, {{}, {}, "", moi}},
+        {"_NET_WM_PID", XA_STRING, 8, "4001", 4, jeu(moi)},
+        {"_NET_WM_PID", XA_CARDINAL, 16, &pidCourt, 1, jeu(moi)},
+        {"_NET_WM_PID", XA_CARDINAL, 32, &pidGeant, 1, jeu(moi)},
     };
     for (const auto& c : cas) {
         BureauX11 bureau(affichage, resoudre);
@@ -200,7 +208,7 @@ TEST_F(X11, LesProprietesHostilesNeCassentRien) {
         if (disparue) XDestroyWindow(client, disparue), XSync(client, False), disparue = 0;
         return resoudre(indices);
     });
-    EXPECT_EQ(bureau.applicationsOuvertes(), std::vector{jeu(4001)});
+    EXPECT_EQ(bureau.applicationsOuvertes(), std::vector{jeu(moi)});
     // Once the manager has seen it go, it writes the root's properties no more.
     attendreQue([&] { return mots(racine(), "_NET_CLIENT_LIST").size() == 1; });
     attendreQue([] { return false; }, 200ms);
@@ -232,7 +240,7 @@ TEST_F(X11, LAgentSurvitALaPerteDuServeurEtSansServeur) {
     BureauX11 bureau(affichage, resoudre);
     EcranX11 ecran(affichage);
     ASSERT_TRUE(activer(fenetre(4001, "Jeu")));
-    ASSERT_EQ(bureau.applicationAuPremierPlan(), jeu(4001));
+    ASSERT_EQ(bureau.applicationAuPremierPlan(), jeu(moi));
     int appels = 0;
     auto observation = bureau.observerActivation([&](const Application&) { ++appels; });
     XCloseDisplay(client);
@@ -277,9 +285,51 @@ TEST_F(X11, TaviActiviteDitLApplicationAuPremierPlanEtLInactivite) {
                                    {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nulle/part"}});
     ASSERT_EQ(s.statut, 0) << s.err;
     const auto etat = nlohmann::json::parse(s.out);
-    EXPECT_EQ(etat["appli"]["nom"], "Jeu") << s.out;
-    EXPECT_EQ(etat["appli"]["pid"], 4001);
+    // Named by its process, the test itself, not by the class it claims.
+    EXPECT_EQ(etat["appli"]["nom"], "tests_x11") << s.out;
+    EXPECT_EQ(etat["appli"]["pid"], moi) << "the client's process, not the pid it claims";
     EXPECT_TRUE(etat["inactivite_s"].is_number());
     EXPECT_EQ(etat["inobservable"], nlohmann::json({"ecran_verrouille", "sur_console",
                                                     "session_active", "affichage_retenu"}));
+}
+
+// `xdotool set_window --class Thunar` on a game: the child's copy of a program, named after a
+// file manager that is never napped, and the system's own program, both run by a real second
+// user, both windows claiming to be Thunar and another process.
+TEST_F(X11, UnProgrammeDeLEnfantNePrendJamaisLeNomDUnProgrammeDuSysteme) {
+    if (geteuid() != 0) GTEST_SKIP() << "running a program as another user needs root";
+    if (access("/usr/bin/xlogo", X_OK) != 0 || access("/usr/bin/setpriv", X_OK) != 0)
+        GTEST_SKIP() << "xlogo (x11-apps) or setpriv (util-linux) is not installed";
+    if (std::system("id tavienfant > /dev/null 2>&1 || useradd -m tavienfant") != 0)
+        GTEST_SKIP() << "no user tavienfant and useradd failed";
+    const passwd* enfant = getpwnam("tavienfant");
+    ASSERT_TRUE(enfant && enfant->pw_dir);
+    const std::filesystem::path copie = std::filesystem::path(enfant->pw_dir) / "thunar";
+    std::filesystem::copy_file("/usr/bin/xlogo", copie,
+                               std::filesystem::copy_options::overwrite_existing);
+    ASSERT_EQ(chown(copie.c_str(), enfant->pw_uid, enfant->pw_gid), 0);
+    auto enTantQuEnfant = [&](const std::string& programme) {
+        return std::make_unique<test::Processus>(
+            std::vector<std::string>{"/usr/bin/setpriv", "--reuid=tavienfant", "--regid=tavienfant",
+                                     "--init-groups", "--", programme},
+            std::map<std::string, std::string>{{"DISPLAY", nom}});
+    };
+    const auto leJeu = enTantQuEnfant(copie.string());
+    const auto leSysteme = enTantQuEnfant("/usr/bin/xlogo");
+    ASSERT_TRUE(attendreQue([&] { return mots(racine(), "_NET_CLIENT_LIST").size() == 2; }, 10s));
+    const long faux = 1;
+    for (const long w : mots(racine(), "_NET_CLIENT_LIST")) {
+        fixer(w, "WM_CLASS", XA_STRING, 8, "thunar\0Thunar", 14);
+        fixer(w, "_NET_WM_PID", XA_CARDINAL, 32, &faux, 1);
+    }
+
+    const auto index = IndexEntrees::charger(EnvironnementXdg::duProcessus());
+    BureauX11 bureau(affichage, [&](const IndicesFenetre& i) { return index->identifier(i); });
+    const Application jeu{copie.string(), std::nullopt, "thunar", leJeu->pid()};
+    const Application systeme{"xlogo", std::nullopt, "xlogo", leSysteme->pid()};
+    const auto ouvertes = bureau.applicationsOuvertes();
+    EXPECT_EQ(ouvertes.size(), 2u);
+    EXPECT_EQ(std::ranges::count(ouvertes, jeu), 1);
+    EXPECT_EQ(std::ranges::count(ouvertes, systeme), 1);
+    std::filesystem::remove(copie);
 }

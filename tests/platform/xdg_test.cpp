@@ -3,9 +3,12 @@
 #include "platform/linux/index_entrees.h"
 #include "rules/programme.h"
 #include "support/dossier_temporaire.h"
+#include "support/processus.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace tavi;
 using test::ecrireFichier;
@@ -29,6 +32,11 @@ struct ArbreXdg {
         environnement.chemins = "bin:" + (dossier / "bin").string();
         environnement.locale = "fr_FR.UTF-8";
         environnement.racineProc = dossier / "proc";
+        // The test's folder stands for the system's files; the user's folder, which others
+        // than the system may write, for the child's home.
+        environnement.confiance = {dossier.chemin(), getuid()};
+        fs::create_directories(dossier / "maison");
+        fs::permissions(dossier / "maison", fs::perms::group_write, fs::perm_options::add);
     }
     void utilisateur(const std::string& id, const std::string& texte) {
         ecrireFichier(dossier / "maison/.local/share/applications" / id, texte);
@@ -94,18 +102,21 @@ TEST(EnvironnementXdg, PrendLesDossiersAbsolusDansLOrdreEtLesDefautsSinon) {
     EXPECT_EQ(env.dossiersDonnees().front(), "/x");
 }
 
-TEST(IndexEntrees, LeDossierDeLUtilisateurLEmporteEtLeMenuSuitLesClesDeVisibilite) {
+// The child renames a game "Calculatrice", moves it to Education or hides it with an entry of
+// the same id in their own folder, which the search order puts first.
+TEST(IndexEntrees, LeSystemeLEmporteSurLUtilisateurEtLeMenuSuitLesClesDeVisibilite) {
     ArbreXdg arbre;
     const auto essai = arbre.dossier / "bin/essai";
     ecrireFichier(essai, "");
     fs::permissions(essai, fs::perms::owner_all);
-    arbre.utilisateur("jeu.desktop", entree("Name=Jeu perso\n"));
+    arbre.utilisateur("jeu.desktop", entree("Name=Calculatrice\nCategories=Education;\n"));
     arbre.utilisateur("efface.desktop", entree("Hidden=true\n"));
+    arbre.utilisateur("perso.desktop", entree("Name=Perso\nCategories=Education;\n"));
     ecrireFichier(arbre.dossier / "sys1/applications/premier.desktop", entree("Name=Premier\n"));
     // Files of the last system folder: {file, text, "absent", "caché" or the menu's name}.
     const std::tuple<std::string, std::string, std::string> cas[] = {
-        {"jeu.desktop", entree("Name=Jeu systeme\n"), "Jeu perso"},
-        {"efface.desktop", entree("Name=Efface\n"), "absent"},
+        {"jeu.desktop", entree("Name=Jeu\nCategories=Game;\n"), "Jeu"},
+        {"efface.desktop", entree("Name=Efface\n"), "Efface"},
         {"premier.desktop", entree("Name=Second\n"), "Premier"},
         {"cache.desktop", entree("NoDisplay=true\n"), "caché"},
         {"kde-seul.desktop", entree("OnlyShowIn=KDE;XFCE;\n"), "caché"},
@@ -130,23 +141,40 @@ TEST(IndexEntrees, LeDossierDeLUtilisateurLEmporteEtLeMenuSuitLesClesDeVisibilit
         EXPECT_EQ(e->visible ? e->entree.nom : "caché", attendu) << fichier;
     }
     EXPECT_EQ(index->parIdentifiant("jeu")->fichier,
-              arbre.dossier / "maison/.local/share/applications/jeu.desktop");
+              arbre.dossier / "sys2/applications/jeu.desktop");
+    // The child's own entry is listed, but declares no category the rules believe.
+    ASSERT_TRUE(index->parIdentifiant("perso"));
+    CategoriesXdg categories(index);
+    EXPECT_EQ(categories.categorie({"jeu", std::nullopt, "", 1}), "public.app-category.games");
+    EXPECT_EQ(categories.categorie({"perso", std::nullopt, "", 1}), std::nullopt);
 }
 
+// The child fills the folders they control, searched first, to use up the reading before the
+// system's entries.
 TEST(IndexEntrees, UnDossierHostileNeBloquePasNiNeDebordeLaLecture) {
     ArbreXdg arbre;
-    const auto dossier = arbre.dossier / "sys2/applications";
+    arbre.environnement.donnees = (arbre.dossier / "a1").string() + ":" +
+                                  (arbre.dossier / "a2").string() + ":" +
+                                  arbre.environnement.donnees;
+    const auto dossier = arbre.dossier / "maison/.local/share/applications";
     fs::create_directories(dossier / "a/b/c/d");
     ASSERT_EQ(mkfifo((dossier / "tube.desktop").c_str(), 0600), 0);
     ecrireFichier(dossier / "a/b/c/d/profond.desktop", entree(""));
     ecrireFichier(dossier / "gros.desktop", entree(std::string(tailleMaxEntree, '#')));
-    for (std::size_t i = 0; i < IndexEntrees::fichiersMaxParDossier + 10; ++i)
-        ecrireFichier(dossier / ("e" + std::to_string(i) + ".desktop"), entree(""));
+    for (const auto& [dans, prefixe] : {std::pair{dossier, "e"},
+                                        {arbre.dossier / "a1/applications", "f"},
+                                        {arbre.dossier / "a2/applications", "g"}}) {
+        for (std::size_t i = 0; i < IndexEntrees::fichiersMaxParDossier + 10; ++i)
+            ecrireFichier(dans / (prefixe + std::to_string(i) + ".desktop"), entree(""));
+        fs::permissions(dans.parent_path(), fs::perms::group_write, fs::perm_options::add);
+    }
+    arbre.systeme("jeu.desktop", entree("Name=Jeu\n"));
     const auto index = arbre.index();
     EXPECT_EQ(index->parIdentifiant("a-b-c-d-profond"), nullptr);
     EXPECT_EQ(index->parIdentifiant("gros"), nullptr);
-    EXPECT_LT(index->entrees().size(), IndexEntrees::fichiersMaxParDossier);
-    EXPECT_GT(index->entrees().size(), IndexEntrees::fichiersMaxParDossier - 10);
+    EXPECT_TRUE(index->parIdentifiant("jeu"));
+    EXPECT_LE(index->entrees().size(), IndexEntrees::entreesMax);
+    EXPECT_GT(index->entrees().size(), IndexEntrees::fichiersMaxParDossier + 10);
 }
 
 TEST(CategoriesXdg, LesEntreesReellesTombentDansLeursFamilles) {
@@ -204,74 +232,103 @@ TEST(ApplicationsXdg, ListeLeMenuJusquAuPlafondLesNavigateursMemeCachesEtLeursCa
     EXPECT_EQ(categories.categorie({"inconnu", std::nullopt, "", 1}), std::nullopt);
 }
 
-TEST(IndexEntrees, NommeLaFenetreDuPlusSurDesIndicesAuPlusFaible) {
+// The window's class, GTK id and the process's cgroup are the child's to write; the program a
+// process runs, only where the system put it.
+TEST(IndexEntrees, NommeLeProcessusParCeQueLeSystemeAEcritJamaisParSesPropresMots) {
     ArbreXdg arbre;
+    const auto& d = arbre.dossier;
     arbre.systeme("org.mozilla.firefox.desktop", entree("Name=Firefox\nName[fr]=Firefox fr\n"));
-    arbre.systeme("firefox_firefox.desktop", entree("Name=Firefox snap\n"));
-    arbre.systeme("org.gnome.Nautilus.desktop", entree("Name=Fichiers\n"));
-    arbre.systeme("jeu-video.desktop", entree("Name=Jeu\nStartupWMClass=JeuVideo\n"));
-    arbre.systeme("firefox-esr.desktop", entree("Name=ESR\nExec=firefox-esr %u\n"));
-    arbre.systeme("outil.desktop", entree("Name=Outil\nExec=env A=1 /opt/outil/outil-gui %U\n"));
-    arbre.systeme("python3.11.desktop",
-                  entree("Name=Python\nExec=/usr/bin/python3.11\nNoDisplay=true\n"));
+    arbre.systeme("org.gnome.Nautilus.desktop",
+                  entree("Name=Fichiers\nExec=nautilus --new-window\n"));
+    arbre.systeme("jeu-video.desktop", entree("Name=Jeu\nExec=jeu\nStartupWMClass=JeuVideo\n"));
+    arbre.systeme("outil.desktop", entree("Name=Outil\nExec=env A=1 /opt/outil-gui %U\n"));
     arbre.systeme("script.desktop",
-                  entree("Name=Script\nExec=python3 /usr/share/script/monscript.py\n"));
-    arbre.systeme("flatpak-lance.desktop",
-                  entree("Name=Y\nExec=/usr/bin/flatpak run org.x.Y\nX-Flatpak=org.x.Y\n"));
-    // Two entries for one class: the one a menu lists names the window.
-    arbre.systeme("a-cache.desktop", entree("NoDisplay=true\nStartupWMClass=Double\n"));
-    arbre.systeme("b-liste.desktop", entree("Name=B\nStartupWMClass=Double\n"));
-    const auto proc = arbre.dossier / "proc";
+                  entree("Name=Script\nExec=python3 " + (d / "usr/monscript.py").string() + "\n"));
+    for (const char* programme :
+         {"usr/nautilus", "usr/outil-gui", "usr/python3.11", "usr/monscript.py", "maison/nautilus"})
+        ecrireFichier(d / programme, "");
+    const auto proc = d / "proc";
+    auto processus = [&](int pid, const fs::path& exe, const std::string& ligne = "") {
+        fs::create_directories(proc / std::to_string(pid));
+        fs::create_symlink(exe, proc / std::to_string(pid) / "exe");
+        if (!ligne.empty()) ecrireFichier(proc / std::to_string(pid) / "cmdline", ligne);
+    };
     ecrireFichier(proc / "100/root/.flatpak-info", "[Application]\nname=org.mozilla.firefox\n");
-    ecrireFichier(proc / "101/cgroup",
-                  "0::/user.slice/app.slice/app-flatpak-org.mozilla.firefox-42.scope\n");
-    ecrireFichier(proc / "102/cgroup",
-                  "1:name=systemd:/\n0::/app.slice/snap.firefox.firefox-2d1c7e4f-aa.scope\n");
-    ecrireFichier(proc / "109/cgroup", "0::/app.slice/app-flatpak-org.x.Y-3.scope\n");
-    ecrireFichier(proc / "103/cgroup", "0::/app.slice/app-flatpak-org.inconnu.App-7.scope\n");
-    fs::create_directories(proc / "104");
-    fs::create_symlink("/opt/outil/outil-gui (deleted)", proc / "104/exe");
-    fs::create_directories(proc / "105");
-    fs::create_symlink("/usr/bin/python3.11", proc / "105/exe");
-    ecrireFichier(proc / "105/cmdline",
-                  std::string("python3\0/usr/share/script/monscript.py\0", 40));
-    fs::create_directories(proc / "106");
-    fs::create_symlink("/usr/bin/python3.11", proc / "106/exe");
-    ecrireFichier(proc / "106/cmdline", std::string("python3\0-u\0/home/zoe/autre.py\0", 31));
-    ecrireFichier(proc / "107/cmdline", std::string("/usr/bin/bwrap\0--args\0", 22));
-    fs::create_directories(proc / "108");
-    fs::create_symlink("/usr/bin/flatpak", proc / "108/exe");
-    // Never read: a window's pid is checked before it names a /proc folder.
-    ecrireFichier(proc / "-5/cgroup", "0::/app-flatpak-org.mozilla.firefox-1.scope\n");
+    ecrireFichier(proc / "101/root/.flatpak-info", "[Application]\nname=org.mozilla.firefox\n");
+    fs::permissions(proc / "101/root", fs::perms::others_write, fs::perm_options::add);
+    processus(101, d / "maison/nautilus");
+    ecrireFichier(proc / "102/cgroup", "0::/app.slice/app-flatpak-org.mozilla.firefox-42.scope\n");
+    processus(102, d / "maison/nautilus");
+    processus(103, d / "usr/nautilus");
+    processus(104, d / "usr/outil-gui");
+    processus(105, (d / "usr/outil-gui").string() + " (deleted)");
+    processus(108, d / "usr/python3.11",
+              std::string("python3\0-u\0", 11) + (d / "usr/monscript.py").string());
+    processus(109, d / "usr/python3.11", std::string("python3\0jeu.py\0", 15));
     const auto index = arbre.index();
+    const std::string maison = (d / "maison/nautilus").string();
 
-    const std::pair<IndicesFenetre, const char*> cas[] = {
+    const std::pair<IndicesFenetre, std::string> cas[] = {
         // "id|name", empty: no identity
-        {{100, "Navigator", "firefox", ""}, "org.mozilla.firefox|Firefox fr"},
-        {{101, "", "", ""}, "org.mozilla.firefox|Firefox fr"},
-        {{102, "", "", ""}, "firefox_firefox|Firefox snap"},
-        {{103, "", "App", ""}, "org.inconnu.App|App"},
-        {{109, "", "", ""}, "flatpak-lance|Y"},
-        {{9999, "", "", "org.gnome.Nautilus"}, "org.gnome.Nautilus|Fichiers"},
-        {{0, "jeu", "JeuVideo", ""}, "jeu-video|Jeu"},
-        {{0, "JeuVideo", "x", ""}, "jeu-video|Jeu"},
-        {{0, "Navigator", "Firefox-esr", ""}, "firefox-esr|ESR"},
-        {{104, "", "", ""}, "outil|Outil"},
-        {{105, "", "", ""}, "script|Script"},
-        {{106, "autre.py", "Autre.py", ""}, "autre.py|Autre.py"},
-        {{0, "", "Double", ""}, "b-liste|B"},
-        {{107, "", "", ""}, ""},
-        {{108, "", "", ""}, ""},
-        {{-5, "", "Zèbre", "faux"}, "zèbre|Zèbre"},
-        {{0, "", "", ""}, ""},
-        {{0, "", "bad\x1b[2J", ""}, ""},
+        {{100, "", "", ""}, "org.mozilla.firefox|Firefox fr"},
+        {{101, "nautilus", "Nautilus", "org.gnome.Nautilus"}, maison + "|nautilus"},
+        {{102, "", "", ""}, maison + "|nautilus"},
+        {{103, "", "x", ""}, "org.gnome.Nautilus|Fichiers"},
+        {{104, "", "JeuVideo", ""}, "outil|Outil"},
+        {{105, "", "", ""}, (d / "usr/outil-gui").string() + "|outil-gui"},
+        {{108, "", "", ""}, "script|Script"},
+        {{109, "", "", ""}, (d / "usr/python3.11").string() + " jeu.py|jeu.py"},
+        {{0, "", "Nautilus", ""}, ""},
     };
     for (const auto& [indices, attendu] : cas) {
         const auto identite = index->identifier(indices);
         EXPECT_EQ(identite ? identite->identifiant + "|" + identite->nom : "", attendu)
             << indices.pid;
     }
-    EXPECT_EQ(index->identifier({101, "", "", ""})->emplacement,
-              (arbre.dossier / "sys2/applications/org.mozilla.firefox.desktop").string());
-    EXPECT_EQ(index->identifier({0, "", "Inconnu", ""})->emplacement, std::nullopt);
+    EXPECT_EQ(index->identifier({103, "", "", ""})->emplacement,
+              (d / "sys2/applications/org.gnome.Nautilus.desktop").string());
+}
+
+// A real sandbox: the system's installation of org.x.Jeu runs from /app, and a program of the
+// child's, run the same way, claims to be it.
+TEST(IndexEntrees, UnFlatpakEstCeluiDontLInstallationDuSystemeTientLeProgramme) {
+    if (access("/usr/bin/bwrap", X_OK) != 0 || access("/usr/bin/sleep", X_OK) != 0)
+        GTEST_SKIP() << "bwrap (package bubblewrap) is not installed";
+    ArbreXdg arbre;
+    const auto& d = arbre.dossier;
+    arbre.environnement.racineProc = "/proc";
+    arbre.environnement.installationFlatpak = d / "flatpak";
+    arbre.systeme("org.x.Jeu.desktop", entree("Name=Jeu\n"));
+    const auto deploiement = d / "flatpak/app/org.x.Jeu/x86_64/stable";
+    fs::create_directories(deploiement / "abc/files/bin");
+    fs::create_symlink("x86_64/stable", d / "flatpak/app/org.x.Jeu/current");
+    fs::create_symlink("abc", deploiement / "active");
+    fs::create_directories(d / "maison/bin");
+    for (const auto& dossier : {deploiement / "abc/files", d / "maison"})
+        fs::copy_file("/usr/bin/sleep", dossier / "bin/jeu");
+    ecrireFichier(d / "maison/info", "[Application]\nname=org.x.Jeu\n");
+    const auto index = arbre.index();
+    auto lancer = [&](const fs::path& app) {
+        auto sandbox = std::make_unique<test::Processus>(std::vector<std::string>{
+            "/usr/bin/bwrap", "--ro-bind", "/usr", "/usr", "--symlink", "usr/lib", "/lib",
+            "--symlink", "usr/lib64", "/lib64", "--bind", app.string(), "/app", "--ro-bind",
+            (d / "maison/info").string(), "/.flatpak-info", "/app/bin/jeu", "30"});
+        // bwrap stays beside the program it starts.
+        const auto parent = "/proc/" + std::to_string(sandbox->pid());
+        std::int64_t pid = 0;
+        for (int essai = 0; essai < 200; ++essai, usleep(20000)) {
+            std::error_code erreur;
+            std::ifstream enfants(parent + "/task/" + std::to_string(sandbox->pid()) + "/children");
+            if (enfants >> pid &&
+                fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", erreur) == "/app/bin/jeu")
+                break;
+        }
+        if (pid == 0) return std::string("-");
+        const auto identite = index->identifier({pid, "", "org.x.Jeu", "org.x.Jeu"});
+        return identite ? identite->identifiant + "|" + identite->nom : "";
+    };
+    const auto duSysteme = lancer(deploiement / "abc/files");
+    if (duSysteme == "-") GTEST_SKIP() << "bwrap could not make a sandbox here";
+    EXPECT_EQ(duSysteme, "org.x.Jeu|Jeu");
+    EXPECT_EQ(lancer(d / "maison"), "/app/bin/jeu|jeu");
 }

@@ -5,9 +5,9 @@
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <X11/extensions/XRes.h>
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <map>
 #include <set>
 #include <string_view>
@@ -57,12 +57,12 @@ private:
 struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
     std::shared_ptr<AffichageX11> affichage;
     ResolveurAppli resoudre;
-    bool premierPlanPossible = true;
+    std::function<bool()> premierPlanPossible;
     std::unique_ptr<Abonnement> changements;
 
     struct {
-        AffichageX11::Atome fenetreActive = 0, pid = 0, idGtk = 0, utf8 = 0, clients = 0,
-                            verificationWm = 0, pris = 0;
+        AffichageX11::Atome fenetreActive = 0, idGtk = 0, utf8 = 0, clients = 0, verificationWm = 0,
+                            pris = 0;
     } atomes;
 
     // What is known is right until the server reports a change of it.
@@ -94,7 +94,7 @@ struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
                    (c.fenetre == fenetreWm && c.propriete == 0)) {
             wmAJour = false;
         } else if (c.fenetre == active && c.fenetre != 0 &&
-                   (c.propriete == 0 || c.propriete == atomes.pid || c.propriete == XA_WM_CLASS ||
+                   (c.propriete == 0 || c.propriete == XA_WM_CLASS ||
                     c.propriete == atomes.idGtk)) {
             frontAJour = false;
         } else {
@@ -132,7 +132,7 @@ struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
     }
 
     bool observable() {
-        if (!premierPlanPossible || !affichage->connecte()) return false;
+        if ((premierPlanPossible && !premierPlanPossible()) || !affichage->connecte()) return false;
         if (!wmAJour) {
             wmAJour = true;
             wmPresent = false;
@@ -177,13 +177,39 @@ struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
         return indices;
     }
 
+    // The process of the client that made the window, as the X server knows it from its
+    // socket's peer credentials (X-Resource); _NET_WM_PID is what the client claims. 0 for a
+    // client the server cannot tell (a remote one) or a server without the extension.
+    std::int64_t pidClient(Fenetre fenetre) {
+        Display* connexion = affichage->connexion();
+        if (!connexion || !xresPresent(connexion)) return 0;
+        XResClientIdSpec demande{fenetre, XRES_CLIENT_ID_PID_MASK};
+        long nombre = 0;
+        XResClientIdValue* valeurs = nullptr;
+        if (XResQueryClientIds(connexion, 1, &demande, &nombre, &valeurs) != Success) return 0;
+        std::int64_t pid = 0;
+        for (long i = 0; i < nombre; ++i)
+            if (XResGetClientIdType(&valeurs[i]) == XRES_CLIENT_ID_PID)
+                if (const pid_t lu = XResGetClientPid(&valeurs[i]); lu > 0) pid = lu;
+        XResClientIdsDestroy(nombre, valeurs);
+        return pid;
+    }
+
+    std::optional<bool> xres;
+    bool xresPresent(Display* connexion) {
+        if (!xres) {
+            int evenement = 0, erreur = 0, majeure = 0, mineure = 0;
+            // Client ids came with version 1.2.
+            xres = XResQueryExtension(connexion, &evenement, &erreur) &&
+                   XResQueryVersion(connexion, &majeure, &mineure) &&
+                   (majeure > 1 || (majeure == 1 && mineure >= 2));
+        }
+        return *xres;
+    }
+
     std::optional<IndicesFenetre> lireIndices(Fenetre fenetre) {
         IndicesFenetre lus;
-        if (const auto pid = affichage->lireMots(fenetre, atomes.pid, XA_CARDINAL, 1);
-            pid && pid->size() == 1 && pid->front() > 0 &&
-            pid->front() <= static_cast<unsigned long>(std::numeric_limits<std::int32_t>::max())) {
-            lus.pid = static_cast<std::int64_t>(pid->front());
-        }
+        lus.pid = pidClient(fenetre);
         // WM_CLASS holds two texts, each ended by a NUL: the instance, then the class.
         if (const auto classe =
                 affichage->lireOctets(fenetre, XA_WM_CLASS, XA_STRING, 2 * maxTexte + 2)) {
@@ -197,6 +223,14 @@ struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
         }
         if (const auto id = affichage->lireOctets(fenetre, atomes.idGtk, atomes.utf8, maxTexte)) {
             lus.idGtk = texteSur(*id);
+        }
+        // The server answers for the client of any id it could have made, window or not: a
+        // window that sets nothing must still be there.
+        if (lus.classe.empty() && lus.instance.empty() && lus.idGtk.empty()) {
+            XWindowAttributes attributs{};
+            Display* connexion = affichage->connexion();
+            if (!connexion || !XGetWindowAttributes(connexion, fenetre, &attributs))
+                return std::nullopt;
         }
         if (lus == IndicesFenetre{}) return std::nullopt;
         return lus;
@@ -226,17 +260,19 @@ struct BureauX11::Etat : std::enable_shared_from_this<Etat> {
 };
 
 BureauX11::BureauX11(std::shared_ptr<AffichageX11> affichage, ResolveurAppli resoudre,
-                     bool premierPlanPossible)
+                     std::function<bool()> premierPlanPossible)
     : etat(std::make_shared<Etat>()) {
     etat->resoudre = std::move(resoudre);
-    etat->premierPlanPossible = premierPlanPossible;
+    etat->premierPlanPossible = std::move(premierPlanPossible);
     if (!affichage || !affichage->connecte()) return;
     etat->affichage = std::move(affichage);
     auto& a = *etat->affichage;
     AffichageX11::Appel appel(a);
-    etat->atomes = {a.atome("_NET_ACTIVE_WINDOW"),  a.atome("_NET_WM_PID"),
-                    a.atome("_GTK_APPLICATION_ID"), a.atome("UTF8_STRING"),
-                    a.atome("_NET_CLIENT_LIST"),    a.atome("_NET_SUPPORTING_WM_CHECK"),
+    etat->atomes = {a.atome("_NET_ACTIVE_WINDOW"),
+                    a.atome("_GTK_APPLICATION_ID"),
+                    a.atome("UTF8_STRING"),
+                    a.atome("_NET_CLIENT_LIST"),
+                    a.atome("_NET_SUPPORTING_WM_CHECK"),
                     a.atome("_NET_SUPPORTED")};
     etat->changements = a.observer([faible = std::weak_ptr<Etat>(etat)](const ChangementX11& c) {
         if (auto lui = faible.lock()) lui->surChangement(c);

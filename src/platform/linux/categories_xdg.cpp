@@ -112,7 +112,8 @@ std::optional<std::string> CategoriesXdg::categorie(const Application& applicati
     if (application.identifiant) entree = index_->parIdentifiant(*application.identifiant);
     if (!entree && application.emplacement)
         entree = index_->parEmplacement(*application.emplacement);
-    if (!entree) return std::nullopt;
+    // A category the child wrote would let a game pass for schoolwork.
+    if (!entree || !entree->systeme) return std::nullopt;
     return entree->categorie;
 }
 

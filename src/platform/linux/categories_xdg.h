@@ -26,7 +26,7 @@ public:
 
     void remplacer(std::shared_ptr<const IndexEntrees> index);
 
-    // By the application's entry id, else by its entry file.
+    // By the application's entry id, else by its entry file; only a system entry's.
     std::optional<std::string> categorie(const Application& application) const override;
 
 private:

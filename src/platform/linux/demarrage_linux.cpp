@@ -86,10 +86,6 @@ DemarrageLinux DemarrageLinux::duProcessus() {
 
     options.dossierExecution = absolu(variable("XDG_RUNTIME_DIR"));
     options.adresseBus = variable("DBUS_SESSION_BUS_ADDRESS");
-    const auto mode = variable("TAVI_DEMARRAGE");
-    options.mode = mode == "xdg"       ? ModeDemarrage::xdg
-                   : mode == "systemd" ? ModeDemarrage::systemd
-                                       : ModeDemarrage::automatique;
     return DemarrageLinux(std::move(options));
 }
 

@@ -45,13 +45,13 @@ struct OptionsDemarrage {
 // (temporary file and rename), 0644. An executable whose path is not absolute, not UTF-8, or
 // holds a control character or '=' (env would take it for a variable) is not registered.
 //
-// `duProcessus` reads the mode from TAVI_DEMARRAGE: "xdg" keeps the user's service manager out
-// of it entirely (the demo runs so, and leaves the user's units alone), "systemd" insists on
-// the unit; anything else, or nothing, is the automatic choice.
+// `duProcessus` always makes the automatic choice: nothing the session's environment holds picks
+// the form. A program that needs one form only (a test) sets `OptionsDemarrage::mode` itself.
 class DemarrageLinux : public Demarrage {
 public:
     explicit DemarrageLinux(OptionsDemarrage options);
-    // The agent's executable from /proc/self/exe, folders and mode from the environment.
+    // The agent's executable from /proc/self/exe, folders from the environment, the automatic
+    // mode.
     static DemarrageLinux duProcessus();
 
     bool actif() const override;

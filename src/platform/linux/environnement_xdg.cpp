@@ -38,7 +38,8 @@ EnvironnementXdg EnvironnementXdg::duProcessus() {
         environnement.locale = variable(nom);
         if (!environnement.locale.empty()) break;
     }
-    environnement.dossiersExportes = {"/var/lib/flatpak/exports/share", "/var/lib/snapd/desktop"};
+    environnement.dossiersExportes = {"/usr/local/share", "/usr/share",
+                                      "/var/lib/flatpak/exports/share", "/var/lib/snapd/desktop"};
     return environnement;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/linux/confiance_fichiers.h"
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -16,11 +18,17 @@ struct EnvironnementXdg {
     std::string chemins;       // $PATH
     std::string locale;        // the first set of $LC_ALL, $LC_MESSAGES, $LANG
     std::filesystem::path racineProc = "/proc";
-    // Folders the package systems export entries to, searched after the XDG ones.
+    // Folders the system and its package systems put entries in, searched after the XDG ones
+    // whatever $XDG_DATA_DIRS says: the child could leave the system's own out of it.
     std::vector<std::filesystem::path> dossiersExportes;
+    // The system's Flatpak installation, whose applications run from their sandbox's /app.
+    std::filesystem::path installationFlatpak = "/var/lib/flatpak";
+    // Which entries and programs the system wrote.
+    ConfianceFichiers confiance;
     friend bool operator==(const EnvironnementXdg&, const EnvironnementXdg&) = default;
 
-    // This process's environment, with the Flatpak and Snap export folders of the system.
+    // This process's environment, with the system's data folders and its Flatpak and Snap
+    // export folders.
     static EnvironnementXdg duProcessus();
 
     // The data folders, best first: $XDG_DATA_HOME (else ~/.local/share), each of

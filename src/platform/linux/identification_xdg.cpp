@@ -86,29 +86,20 @@ bool identifiantFlatpak(std::string_view id) {
            });
 }
 
-// The last element of each cgroup path of /proc/PID/cgroup ("app-flatpak-ID-N.scope").
-std::vector<std::string> unitesCgroup(std::string_view texte) {
-    std::vector<std::string> unites;
-    while (!texte.empty()) {
-        const auto fin = texte.find('\n');
-        const auto ligne = texte.substr(0, fin);
-        texte = fin == std::string_view::npos ? std::string_view{} : texte.substr(fin + 1);
-        const auto barre = ligne.rfind('/');
-        if (barre != std::string_view::npos) unites.emplace_back(ligne.substr(barre + 1));
-    }
-    return unites;
+// The application a Flatpak sandbox's info names, whoever wrote it.
+std::optional<std::string> flatpakDeclare(const fs::path& info) {
+    const auto texte = lireFichierBorne(info, tailleMaxProc);
+    if (!texte) return std::nullopt;
+    const auto application = lireGroupe(*texte, "Application");
+    const auto it = application.find("name");
+    if (it == application.end() || !identifiantFlatpak(it->second)) return std::nullopt;
+    return it->second;
 }
 
-std::optional<std::string> flatpakDuCgroup(const std::vector<std::string>& unites) {
-    constexpr std::string_view prefixe = "app-flatpak-";
-    for (const auto& unite : unites) {
-        if (!unite.starts_with(prefixe) || !unite.ends_with(".scope")) continue;
-        auto milieu = sansSuffixe(unite.substr(prefixe.size()), ".scope");
-        const auto tiret = milieu.rfind('-');
-        if (tiret == std::string::npos) continue;
-        milieu.resize(tiret);
-        if (identifiantFlatpak(milieu)) return milieu;
-    }
+// The script an interpreter's command line runs: its first argument that is no option.
+std::optional<std::string> scriptLance(const std::vector<std::string>& arguments) {
+    for (std::size_t i = 1; i < arguments.size(); ++i)
+        if (!arguments[i].empty() && !arguments[i].starts_with('-')) return arguments[i];
     return std::nullopt;
 }
 
@@ -130,27 +121,6 @@ std::optional<std::string> programmeLance(const std::vector<std::string>& argume
     return std::nullopt;
 }
 
-// A Snap runs in "snap.NAME.APP-UUID.scope" (older snapd: "snap.NAME.APP.scope") and exports
-// its entry as "NAME_APP"; application names may hold dashes, so the suffix is cut a dash at a
-// time until an entry answers.
-const EntreeIndexee* IndexEntrees::snapDuCgroup(const std::vector<std::string>& unites) const {
-    for (const auto& unite : unites) {
-        if (!unite.starts_with("snap.")) continue;
-        auto reste = sansSuffixe(sansSuffixe(unite.substr(5), ".scope"), ".service");
-        const auto point = reste.find('.');
-        if (point == std::string::npos || point == 0) continue;
-        const auto nom = reste.substr(0, point);
-        auto application = reste.substr(point + 1);
-        for (int coupe = 0; coupe < 8 && !application.empty(); ++coupe) {
-            if (const auto* entree = parIdentifiant(nom + "_" + application)) return entree;
-            const auto tiret = application.rfind('-');
-            if (tiret == std::string::npos) break;
-            application.resize(tiret);
-        }
-    }
-    return nullptr;
-}
-
 std::optional<IdentiteAppli> IndexEntrees::identite(const EntreeIndexee* entree) const {
     if (!entree) return std::nullopt;
     return IdentiteAppli{entree->identifiant,
@@ -158,58 +128,77 @@ std::optional<IdentiteAppli> IndexEntrees::identite(const EntreeIndexee* entree)
                          entree->fichier.string()};
 }
 
+// The system entry running `programme`: the one the window's hints point to when it runs that
+// very program (LibreOffice's Writer and Calc are one program), else the one the program names.
+const EntreeIndexee* IndexEntrees::parProgramme(const std::string& programme,
+                                                const IndicesFenetre& indices) const {
+    auto lance = [&](const EntreeIndexee* e) {
+        return e && e->systeme && programmeLance(argumentsExec(e->entree.exec)) == programme;
+    };
+    std::vector<const EntreeIndexee*> indiques;
+    if (indiceUtilisable(indices.idGtk)) indiques.push_back(parIdentifiant(indices.idGtk));
+    for (const auto* indice : {&indices.classe, &indices.instance}) {
+        if (!indiceUtilisable(*indice)) continue;
+        indiques.push_back(chercher(parClasseWm_, *indice));
+        indiques.push_back(chercher(parIdentifiantMinuscule_, minuscules(*indice)));
+    }
+    for (const auto* e : indiques)
+        if (lance(e)) return e;
+    return chercher(parProgramme_, programme);
+}
+
 std::optional<IdentiteAppli> IndexEntrees::identifier(const IndicesFenetre& indices) const {
-    const std::string classe = indiceUtilisable(indices.classe) ? indices.classe : "";
-    const std::string instance = indiceUtilisable(indices.instance) ? indices.instance : "";
+    if (indices.pid <= 0 || indices.pid > pidMax) return std::nullopt;
+    const fs::path processus = racineProc_ / std::to_string(indices.pid);
 
-    if (indices.pid > 0 && indices.pid <= pidMax) {
-        const fs::path processus = racineProc_ / std::to_string(indices.pid);
-        const auto cgroup = lireDebutFichier(processus / "cgroup", tailleMaxProc);
-        const auto unites = cgroup ? unitesCgroup(*cgroup) : std::vector<std::string>{};
+    std::error_code erreur;
+    const auto lien = fs::read_symlink(processus / "exe", erreur);
 
-        std::optional<std::string> flatpak;
-        if (auto info = lireFichierBorne(processus / "root/.flatpak-info", tailleMaxProc)) {
-            const auto application = lireGroupe(*info, "Application");
-            if (auto it = application.find("name");
-                it != application.end() && identifiantFlatpak(it->second))
-                flatpak = it->second;
+    // Flatpak writes the sandbox's info as the user who runs it, so the application it names is
+    // only a claim: believed when the system wrote the info, or when the system's installation
+    // of that application holds the very file the process runs from its /app.
+    const auto info = processus / "root/.flatpak-info";
+    if (const auto flatpak = flatpakDeclare(info)) {
+        bool sur = confiance_.systeme(info);
+        if (!sur && !erreur && lien.native().starts_with("/app/")) {
+            const auto installe = installationFlatpak_ / "app" / *flatpak / "current/active/files" /
+                                  lien.lexically_relative("/app");
+            sur = confiance_.systeme(installe) && ConfianceFichiers::execute(processus, installe);
         }
-        if (!flatpak) flatpak = flatpakDuCgroup(unites);
-        if (flatpak) {
-            if (auto trouvee = identite(parIdentifiant(*flatpak))) return trouvee;
-            if (auto trouvee = identite(chercher(parFlatpak_, *flatpak))) return trouvee;
-            // A Flatpak without an exported entry still names itself surely.
-            return IdentiteAppli{*flatpak, classe.empty() ? *flatpak : classe, std::nullopt};
+        if (sur) {
+            const auto* e = parIdentifiant(*flatpak);
+            if (!e || !e->systeme) e = chercher(parFlatpak_, *flatpak);
+            if (auto trouvee = identite(e)) return trouvee;
+            return IdentiteAppli{*flatpak, *flatpak, std::nullopt};
         }
-
-        if (auto snap = identite(snapDuCgroup(unites))) return snap;
     }
 
-    if (indiceUtilisable(indices.idGtk))
-        if (auto trouvee = identite(parIdentifiant(indices.idGtk))) return trouvee;
-    for (const auto* indice : {&classe, &instance})
-        if (auto trouvee = identite(chercher(parClasseWm_, *indice))) return trouvee;
-    for (const auto* indice : {&classe, &instance})
-        if (auto trouvee = identite(chercher(parIdentifiantMinuscule_, minuscules(*indice))))
-            return trouvee;
-
-    if (indices.pid > 0 && indices.pid <= pidMax) {
-        const fs::path processus = racineProc_ / std::to_string(indices.pid);
-        std::error_code erreur;
-        const auto exe = fs::read_symlink(processus / "exe", erreur);
-        if (!erreur) {
-            const auto nom = nomDeBase(sansSuffixe(exe.string(), " (deleted)"));
-            if (!passeur(nom) && !opaque(nom))
-                if (auto trouvee = identite(chercher(parProgramme_, nom))) return trouvee;
-        }
-        if (auto ligne = lireDebutFichier(processus / "cmdline", 4096))
-            if (auto programme = programmeLance(ligneDeCommande(*ligne)))
-                if (auto trouvee = identite(chercher(parProgramme_, *programme))) return trouvee;
+    if (erreur) return std::nullopt;
+    const auto executable = confiance_.executableSysteme(processus);
+    if (!executable) {
+        const auto chemin = sansSuffixe(lien.string(), " (deleted)");
+        if (!indiceUtilisable(chemin)) return std::nullopt;
+        return IdentiteAppli{chemin, nomDeBase(chemin), std::nullopt};
     }
 
-    if (!classe.empty()) return IdentiteAppli{minuscules(classe), classe, std::nullopt};
-    if (!instance.empty()) return IdentiteAppli{minuscules(instance), instance, std::nullopt};
-    return std::nullopt;
+    std::string programme = nomDeBase(executable->string());
+    if (passeur(programme)) {
+        // An interpreter of the system: the application is its script, which the command line
+        // names. That line is the process's own to rewrite, so it may only name a script the
+        // system wrote; any other script is the child's own.
+        const auto ligne = lireDebutFichier(processus / "cmdline", 4096);
+        const auto script = ligne ? scriptLance(ligneDeCommande(*ligne)) : std::nullopt;
+        if (!script || !indiceUtilisable(*script)) return std::nullopt;
+        if (!confiance_.systeme(*script)) {
+            const auto id = executable->string() + " " + *script;
+            if (!indiceUtilisable(id)) return std::nullopt;
+            return IdentiteAppli{id, nomDeBase(*script), std::nullopt};
+        }
+        programme = nomDeBase(*script);
+    }
+    if (auto trouvee = identite(parProgramme(programme, indices))) return trouvee;
+    if (!indiceUtilisable(programme)) return std::nullopt;
+    return IdentiteAppli{programme, programme, std::nullopt};
 }
 
 } // namespace tavi

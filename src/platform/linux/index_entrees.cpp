@@ -5,7 +5,7 @@
 #include "platform/linux/fichier_borne.h"
 
 #include <algorithm>
-#include <set>
+#include <map>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -71,9 +71,23 @@ std::shared_ptr<const IndexEntrees> IndexEntrees::charger(const EnvironnementXdg
     const auto bureaux = environnement.bureaux();
     const auto chemins = environnement.dossiersProgrammes();
 
-    std::set<std::string, std::less<>> vus;
+    index->confiance_ = environnement.confiance;
+    index->installationFlatpak_ = environnement.installationFlatpak;
+    // Per id, where its entry went (or -1 when an entry removed it) and whether the system
+    // wrote it.
+    struct Choix {
+        std::ptrdiff_t rang;
+        bool systeme;
+    };
+    std::map<std::string, Choix, std::less<>> choisis;
+    // The folders the child cannot write first: theirs, however many files they hold, never
+    // use up the reading before the system's entries are in. The XDG order ranks the rest.
+    auto dossiers = environnement.dossiersDonnees();
+    std::ranges::stable_partition(dossiers, [&](const fs::path& dossier) {
+        return environnement.confiance.dossierSysteme(dossier / "applications");
+    });
     std::size_t lues = 0;
-    for (const auto& donnees : environnement.dossiersDonnees()) {
+    for (const auto& donnees : dossiers) {
         const fs::path racine = donnees / "applications";
         std::error_code erreur;
         fs::recursive_directory_iterator it(racine, fs::directory_options::skip_permission_denied,
@@ -83,20 +97,32 @@ std::shared_ptr<const IndexEntrees> IndexEntrees::charger(const EnvironnementXdg
             if (++fichiers > fichiersMaxParDossier || lues >= entreesMax) break;
             if (it.depth() >= profondeurMax) it.disable_recursion_pending();
             const auto id = identifiantDe(it->path().lexically_relative(racine));
-            if (!id || vus.contains(*id)) continue;
+            if (!id) continue;
+            const auto deja = choisis.find(*id);
+            if (deja != choisis.end() && deja->second.systeme) continue;
+            const bool systeme = environnement.confiance.systeme(it->path());
+            if (deja != choisis.end() && !systeme) continue;
             ++lues;
             const auto texte = lireFichierBorne(it->path(), tailleMaxEntree);
             if (!texte) continue;
             auto entree = lireEntreeBureau(*texte, variantes);
             if (!entree) continue;
-            vus.insert(*id);
-            if (entree->hidden || entree->type != "Application") continue;
-            EntreeIndexee indexee{*id, it->path(), std::move(*entree), std::nullopt, false};
-            indexee.categorie = categorieXdg(indexee.entree.categories);
-            indexee.visible = visibleDansMenu(indexee.entree, bureaux, chemins);
-            index->entrees_.push_back(std::move(indexee));
+            if (deja != choisis.end() && deja->second.rang >= 0)
+                index->entrees_[static_cast<std::size_t>(deja->second.rang)].identifiant.clear();
+            Choix choix{-1, systeme};
+            if (!entree->hidden && entree->type == "Application") {
+                EntreeIndexee indexee{*id,          it->path(), std::move(*entree),
+                                      std::nullopt, false,      systeme};
+                indexee.categorie = categorieXdg(indexee.entree.categories);
+                indexee.visible = visibleDansMenu(indexee.entree, bureaux, chemins);
+                choix.rang = static_cast<std::ptrdiff_t>(index->entrees_.size());
+                index->entrees_.push_back(std::move(indexee));
+            }
+            choisis.insert_or_assign(*id, choix);
         }
     }
+    // A child's entry that a system one displaced.
+    std::erase_if(index->entrees_, [](const EntreeIndexee& e) { return e.identifiant.empty(); });
     std::ranges::sort(index->entrees_, {}, &EntreeIndexee::identifiant);
     index->indexer();
     return index;
@@ -112,8 +138,10 @@ void IndexEntrees::indexer() {
     for (std::size_t rang = 0; rang < entrees_.size(); ++rang) {
         const auto& e = entrees_[rang];
         noter(parIdentifiant_, e.identifiant, rang);
-        noter(parIdentifiantMinuscule_, minuscules(e.identifiant), rang);
         noter(parEmplacement_, e.fichier.string(), rang);
+        // Only the system's entries name running programs.
+        if (!e.systeme) continue;
+        noter(parIdentifiantMinuscule_, minuscules(e.identifiant), rang);
         noter(parClasseWm_, e.entree.startupWmClass, rang);
         noter(parFlatpak_, e.entree.flatpak, rang);
         if (auto programme = programmeLance(argumentsExec(e.entree.exec)))

@@ -22,6 +22,7 @@ struct EntreeIndexee {
     EntreeBureau entree;
     std::optional<std::string> categorie; // "public.app-category.*", from Categories
     bool visible = false;                 // listed by a menu of the current desktop
+    bool systeme = false;                 // written by the system (ConfianceFichiers)
 };
 
 // The application entries of the XDG data folders, by desktop-file id. Built once by
@@ -36,8 +37,10 @@ public:
 
     IndexEntrees() = default;
 
-    // Reads every data folder's `applications` tree. The first folder holding an id wins, so a
-    // user's entry shadows the system's, and a user's entry with Hidden=true removes the id.
+    // Reads every data folder's `applications` tree. An id the system has an entry for is the
+    // system's entry, wherever the child's folders come in the search order: a user's entry
+    // never renames, re-categorises or hides a system one (Hidden=true in the system's own
+    // entry does remove it). Among entries of one kind, the first folder holding the id wins.
     // Only Type=Application entries are kept; the ones a menu would not list serve to identify
     // running applications all the same.
     static std::shared_ptr<const IndexEntrees> charger(const EnvironnementXdg& environnement);
@@ -47,11 +50,19 @@ public:
     const EntreeIndexee* parIdentifiant(std::string_view identifiant) const;
     const EntreeIndexee* parEmplacement(std::string_view fichier) const;
 
-    // The application that drew a window, from the surest clue to the weakest: the process's
-    // Flatpak, its Snap, the window's GTK application id, an entry's StartupWMClass, an entry
-    // id equal to WM_CLASS, the program the process runs; else a name made from WM_CLASS.
-    // Absent when the window tells nothing. Reads a few small files of /proc, which the kernel
-    // answers from memory; a caller asked every tick keeps the answer per window.
+    // The application of a window's process (`indices.pid`, which the X server gives), from
+    // what the system wrote, never from what the client says of itself:
+    // - a Flatpak sandbox whose info file the system wrote, or whose /app program is the very
+    //   file the system's installation of the application it names holds: its application id;
+    // - a program that is a file of the system (ConfianceFichiers): the system entry that runs
+    //   it, the window's class or GTK id choosing only among the entries that run that very
+    //   program; without one, the program's name. A script run by an interpreter
+    //   (python3 jeu.py) is named by the script, which must be a file of the system too;
+    // - anything else (a program or script the child could have written, an executable
+    //   deleted or replaced since it started) is an application of its own, named by its
+    //   path: an identifier that starts with '/', which no entry and no rule list can hold.
+    // Absent without a process, or when its executable cannot be read (another user's).
+    // Reads a few small files of /proc; a caller asked every tick keeps the answer per window.
     std::optional<IdentiteAppli> identifier(const IndicesFenetre& indices) const;
 
 private:
@@ -59,7 +70,8 @@ private:
 
     const EntreeIndexee* chercher(const Table& table, std::string_view cle) const;
     std::optional<IdentiteAppli> identite(const EntreeIndexee* entree) const;
-    const EntreeIndexee* snapDuCgroup(const std::vector<std::string>& unites) const;
+    const EntreeIndexee* parProgramme(const std::string& programme,
+                                      const IndicesFenetre& indices) const;
     void indexer();
 
     std::vector<EntreeIndexee> entrees_;
@@ -70,6 +82,8 @@ private:
     Table parProgramme_;
     Table parFlatpak_;
     std::filesystem::path racineProc_ = "/proc";
+    ConfianceFichiers confiance_;
+    std::filesystem::path installationFlatpak_;
 };
 
 // The name of the program a command line runs, looking through launchers that only pass

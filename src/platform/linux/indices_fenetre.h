@@ -6,10 +6,11 @@
 
 namespace tavi {
 
-// What a top-level window tells about the application that drew it (read from the X server).
-// Empty texts are properties the window does not set.
+// What the X server tells about the application that drew a top-level window: its client's
+// process, and the texts the client set on the window (empty when it set none), which are its
+// own words.
 struct IndicesFenetre {
-    std::int64_t pid = 0; // _NET_WM_PID, 0 when absent
+    std::int64_t pid = 0; // the client's process as the X server knows it, 0 when unknown
     std::string instance; // WM_CLASS, first part ("Navigator")
     std::string classe;   // WM_CLASS, second part ("firefox")
     std::string idGtk;    // _GTK_APPLICATION_ID ("org.gnome.Nautilus")

@@ -4,15 +4,12 @@
 #include "platform/linux/bus_sd.h"
 #include "platform/linux/lecture_bus.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <map>
 #include <string_view>
 #include <systemd/sd-bus.h>
-#include <systemd/sd-login.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -34,25 +31,6 @@ std::uint64_t horlogeUs(clockid_t horloge) {
     clock_gettime(horloge, &t);
     return static_cast<std::uint64_t>(t.tv_sec) * 1000000u +
            static_cast<std::uint64_t>(t.tv_nsec) / 1000u;
-}
-
-// $XDG_SESSION_ID comes from whoever started us: only a plain identifier is passed on.
-bool identifiantValide(std::string_view id) {
-    return !id.empty() && id.size() <= 64 && std::all_of(id.begin(), id.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               c == '_' || c == '-';
-    });
-}
-
-std::optional<std::string> nomSessionPropre() {
-    char* nom = nullptr;
-    std::optional<std::string> resultat;
-    // Reads /proc/self/cgroup: no daemon involved.
-    if (sd_pid_get_session(0, &nom) >= 0 && nom && identifiantValide(nom)) resultat = nom;
-    std::free(nom);
-    if (resultat) return resultat;
-    if (const char* id = std::getenv("XDG_SESSION_ID"); id && identifiantValide(id)) return id;
-    return std::nullopt;
 }
 
 // An object path from a reply, when it names a session (not "/", which means none).
@@ -81,6 +59,7 @@ struct Logind::Etat : std::enable_shared_from_this<Logind::Etat> {
     int generation = 0;
     std::string chemin;
     std::unique_ptr<Abonnement> changements;
+    std::unique_ptr<Abonnement> changementsUtilisateur;
     std::vector<std::function<void()>> attentesPret;
     int prochainId = 0;
     std::map<int, std::function<void(bool)>> observateursActif;
@@ -91,15 +70,13 @@ struct Logind::Etat : std::enable_shared_from_this<Logind::Etat> {
 
     void connecte() {
         ++generation;
-        if (auto nom = nomSessionPropre())
-            parNom(*nom);
-        else
-            parUtilisateur();
+        parUtilisateur();
     }
 
     void perdu() {
         ++generation;
         changements.reset();
+        changementsUtilisateur.reset();
         chemin.clear();
         p = {};
         annoncer();
@@ -115,22 +92,9 @@ struct Logind::Etat : std::enable_shared_from_this<Logind::Etat> {
         };
     }
 
-    void parNom(const std::string& nom) {
-        bus.appeler(
-            service, racine, gestionnaire, "GetSession",
-            [&nom](sd_bus_message* m) { return sd_bus_message_append(m, "s", nom.c_str()); },
-            reponse([](Etat& e, sd_bus_message* m) {
-                const char* c = nullptr;
-                std::optional<std::string> session;
-                if (m && sd_bus_message_read(m, "o", &c) > 0) session = cheminSession(c);
-                if (session)
-                    e.suivreSession(*session);
-                else
-                    e.parUtilisateur();
-            }));
-    }
-
-    // A process outside any session follows the session the user's desktop runs in.
+    // The session is the one logind elects as the user's desktop, whoever started us and from
+    // where: neither $XDG_SESSION_ID nor the session we were started in (a console one, to
+    // whose idle screen the child would point the counting) chooses it.
     void parUtilisateur() {
         const auto uid = static_cast<std::uint32_t>(getuid());
         bus.appeler(
@@ -140,8 +104,23 @@ struct Logind::Etat : std::enable_shared_from_this<Logind::Etat> {
                 const char* utilisateur = nullptr;
                 if (!m || sd_bus_message_read(m, "o", &utilisateur) <= 0 || !utilisateur)
                     return e.echec();
-                e.affichageDe(utilisateur);
+                e.suivreUtilisateur(utilisateur);
             }));
+    }
+
+    // logind elects another display session when the user's desktop one ends and a new one
+    // begins: the session followed goes with it.
+    void suivreUtilisateur(const std::string& utilisateur) {
+        changementsUtilisateur =
+            bus.ecouter(service, utilisateur.c_str(), proprietes, "PropertiesChanged",
+                        [faible = weak_from_this(), utilisateur](sd_bus_message* m) {
+                            const char* interface = nullptr;
+                            auto e = faible.lock();
+                            if (e && sd_bus_message_read(m, "s", &interface) > 0 && interface &&
+                                std::strcmp(interface, interfaceUtilisateur) == 0)
+                                e->affichageDe(utilisateur);
+                        });
+        affichageDe(utilisateur);
     }
 
     void affichageDe(const std::string& utilisateur) {
@@ -157,7 +136,7 @@ struct Logind::Etat : std::enable_shared_from_this<Logind::Etat> {
                 if (m && sd_bus_message_read(m, "v", "(so)", &id, &c) > 0)
                     session = cheminSession(c);
                 if (!session) return e.echec();
-                e.suivreSession(*session);
+                if (*session != e.chemin) e.suivreSession(*session);
             }));
     }
 
@@ -230,6 +209,8 @@ struct Logind::Etat : std::enable_shared_from_this<Logind::Etat> {
     }
 
     void echec() {
+        changements.reset();
+        chemin.clear();
         p = {};
         devenirPret();
         annoncer();

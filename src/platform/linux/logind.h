@@ -14,10 +14,11 @@ class BusSd;
 // This user session as logind sees it, over the system bus, kept in memory: every answer is
 // the last state logind gave, never a round trip.
 //
-// The session is this process's own (its cgroup, else $XDG_SESSION_ID), or, for a process
-// outside any session (a systemd user service), the user's display session. Its properties
-// are read once, then followed through PropertiesChanged. Until they arrive, and whenever
-// logind or the bus is away, every answer is absent.
+// The session is the user's display session as logind elects it (User.Display), followed when
+// logind elects another; nothing of this process's environment or of where it was started
+// chooses it. Its properties are read once, then followed through PropertiesChanged. Until
+// they arrive, and whenever logind, the bus or a display session is away, every answer is
+// absent.
 //
 // Main thread only. The bus must outlive this object.
 class Logind {

@@ -22,29 +22,29 @@ constexpr std::chrono::minutes periodeEntrees{10};
 ObservationLinux::ObservationLinux(Boucle& laBoucle, EnvironnementXdg env)
     : boucle(laBoucle), environnement(std::move(env)), busSysteme(boucle, TypeBus::systeme),
       busSession(boucle, TypeBus::session), affichage(AffichageX11::ouvrir(boucle)),
-      sessionLinux(boucle, busSysteme, busSession, affichage, SessionLinux::typeDuProcessus()),
-      applicationsXdg(environnement) {
+      sessionLinux(boucle, busSysteme, busSession, affichage), applicationsXdg(environnement) {
     // In a Wayland session the compositor tells no one which window has the focus; X sees
-    // only its own clients there, so it is not asked.
-    const bool wayland = sessionLinux.typeSession() == "wayland";
+    // only its own clients there, so it is not asked. The type is logind's, which may answer
+    // after this: it is asked each time.
     bureauX11 = std::make_unique<BureauX11>(
         affichage,
         [this](const IndicesFenetre& indices) -> std::optional<IdentiteAppli> {
             if (!index) return std::nullopt;
             return index->identifier(indices);
         },
-        !wayland);
-    if (!bureauX11->premierPlanObservable())
-        journaliser(std::string(wayland      ? "the front application cannot be known in a "
-                                               "Wayland session"
-                                : !affichage ? "no X display"
-                                             : "no X window manager tells the front application") +
-                    ": usage is counted without a share per application");
+        [this] { return sessionLinux.typeSession() != "wayland"; });
     chargerEntrees();
     relecture = boucle.repeter(periodeEntrees, [this] { chargerEntrees(); });
     sessionLinux.quandPret([this, jeton = std::weak_ptr<int>(vivant)] {
         if (jeton.expired()) return;
         sessionPrete = true;
+        if (!bureauX11->premierPlanObservable())
+            journaliser(
+                std::string(sessionLinux.typeSession() == "wayland"
+                                ? "the front application cannot be known in a Wayland session"
+                            : !affichage ? "no X display"
+                                         : "no X window manager tells the front application") +
+                ": usage is counted without a share per application");
         verifierPret();
     });
 }

@@ -3,7 +3,6 @@
 #include "platform/linux/affichage_x11.h"
 
 #include <chrono>
-#include <cstdlib>
 #include <utility>
 
 namespace tavi {
@@ -14,11 +13,6 @@ namespace {
 constexpr std::chrono::seconds periodeEcrans{2};
 // The inhibitors are read ahead of the five minutes after which they decide.
 constexpr double inactiviteAvantInhibitions = 280.0;
-
-std::string variable(const char* nom) {
-    const char* valeur = std::getenv(nom);
-    return valeur ? valeur : "";
-}
 
 class Desabonnement : public Abonnement {
 public:
@@ -37,24 +31,18 @@ private:
 } // namespace
 
 SessionLinux::SessionLinux(Boucle& laBoucle, BusSd& systeme, BusSd& sessionBureau,
-                           std::shared_ptr<AffichageX11> lAffichage, std::string type)
-    : boucle(laBoucle), affichage(std::move(lAffichage)), typeEnvironnement(std::move(type)),
-      ecran(affichage), logind(systeme), inhibitions(systeme, sessionBureau), gnome(sessionBureau) {
+                           std::shared_ptr<AffichageX11> lAffichage)
+    : boucle(laBoucle), affichage(std::move(lAffichage)), ecran(affichage), logind(systeme),
+      inhibitions(systeme, sessionBureau), gnome(sessionBureau) {
     suiviActif = logind.observerActif([this](bool actif) {
         annoncer(actif ? EvenementSession::sessionAuPremierPlan
                        : EvenementSession::sessionEnArriere);
     });
-    if (affichage && typeSession() == "x11")
-        sondeEcrans = boucle.repeter(periodeEcrans, [this] { sonderEcrans(); });
+    // The type may still be unknown here: it is asked at each reading.
+    if (affichage) sondeEcrans = boucle.repeter(periodeEcrans, [this] { sonderEcrans(); });
 }
 
 SessionLinux::~SessionLinux() = default;
-
-std::string SessionLinux::typeDuProcessus() {
-    if (auto type = variable("XDG_SESSION_TYPE"); !type.empty()) return type;
-    if (!variable("WAYLAND_DISPLAY").empty()) return "wayland";
-    return {};
-}
 
 std::unique_ptr<Abonnement> SessionLinux::observer(std::function<void(EvenementSession)> quand) {
     const int rang = prochainRang++;
@@ -70,7 +58,7 @@ void SessionLinux::annoncer(EvenementSession evenement) {
 }
 
 void SessionLinux::sonderEcrans() {
-    const bool eteints = ecran.ecransEnVeille().value_or(false);
+    const bool eteints = ecransEnVeille().value_or(false);
     if (eteints == ecransEteints) return;
     ecransEteints = eteints;
     annoncer(eteints ? EvenementSession::ecransEnVeille : EvenementSession::ecransEveilles);
@@ -110,7 +98,6 @@ std::optional<bool> SessionLinux::sessionActive() const {
 }
 
 std::string SessionLinux::typeSession() const {
-    if (!typeEnvironnement.empty()) return typeEnvironnement;
     if (auto type = logind.type(); type && !type->empty() && *type != "unspecified") return *type;
     // An X display with no word of Wayland anywhere: an X11 session started by hand.
     if (affichage && affichage->connecte()) return "x11";

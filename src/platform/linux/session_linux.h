@@ -22,16 +22,16 @@ class BusSd;
 // time from the X server in an X11 session, else from GNOME's idle monitor, else from
 // logind's idle hint; display sleep held from the inhibitors; the screens' power from DPMS.
 //
-// In a Wayland session the X server (XWayland) sees only its own clients' input, so its idle
-// time would grow while the child types elsewhere: it is never used there.
+// The session's type is logind's alone ($XDG_SESSION_TYPE is the child's to set): it picks the
+// idle source. In a Wayland session the X server (XWayland) sees only its own clients' input, so
+// its idle time would grow while the child types elsewhere: it is never used there. Until
+// logind answers, or where it cannot, an X display that answers makes an X11 session.
 //
 // Main thread only. The buses must outlive this object.
 class SessionLinux : public Session {
 public:
-    // `type`: the session's type as the environment tells it ("x11", "wayland"...; see
-    // `typeDuProcessus`), empty when it does not; logind's answer is used then.
     SessionLinux(Boucle& boucle, BusSd& systeme, BusSd& sessionBureau,
-                 std::shared_ptr<AffichageX11> affichage, std::string type);
+                 std::shared_ptr<AffichageX11> affichage);
     ~SessionLinux() override;
     SessionLinux(const SessionLinux&) = delete;
     SessionLinux& operator=(const SessionLinux&) = delete;
@@ -49,10 +49,6 @@ public:
     // Once logind's first answers are in, or could not be had.
     void quandPret(std::function<void()> quand);
 
-    // The type the environment gives: XDG_SESSION_TYPE, else "wayland" when WAYLAND_DISPLAY
-    // is set; empty otherwise.
-    static std::string typeDuProcessus();
-
 private:
     using Observateurs = std::map<int, std::function<void(EvenementSession)>>;
     void annoncer(EvenementSession evenement);
@@ -60,7 +56,6 @@ private:
 
     Boucle& boucle;
     std::shared_ptr<AffichageX11> affichage;
-    std::string typeEnvironnement;
     EcranX11 ecran;
     Logind logind;
     Inhibitions inhibitions;
