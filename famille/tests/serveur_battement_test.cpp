@@ -94,6 +94,8 @@ TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
     siteFractionnaire["sites"] = {{{"d", "a.fr"}, {"p", 1}, {"f", 2}, {"s", 1.5}}};
     json usageMalDate = battement(10);
     usageMalDate["usage_applis"] = {{"jours", {{"22/11/2026", {{"vlc", 1}}}}}};
+    json jourInexistant = battement(10);
+    jourInexistant["usage_applis"] = {{"jours", {{"2024-02-31", {{"vlc", 1}}}}}};
     json texteAuLieuDeNombre = battement(10);
     texteAuLieuDeNombre["utilise_jour_min"] = "10";
 
@@ -105,6 +107,7 @@ TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
         {battement(-1).dump(), "« utilise_jour_min »"},
         {siteFractionnaire.dump(), "« sites[0].s »"},
         {usageMalDate.dump(), "22/11/2026"},
+        {jourInexistant.dump(), "2024-02-31"},
         // Deep nesting is refused before parsing: it would cost memory and stack out of all
         // proportion to its size.
         {[] {
@@ -131,8 +134,11 @@ TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
     EXPECT_TRUE(serveur.lignes("ordinateur").at(0).at("derniere_nouvelle_ms").is_null())
         << "nothing of a refused message is stored";
     EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM usage_jour"), 0);
+    // A NUL inside a key is still a key: it is stored as sent, escaped when written out.
+    json nul = battement(10);
+    nul["autorisations"][std::string("auto\0matisation", 16)] = true;
     auto bon = serveur.client();
-    EXPECT_EQ(poster(bon, "/api/enfant/battement", battement(10), jeton)->status, 200);
+    EXPECT_EQ(poster(bon, "/api/enfant/battement", nul, jeton)->status, 200);
 }
 
 TEST(Charge, CinquanteOrdinateursBattentEnMemeTempsSansErreur) {
