@@ -14,6 +14,8 @@ namespace {
 // day has at most 25 hours) but low enough to keep one message cheap to store.
 constexpr double minutesMaxJour = 1500;
 constexpr std::int64_t instantMax = 32503680000000; // year 3000
+// The largest integer a JSON number keeps exactly everywhere.
+constexpr std::int64_t entierExactMax = (std::int64_t(1) << 53) - 1;
 constexpr std::size_t longueurId = 255;
 
 [[noreturn]] void refuser(const std::string& detail) {
@@ -124,6 +126,10 @@ Battement lireBattement(const json& corps) {
     if (const json* usage = champs.objet("usage_applis")) b.usageApplis = lireUsage(*usage);
     if (const json* applis = champs.tableau("applis_installees", 5000))
         b.applisInstallees = lireApplis(*applis);
+    if (champs.trouver("demarrage_id"))
+        b.demarrageId = champs.entier("demarrage_id", 0, entierExactMax);
+    if (champs.trouver("agent_lance_ms"))
+        b.agentLanceMs = champs.entier("agent_lance_ms", 0, entierExactMax);
     return b;
 }
 
