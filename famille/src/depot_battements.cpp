@@ -170,14 +170,19 @@ void Depot::noterApplis(const std::string& id, const LotUsage& lot, std::int64_t
         }
         v.applis += std::max<std::int64_t>(0, nombre - avant);
     }
-    // A name without a stored use is dropped, so the names are bounded with the rows.
-    for (const auto& [appli, nom] : lot.noms)
-        if (ecrites.count(appli))
-            base_
-                .requete("INSERT INTO noms_applis (ordinateur_id, appli, nom) VALUES (?, ?, ?) "
-                         "ON CONFLICT DO UPDATE SET nom = excluded.nom")
-                .avec(id, appli, nom)
-                .executer();
+    // A name is kept only with a stored use, and a new one counts like a new row: a day's
+    // applications replaced by invented ones would otherwise add names without end.
+    for (const auto& [appli, nom] : lot.noms) {
+        if (!ecrites.count(appli)) continue;
+        base_.requete("UPDATE noms_applis SET nom = ? WHERE ordinateur_id = ? AND appli = ?")
+            .avec(nom, id, appli)
+            .executer();
+        if (base_.changements() > 0 || v.applis >= quotaJour.applis) continue;
+        base_.requete("INSERT INTO noms_applis (ordinateur_id, appli, nom) VALUES (?, ?, ?)")
+            .avec(id, appli, nom)
+            .executer();
+        ++v.applis;
+    }
 }
 
 void Depot::noterAgent(const std::string& id, const Battement& b, std::int64_t maintenantMs,
