@@ -95,12 +95,11 @@ TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
     siteFractionnaire["sites"] = {{{"d", "a.fr"}, {"p", 1}, {"f", 2}, {"s", 1.5}}};
     json usageMalDate = battement(10);
     usageMalDate["usage_applis"] = {{"jours", {{"22/11/2026", {{"vlc", 1}}}}}};
-    json jourInexistant = battement(10);
-    jourInexistant["usage_applis"] = {{"jours", {{"2024-02-31", {{"vlc", 1}}}}}};
-    json demarrageFractionnaire = battement(10);
-    demarrageFractionnaire["demarrage_id"] = 1.5;
-    json lancementTropGrand = battement(10);
-    lancementTropGrand["agent_lance_ms"] = 1LL << 53;
+    auto avec = [](const char* cle, json valeur) {
+        json corps = battement(10);
+        corps[cle] = std::move(valeur);
+        return corps.dump();
+    };
     json texteAuLieuDeNombre = battement(10);
     texteAuLieuDeNombre["utilise_jour_min"] = "10";
 
@@ -112,9 +111,9 @@ TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
         {battement(-1).dump(), "« utilise_jour_min »"},
         {siteFractionnaire.dump(), "« sites[0].s »"},
         {usageMalDate.dump(), "22/11/2026"},
-        {jourInexistant.dump(), "2024-02-31"},
-        {demarrageFractionnaire.dump(), "« demarrage_id »"},
-        {lancementTropGrand.dump(), "« agent_lance_ms »"},
+        {avec("usage_applis", {{"jours", {{"2024-02-31", {{"vlc", 1}}}}}}), "2024-02-31"},
+        {avec("demarrage_id", 1.5), "« demarrage_id »"},
+        {avec("agent_lance_ms", 1LL << 53), "« agent_lance_ms »"},
         // Deep nesting is refused before parsing: it would cost memory and stack out of all
         // proportion to its size.
         {[] {
@@ -196,24 +195,19 @@ TEST_F(Battements, UnJetonNeRemplitPasLaBase) {
 TEST(Schema, UneBaseDeVersion2EstMiseAJourALOuverture) {
     DossierTemporaire dossier;
     const std::string chemin = (dossier / "famille.db").string();
-    {
-        Depot ancienne(chemin, Base::Ouverture::creer);
-        ancienne.base().executer(
-            "ALTER TABLE ordinateurs DROP COLUMN dernier_battement_ms;"
-            "ALTER TABLE ordinateurs DROP COLUMN demarrage_id;"
-            "ALTER TABLE ordinateurs DROP COLUMN agent_lance_ms;"
-            "ALTER TABLE volumes_jour DROP COLUMN applis;"
-            "ALTER TABLE volumes_jour DROP COLUMN preuves; PRAGMA user_version = 2;");
-    }
+    Depot(chemin, Base::Ouverture::creer)
+        .base()
+        .executer("ALTER TABLE ordinateurs DROP COLUMN dernier_battement_ms;"
+                  "ALTER TABLE ordinateurs DROP COLUMN demarrage_id;"
+                  "ALTER TABLE ordinateurs DROP COLUMN agent_lance_ms;"
+                  "ALTER TABLE volumes_jour DROP COLUMN applis;"
+                  "ALTER TABLE volumes_jour DROP COLUMN preuves; PRAGMA user_version = 2;");
     Depot depot(chemin, Base::Ouverture::existante);
-    depot.ajouterEnfant("Léa", "fr", "Europe/Paris", maintenantMs());
-    auto appairage = depot.appairer(depot.creerCode("Léa", maintenantMs()).code, "pc-1", "PC",
-                                    "0.1.0", maintenantMs());
-    json corps = battement(10);
-    corps["demarrage_id"] = 7;
-    depot.battre(*depot.authentifier(appairage->jeton), lireBattement(corps), maintenantMs());
-    EXPECT_EQ(depot.rapport("Léa", maintenantMs()).at(1).at("ordinateur").at("utilise_jour_min"),
-              10.0);
+    const std::int64_t t = maintenantMs();
+    depot.ajouterEnfant("Léa", "fr", "Europe/Paris", t);
+    auto jeton = depot.appairer(depot.creerCode("Léa", t).code, "pc-1", "PC", "0.1.0", t)->jeton;
+    depot.battre(*depot.authentifier(jeton), lireBattement(battement(10)), t);
+    EXPECT_EQ(depot.rapport("Léa", t).at(1).at("ordinateur").at("utilise_jour_min"), 10.0);
 }
 
 TEST(Charge, CinquanteOrdinateursBattentEnMemeTempsSansErreur) {
