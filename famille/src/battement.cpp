@@ -2,6 +2,8 @@
 
 #include "lecture.h"
 
+#include <date/date.h>
+
 namespace tavi::famille {
 
 using nlohmann::json;
@@ -12,19 +14,25 @@ namespace {
 // day has at most 25 hours) but low enough to keep one message cheap to store.
 constexpr double minutesMaxJour = 1500;
 constexpr std::int64_t instantMax = 32503680000000; // year 3000
+// The largest integer a JSON number keeps exactly everywhere.
+constexpr std::int64_t entierExactMax = (std::int64_t(1) << 53) - 1;
 constexpr std::size_t longueurId = 255;
 
 [[noreturn]] void refuser(const std::string& detail) {
     throw ErreurRequete(400, detail);
 }
 
+// A day of the calendar: "2024-02-31" has the right shape but would be stored as a day no
+// clock ever reaches, and it sorts among real days.
 bool estJour(const std::string& cle) {
     if (cle.size() != 10 || cle[4] != '-' || cle[7] != '-') return false;
     for (std::size_t i : {0u, 1u, 2u, 3u, 5u, 6u, 8u, 9u})
         if (cle[i] < '0' || cle[i] > '9') return false;
-    int mois = (cle[5] - '0') * 10 + (cle[6] - '0');
-    int jour = (cle[8] - '0') * 10 + (cle[9] - '0');
-    return mois >= 1 && mois <= 12 && jour >= 1 && jour <= 31;
+    auto nombre = [&](std::size_t debut, std::size_t n) { return std::stoi(cle.substr(debut, n)); };
+    return date::year_month_day{date::year{nombre(0, 4)},
+                                date::month{static_cast<unsigned>(nombre(5, 2))},
+                                date::day{static_cast<unsigned>(nombre(8, 2))}}
+        .ok();
 }
 
 std::string identifiantDe(const std::string& cle, const std::string& nom) {
@@ -100,11 +108,13 @@ Battement lireBattement(const json& corps) {
     b.annonce = champs.texteOptionnel("annonce", 500);
     const json* autorisations = champs.objet("autorisations");
     if (autorisations) {
-        Champs lues(*autorisations, "autorisations");
         if (autorisations->size() > 16) refuser("« autorisations » a trop d'éléments.");
+        // Read from the item itself: a key may hold a NUL, which a C string would cut short.
         for (const auto& [cle, valeur] : autorisations->items()) {
             if (cle.size() > 64) refuser("« autorisations » a une clé trop longue.");
-            b.autorisations[cle] = lues.booleen(cle.c_str());
+            if (!valeur.is_boolean())
+                refuser("« autorisations » ne doit contenir que des booléens.");
+            b.autorisations[cle] = valeur.get<bool>();
         }
     }
     b.genre = b.annonce       ? GenreMessage::annonce
@@ -116,6 +126,10 @@ Battement lireBattement(const json& corps) {
     if (const json* usage = champs.objet("usage_applis")) b.usageApplis = lireUsage(*usage);
     if (const json* applis = champs.tableau("applis_installees", 5000))
         b.applisInstallees = lireApplis(*applis);
+    if (champs.trouver("demarrage_id"))
+        b.demarrageId = champs.entier("demarrage_id", 0, entierExactMax);
+    if (champs.trouver("agent_lance_ms"))
+        b.agentLanceMs = champs.entier("agent_lance_ms", 0, entierExactMax);
     return b;
 }
 

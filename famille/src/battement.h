@@ -47,6 +47,11 @@ struct Battement {
     std::map<std::string, double> minutesLimites;
     std::optional<LotUsage> usageApplis;
     std::optional<std::vector<AppliInstallee>> applisInstallees;
+    // The computer's boot identity and the boot-time clock at which the agent started: the
+    // same boot with another start is an agent restarted, another boot a reboot. Older agents
+    // send neither.
+    std::optional<std::int64_t> demarrageId;
+    std::optional<std::int64_t> agentLanceMs;
 };
 
 // Checks every member it knows and refuses the whole message (ErreurRequete 400) at the first

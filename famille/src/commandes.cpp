@@ -71,7 +71,10 @@ Suivi
   refuser ID
   rapport PRENOM                      ordinateurs (protection active ou coupée : arrêt
                                       signalé ou plus de 90 s sans nouvelles), temps du jour,
-                                      applis, sites, applis installées, signalements du jour
+                                      applis, sites, applis installées, signalements du jour,
+                                      interruptions du jour : arrêts, silences, battements
+                                      espacés, redémarrages, baisses du temps compté, voile
+                                      réparé, clavier refusé, agent suspendu
   consigne PRENOM [--ordinateur ID]   la consigne qu'un battement recevrait maintenant
 )";
 

@@ -8,9 +8,10 @@ namespace tavi::famille {
 
 namespace {
 
-// Version 2 of the schema (version 1 lacked volumes_jour; every statement here is idempotent,
-// so running it again upgrades a version 1 base). Per-day tables are keyed by the child's local day
-// ("yyyy-MM-dd"); instants are ms since the epoch; minutes are REAL.
+// Version 3 of the schema (version 1 lacked volumes_jour, version 2 the columns that
+// colonnesAjoutees adds; every statement here is idempotent, so running it again upgrades an
+// older base). Per-day tables are keyed by the child's local day ("yyyy-MM-dd"); instants are
+// ms since the epoch; minutes are REAL.
 constexpr const char* schema = R"sql(
 CREATE TABLE IF NOT EXISTS enfants (
     id TEXT PRIMARY KEY,
@@ -39,7 +40,10 @@ CREATE TABLE IF NOT EXISTS ordinateurs (
     relie_ms INTEGER NOT NULL,
     dernier_ms INTEGER,
     dernier_genre TEXT,
-    dernier_resume TEXT
+    dernier_resume TEXT,
+    dernier_battement_ms INTEGER,
+    demarrage_id INTEGER,
+    agent_lance_ms INTEGER
 );
 CREATE INDEX IF NOT EXISTS ordinateurs_enfant ON ordinateurs(enfant_id, installation);
 CREATE TABLE IF NOT EXISTS jetons (
@@ -120,6 +124,7 @@ CREATE TABLE IF NOT EXISTS signaux (
     detail TEXT NOT NULL,
     recu_ms INTEGER NOT NULL
 );
+CREATE INDEX IF NOT EXISTS signaux_ordinateur ON signaux(ordinateur_id, recu_ms);
 CREATE TABLE IF NOT EXISTS evenements (
     id INTEGER PRIMARY KEY,
     ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
@@ -127,16 +132,34 @@ CREATE TABLE IF NOT EXISTS evenements (
     texte TEXT,
     recu_ms INTEGER NOT NULL
 );
+CREATE INDEX IF NOT EXISTS evenements_ordinateur ON evenements(ordinateur_id, recu_ms);
 CREATE TABLE IF NOT EXISTS volumes_jour (
     ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
     jour TEXT NOT NULL,
     sites INTEGER NOT NULL DEFAULT 0,
     signaux INTEGER NOT NULL DEFAULT 0,
     evenements INTEGER NOT NULL DEFAULT 0,
+    applis INTEGER NOT NULL DEFAULT 0,
+    preuves INTEGER NOT NULL DEFAULT 0,
     PRIMARY KEY (ordinateur_id, jour)
 ) WITHOUT ROWID;
-PRAGMA user_version = 2;
 )sql";
+
+// The columns added since a table was first created: CREATE TABLE IF NOT EXISTS leaves an
+// older table as it was.
+constexpr const char* colonnesAjoutees[][3] = {
+    {"ordinateurs", "dernier_battement_ms", "INTEGER"},
+    {"ordinateurs", "demarrage_id", "INTEGER"},
+    {"ordinateurs", "agent_lance_ms", "INTEGER"},
+    {"volumes_jour", "applis", "INTEGER NOT NULL DEFAULT 0"},
+    {"volumes_jour", "preuves", "INTEGER NOT NULL DEFAULT 0"},
+};
+
+bool aLaColonne(Base& base, const std::string& table, const std::string& colonne) {
+    Requete r = base.requete("SELECT 1 FROM pragma_table_info(?) WHERE name = ?");
+    r.avec(table, colonne);
+    return r.ligne();
+}
 
 } // namespace
 
@@ -145,13 +168,22 @@ Depot::Depot(const std::string& chemin, Base::Ouverture ouverture) : base_(chemi
 }
 
 void Depot::creerSchema() {
-    Requete version = base_.requete("PRAGMA user_version");
-    version.ligne();
-    std::int64_t numero = version.entier(0);
-    if (numero == 2) return;
-    if (numero > 2) throw ErreurBase("cette base vient d'une version plus récente de tavi-famille");
+    std::int64_t numero = 0;
+    {
+        // Finished before the schema changes: no statement of ours stays open across them.
+        Requete version = base_.requete("PRAGMA user_version");
+        if (version.ligne()) numero = version.entier(0);
+    }
+    if (numero == 3) return;
+    if (numero > 3) throw ErreurBase("cette base vient d'une version plus récente de tavi-famille");
     Transaction t(base_);
     base_.executer(schema);
+    for (const auto& [table, colonne, definition] : colonnesAjoutees)
+        if (!aLaColonne(base_, table, colonne))
+            base_.executer(
+                (std::string("ALTER TABLE ") + table + " ADD COLUMN " + colonne + " " + definition)
+                    .c_str());
+    base_.executer("PRAGMA user_version = 3");
     t.valider();
 }
 

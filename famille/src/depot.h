@@ -61,7 +61,11 @@ enum class ResultatTirelire { fait, pasDeLimite, pasAssez };
 struct VolumesJour {
     std::int64_t sites = 0; // new (domain, hour) rows
     std::int64_t signaux = 0;
-    std::int64_t evenements = 0;
+    std::int64_t evenements = 0; // announcements
+    std::int64_t applis = 0;     // new (day, application) rows of per-application use
+    // Evidence of an interruption or a tampering: stop reports, silences, restarts, drops of
+    // the day's use. Counted on past the quota, so that a flood still shows how big it was.
+    std::int64_t preuves = 0;
     bool operator==(const VolumesJour&) const = default;
 };
 
@@ -77,8 +81,11 @@ public:
     static constexpr std::int64_t silenceMaxMs = 90 * 1000;
     // What one computer may add in a day of its child. A busy child visits a few hundred
     // domains a day, each counted once an hour at most; an agent announces sleeps, wakes and
-    // stops, and signals what it blocked. Far above that, far below filling a disk in 30 days.
-    static constexpr VolumesJour quotaJour{5000, 500, 500};
+    // stops, and signals what it blocked; it restates the use of its last 7 days, a few dozen
+    // applications each. Far above that, far below filling a disk in 30 days.
+    static constexpr VolumesJour quotaJour{5000, 500, 500, 2000, 500};
+    // Heartbeats come every 30 s: a longer gap is an agent stalled, slowed or held back.
+    static constexpr std::int64_t ecartMaxMs = 35 * 1000;
 
     Depot(const std::string& chemin, Base::Ouverture ouverture);
     Base& base() { return base_; }
@@ -130,6 +137,16 @@ public:
     void elaguer(std::int64_t maintenantMs);
 
 private:
+    // The parts of a heartbeat (depot_battements.cpp).
+    void noterUsage(const std::string& ordinateurId, const Enfant& enfant, const Battement& b,
+                    std::int64_t maintenantMs, VolumesJour& v);
+    void noterApplis(const std::string& ordinateurId, const LotUsage& lot,
+                     std::int64_t maintenantMs, VolumesJour& v);
+    void noterAgent(const std::string& ordinateurId, const Battement& b, std::int64_t maintenantMs,
+                    VolumesJour& v);
+    // Stores one piece of evidence (genre, details as a JSON object) within the day's quota.
+    void noterPreuve(const std::string& ordinateurId, const std::string& genre,
+                     const nlohmann::json& details, std::int64_t maintenantMs, VolumesJour& v);
     void creerSchema();
     VolumesJour volumes(const std::string& ordinateurId, const std::string& jour);
     void noterVolumes(const std::string& ordinateurId, const std::string& jour,

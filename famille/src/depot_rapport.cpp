@@ -10,6 +10,10 @@ using nlohmann::json;
 
 namespace {
 
+// What the agent reports of the child's attempts on it: a veil put back after another program
+// hid it, a keyboard grab refused, the agent's process held stopped.
+constexpr const char* naturesInterruption = "('voile_repare', 'saisie_refusee', 'agent_arrete')";
+
 json ligneOrdinateur(Requete& r, std::int64_t maintenantMs) {
     json o = {{"id", r.texte(0)},
               {"nom", r.texte(1)},
@@ -89,6 +93,10 @@ std::vector<json> Depot::rapport(const std::string& prenom, std::int64_t mainten
         annonce.avec(o["id"].get<std::string>());
         if (annonce.ligne())
             o["derniere_annonce"] = {{"texte", annonce.texte(0)}, {"recu_ms", annonce.entier(1)}};
+        // A flood of evidence past its quota is still counted, so its size shows.
+        auto preuves = volumes(o["id"].get<std::string>(), jour).preuves;
+        if (preuves > quotaJour.preuves)
+            o["interruptions_non_detaillees"] = preuves - quotaJour.preuves;
         lignes.push_back({{"ordinateur", o}});
     }
 
@@ -130,9 +138,10 @@ std::vector<json> Depot::rapport(const std::string& prenom, std::int64_t mainten
     }
 
     Requete signaux = base_.requete(
-        "SELECT s.ordinateur_id, s.nature, s.detail, s.recu_ms FROM signaux s "
-        "JOIN ordinateurs o ON o.id = s.ordinateur_id WHERE o.enfant_id = ? AND s.recu_ms >= ? "
-        "ORDER BY s.recu_ms");
+        std::string("SELECT s.ordinateur_id, s.nature, s.detail, s.recu_ms FROM signaux s "
+                    "JOIN ordinateurs o ON o.id = s.ordinateur_id WHERE o.enfant_id = ? "
+                    "AND s.recu_ms >= ? AND s.nature NOT IN ") +
+        naturesInterruption + " ORDER BY s.recu_ms");
     signaux.avec(e.id, debutJour);
     while (signaux.ligne())
         lignes.push_back({{"signal",
@@ -140,19 +149,50 @@ std::vector<json> Depot::rapport(const std::string& prenom, std::int64_t mainten
                             {"nature", signaux.texte(1)},
                             {"detail", signaux.texte(2)},
                             {"recu_ms", signaux.entier(3)}}}});
+
+    // The day's interruptions, in the order they reached the server: what the server saw
+    // (stops, silences, gaps, restarts, drops of the day's use) and what the agent reported
+    // of the child's attempts on it.
+    Requete interruptions = base_.requete(
+        std::string("SELECT v.ordinateur_id, v.genre, v.texte, v.recu_ms, 0 FROM evenements v "
+                    "JOIN ordinateurs o ON o.id = v.ordinateur_id WHERE o.enfant_id = ?1 "
+                    "AND v.recu_ms >= ?2 AND v.genre != 'annonce' UNION ALL "
+                    "SELECT s.ordinateur_id, s.nature, s.detail, s.recu_ms, 1 FROM signaux s "
+                    "JOIN ordinateurs o ON o.id = s.ordinateur_id WHERE o.enfant_id = ?1 "
+                    "AND s.recu_ms >= ?2 AND s.nature IN ") +
+        naturesInterruption + " ORDER BY 4");
+    interruptions.avec(e.id, debutJour);
+    while (interruptions.ligne()) {
+        json i = {{"ordinateur", interruptions.texte(0)}, {"genre", interruptions.texte(1)}};
+        auto texte = interruptions.texteOuRien(2);
+        if (interruptions.entier(4) == 1) {
+            i["detail"] = texte.value_or("");
+        } else if (texte) {
+            json details = json::parse(*texte, nullptr, false);
+            if (details.is_object()) i.update(details);
+        }
+        i["recu_ms"] = interruptions.entier(3);
+        lignes.push_back({{"interruption", i}});
+    }
     return lignes;
 }
 
 void Depot::elaguer(std::int64_t maintenantMs) {
     Transaction t(base_);
     std::int64_t limite = maintenantMs - conservationMs;
-    // Day keys of every zone sort as text; a day of margin covers the zones ahead of UTC.
-    std::string jourLimite = jourLocal(limite - 24 * 3600 * 1000, *date::locate_zone("UTC"));
+    const BornesJours bornes = bornesJours(maintenantMs, conservationMs);
     for (const char* table :
          {"usage_jour", "minutes_limites", "usage_applis", "ajouts", "volumes_jour"})
         base_.requete(std::string("DELETE FROM ") + table + " WHERE jour < ?")
-            .avec(jourLimite)
+            .avec(bornes.premier)
             .executer();
+    // The only days a client names: one after every zone's today comes from a broken clock or
+    // a liar; kept, it would never age out.
+    base_.requete("DELETE FROM usage_applis WHERE jour > ?").avec(bornes.dernier).executer();
+    base_
+        .requete("DELETE FROM noms_applis WHERE (ordinateur_id, appli) NOT IN "
+                 "(SELECT ordinateur_id, appli FROM usage_applis)")
+        .executer();
     // A site dated more than a day ahead comes from a broken clock or a liar; kept, it would
     // never age out.
     base_.requete("DELETE FROM sites WHERE dernier_ms < ? OR premier_ms > ?")

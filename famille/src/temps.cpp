@@ -37,6 +37,13 @@ std::string jourLocal(std::int64_t instantMs, const date::time_zone& zone) {
     return texte;
 }
 
+BornesJours bornesJours(std::int64_t instantMs, std::int64_t conservationMs) {
+    constexpr std::int64_t jourMs = 24 * 3600 * 1000;
+    const auto& utc = *date::locate_zone("UTC");
+    return {jourLocal(instantMs - conservationMs - jourMs, utc),
+            jourLocal(instantMs + jourMs, utc)};
+}
+
 std::int64_t debutJourMs(std::int64_t instantMs, const date::time_zone& zone) {
     using namespace std::chrono;
     auto local = zone.to_local(date::sys_time<milliseconds>(milliseconds(instantMs)));

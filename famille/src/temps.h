@@ -23,6 +23,15 @@ std::string fuseauDuServeur();
 // local day, as the agent keys them by its own.
 std::string jourLocal(std::int64_t instantMs, const date::time_zone& zone);
 
+// The day keys a per-day figure may carry at `instantMs`, whatever the zone: from the oldest
+// day kept (`conservationMs` back, a day of margin for the zones ahead of UTC) to the day after
+// today in UTC, which is the latest "today" of any zone. Keys sort as text.
+struct BornesJours {
+    std::string premier;
+    std::string dernier;
+};
+BornesJours bornesJours(std::int64_t instantMs, std::int64_t conservationMs);
+
 // The first instant of the local day that holds `instantMs` (where midnight is skipped by a
 // daylight-saving jump, the jump itself).
 std::int64_t debutJourMs(std::int64_t instantMs, const date::time_zone& zone);

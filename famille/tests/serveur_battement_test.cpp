@@ -19,6 +19,7 @@ class Battements : public AvecLea {};
 TEST_F(Battements, ChaqueLotDuBattementEstEnregistre) {
     std::int64_t heure = maintenantMs() / 3600000 * 3600000;
     std::string aujourdhui = jourLocal(maintenantMs(), *date::locate_zone("Europe/Paris"));
+    std::string hier = jourLocal(maintenantMs() - 86400000, *date::locate_zone("UTC"));
     auto lot = [&](double utilise, json site, json jours, json installees) {
         json corps = battement(utilise);
         corps["sites"] = {std::move(site)};
@@ -28,7 +29,7 @@ TEST_F(Battements, ChaqueLotDuBattementEstEnregistre) {
     };
     ASSERT_EQ(lot(42.5,
                   {{"d", "exemple.fr"}, {"p", heure + 1000}, {"f", heure + 5000}, {"s", 3000}},
-                  {{aujourdhui, {{"firefox", 30.5}}}, {"2026-01-02", {{"vlc", 3.0}}}},
+                  {{aujourdhui, {{"firefox", 30.5}}}, {hier, {{"vlc", 3.0}}}},
                   {{{"p", "firefox"}, {"n", "Firefox"}, {"c", "web"}}}),
               200);
     // The next batch: more time on a site in the same hour (capped at an hour), a day of app
@@ -39,7 +40,7 @@ TEST_F(Battements, ChaqueLotDuBattementEstEnregistre) {
 
     EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("utilise_jour_min"), 43.0);
     EXPECT_EQ(serveur.lignes("appli").at(0).at("minutes"), 31.0);
-    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM usage_applis WHERE jour = '2026-01-02'"), 1)
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM usage_applis WHERE jour = '" + hier + "'"), 1)
         << "a day missing from a batch keeps what it had";
     EXPECT_EQ(serveur.lignes("site"),
               std::vector<json>{json(
@@ -80,7 +81,7 @@ TEST_F(Battements, LeResteDuJourCompteChaqueOrdinateurEtSurvitAUnRedemarrage) {
     EXPECT_EQ(c2.at("reste_jour_min"), 25.0);
     EXPECT_EQ(c2.at("limites_autres"), json({{"jeux", 8.0}}));
 
-    // The latest figure of a computer replaces its previous one; the figures and the tokens
+    // A computer's higher figure replaces its previous one; the figures and the tokens
     // survive a restart.
     serveur.redemarrer();
     auto apres = serveur.client();
@@ -94,6 +95,11 @@ TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
     siteFractionnaire["sites"] = {{{"d", "a.fr"}, {"p", 1}, {"f", 2}, {"s", 1.5}}};
     json usageMalDate = battement(10);
     usageMalDate["usage_applis"] = {{"jours", {{"22/11/2026", {{"vlc", 1}}}}}};
+    auto avec = [](const char* cle, json valeur) {
+        json corps = battement(10);
+        corps[cle] = std::move(valeur);
+        return corps.dump();
+    };
     json texteAuLieuDeNombre = battement(10);
     texteAuLieuDeNombre["utilise_jour_min"] = "10";
 
@@ -105,6 +111,9 @@ TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
         {battement(-1).dump(), "« utilise_jour_min »"},
         {siteFractionnaire.dump(), "« sites[0].s »"},
         {usageMalDate.dump(), "22/11/2026"},
+        {avec("usage_applis", {{"jours", {{"2024-02-31", {{"vlc", 1}}}}}}), "2024-02-31"},
+        {avec("demarrage_id", 1.5), "« demarrage_id »"},
+        {avec("agent_lance_ms", 1LL << 53), "« agent_lance_ms »"},
         // Deep nesting is refused before parsing: it would cost memory and stack out of all
         // proportion to its size.
         {[] {
@@ -131,8 +140,74 @@ TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
     EXPECT_TRUE(serveur.lignes("ordinateur").at(0).at("derniere_nouvelle_ms").is_null())
         << "nothing of a refused message is stored";
     EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM usage_jour"), 0);
+    // A NUL inside a key is still a key: it is stored as sent, escaped when written out.
+    json nul = battement(10);
+    nul["autorisations"][std::string("auto\0matisation", 16)] = true;
     auto bon = serveur.client();
-    EXPECT_EQ(poster(bon, "/api/enfant/battement", battement(10), jeton)->status, 200);
+    EXPECT_EQ(poster(bon, "/api/enfant/battement", nul, jeton)->status, 200);
+}
+
+TEST_F(Battements, UnJetonNeRemplitPasLaBase) {
+    serveur.depot().modifier("Léa", [](Enfant& e) {
+        e.reglages.limitesApplis = {{"jeux", "Jeux", 30, {"steam"}}};
+    });
+    const std::int64_t maintenant = maintenantMs();
+    const std::string aujourdhui = jourLocal(maintenant, *date::locate_zone("Europe/Paris"));
+    const std::string hier = jourLocal(maintenant - 24 * 3600000, *date::locate_zone("UTC"));
+    json jour, noms;
+    for (int i = 0; i < Depot::quotaJour.applis + 500; ++i) {
+        jour["appli" + std::to_string(i)] = i * 0.5;
+        noms["appli" + std::to_string(i)] = "Appli";
+    }
+    json corps = battement(10);
+    corps["usage_applis"] = {
+        {"jours",
+         {{hier, {{"vlc", 1000}}}, {"2999-01-01", {{"vlc", 1}}}, {"2020-01-01", {{"vlc", 1}}}}},
+        {"noms", {{"vlc", "VLC"}}}};
+    ASSERT_EQ(battre(corps)->status, 200);
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM usage_applis"), 1)
+        << "days outside the kept ones are dropped";
+    corps["usage_applis"] = {{"jours", {{aujourdhui, jour}}}, {"noms", noms}};
+    corps["minutes_limites"] = {{"steam", 5}, {"inventee", 5}};
+    ASSERT_EQ(battre(corps)->status, 200);
+    ASSERT_EQ(battre(corps)->status, 200) << "a restated day is not new";
+
+    EXPECT_EQ(serveur.compter("SELECT (SELECT COUNT(*) FROM usage_applis) + "
+                              "(SELECT COUNT(*) FROM noms_applis)"),
+              Depot::quotaJour.applis)
+        << "uses and names share the quota";
+    EXPECT_EQ(serveur.compter("SELECT MIN(minutes) FROM usage_applis"), 251)
+        << "past the quota the most used are kept";
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM minutes_limites"), 1)
+        << "only the applications the parents limit";
+
+    // Rows a client could leave from before these bounds are pruned: a day after every
+    // zone's today, a name without use.
+    serveur.depot().base().executer(
+        "INSERT INTO usage_applis SELECT id, '2999-01-01', 'vlc', 1 FROM ordinateurs;"
+        "INSERT INTO noms_applis SELECT id, 'orpheline', 'X' FROM ordinateurs;");
+    serveur.depot().elaguer(maintenant);
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM usage_applis WHERE jour > '2100'"), 0);
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM noms_applis WHERE appli = 'orpheline'"), 0);
+    EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM noms_applis"), 1) << "a name in use stays";
+}
+
+TEST(Schema, UneBaseDeVersion2EstMiseAJourALOuverture) {
+    DossierTemporaire dossier;
+    const std::string chemin = (dossier / "famille.db").string();
+    Depot(chemin, Base::Ouverture::creer)
+        .base()
+        .executer("ALTER TABLE ordinateurs DROP COLUMN dernier_battement_ms;"
+                  "ALTER TABLE ordinateurs DROP COLUMN demarrage_id;"
+                  "ALTER TABLE ordinateurs DROP COLUMN agent_lance_ms;"
+                  "ALTER TABLE volumes_jour DROP COLUMN applis;"
+                  "ALTER TABLE volumes_jour DROP COLUMN preuves; PRAGMA user_version = 2;");
+    Depot depot(chemin, Base::Ouverture::existante);
+    const std::int64_t t = maintenantMs();
+    depot.ajouterEnfant("Léa", "fr", "Europe/Paris", t);
+    auto jeton = depot.appairer(depot.creerCode("Léa", t).code, "pc-1", "PC", "0.1.0", t)->jeton;
+    depot.battre(*depot.authentifier(jeton), lireBattement(battement(10)), t);
+    EXPECT_EQ(depot.rapport("Léa", t).at(1).at("ordinateur").at("utilise_jour_min"), 10.0);
 }
 
 TEST(Charge, CinquanteOrdinateursBattentEnMemeTempsSansErreur) {

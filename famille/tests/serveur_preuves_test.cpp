@@ -1,0 +1,85 @@
+// What the family server keeps as evidence: a SQLite file in a temporary folder behind a real
+// server, driven through the store at chosen instants.
+#include "outils_test.h"
+
+#include <date/tz.h>
+#include <gtest/gtest.h>
+
+using namespace tavi::famille;
+using namespace tavi::famille::essai;
+using nlohmann::json;
+
+namespace {
+
+class Preuves : public AvecLea {
+protected:
+    // Léa's day of today in Paris, from its midnight.
+    const std::int64_t minuit = debutJourMs(maintenantMs(), *date::locate_zone("Europe/Paris"));
+    Acces acces = *serveur.depot().authentifier(jeton);
+
+    json battreA(std::int64_t instant, json corps) {
+        return serveur.depot().battre(acces, lireBattement(corps), instant);
+    }
+};
+
+} // namespace
+
+TEST_F(Preuves, LUsageDuJourNeBaisseJamaisEtLaBaisseEstNotee) {
+    serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 60; });
+    const std::int64_t midi = minuit + 12 * 3600000;
+    battreA(midi, battement(40));
+    EXPECT_EQ(battreA(midi + 30000, battement(3)).at("reste_jour_min"), 20.0);
+    auto baisse = serveur.lignes("interruption", midi + 30000).at(0);
+    EXPECT_EQ(baisse.at("genre"), "baisse");
+    EXPECT_EQ(baisse.at("recu_min"), 3.0);
+
+    // Just after midnight the agent may still send the previous day's total: it goes to that
+    // day, and today starts from what today really holds.
+    const std::int64_t lendemain =
+        debutJourMs(minuit + 36 * 3600000, *date::locate_zone("Europe/Paris"));
+    battreA(lendemain + 60000, battement(300));
+    EXPECT_EQ(battreA(lendemain + 90000, battement(0.5)).at("reste_jour_min"), 59.5);
+}
+
+TEST_F(Preuves, LeRapportListeLesInterruptionsDuJourDansLOrdre) {
+    const std::int64_t t = minuit + 10 * 3600000;
+    auto avecDemarrage = [](std::int64_t demarrage, std::int64_t lance) {
+        json corps = battement(10);
+        corps["demarrage_id"] = demarrage;
+        corps["agent_lance_ms"] = lance;
+        return corps;
+    };
+    battreA(t, avecDemarrage(7, 1000));
+    battreA(t + 30000, avecDemarrage(7, 1000));
+    battreA(t + 70000, avecDemarrage(7, 1000)); // 40 s after the previous one
+    json annonce = battement(10);
+    annonce["annonce"] = "veille";
+    battreA(t + 80000, annonce); // an announcement does not hide the silence that follows
+    json arret = battement(10);
+    arret.erase("autorisations");
+    battreA(t + 85000, arret);
+    battreA(t + 300000, avecDemarrage(7, 1000));
+    battreA(t + 320000, avecDemarrage(7, 250000)); // same boot, agent started again
+    battreA(t + 340000, avecDemarrage(8, 2000));   // another boot
+    battreA(t + 360000, battement(10));            // an older agent: nothing to compare
+    serveur.depot().signaler(acces, "voile_repare", "fenêtre déplacée hors de l'écran", t + 370000);
+    serveur.depot().signaler(acces, "site_bloque", "jeux.example", t + 380000);
+
+    auto lignes = serveur.lignes("interruption", t + 400000);
+    std::vector<std::string> genres;
+    for (const auto& ligne : lignes)
+        genres.push_back(ligne.at("genre"));
+    EXPECT_EQ(genres, (std::vector<std::string>{"battements_espaces", "arret", "silence",
+                                                "redemarrage_agent", "redemarrage_ordinateur",
+                                                "voile_repare"}));
+    EXPECT_EQ(lignes[0].at("secondes"), 40);
+    EXPECT_EQ(lignes[2].at("apres"), "arret");
+    EXPECT_EQ(lignes[5].at("detail"), "fenêtre déplacée hors de l'écran");
+    EXPECT_EQ(serveur.lignes("signal", t + 400000).size(), 1u) << "a plain signal stays one";
+
+    // A flood of evidence stops being stored at the quota but is still counted.
+    for (int i = 0; i < Depot::quotaJour.preuves + 5; ++i)
+        battreA(t + 500000 + i, avecDemarrage(9, i));
+    EXPECT_EQ(serveur.lignes("ordinateur", t + 600000).at(0).at("interruptions_non_detaillees"),
+              11);
+}
