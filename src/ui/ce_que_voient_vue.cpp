@@ -59,7 +59,6 @@ CeQueVoientVue::CeQueVoientVue(const std::optional<Consigne>& consigne,
 QScrollArea* CeQueVoientVue::defilement(const CeQueVoient& panneau) {
     // The lists scroll on a screen too low for them; the button stays below, always in view.
     auto* listes = new QWidget;
-    listes->setAutoFillBackground(false);
     auto* pile = new QVBoxLayout(listes);
     pile->setContentsMargins(0, 0, 0, 0);
     pile->setSpacing(10);
@@ -78,6 +77,8 @@ QScrollArea* CeQueVoientVue::defilement(const CeQueVoient& panneau) {
     // The card's own colour shows through.
     zone->viewport()->setAutoFillBackground(false);
     zone->setWidget(listes);
+    // After setWidget, which fills it with the window's grey.
+    listes->setAutoFillBackground(false);
     return zone;
 }
 

@@ -91,12 +91,13 @@ QPainterPath chiffres(const std::string& texte) {
         const QRectF boite = unique.boundingRect();
         // Each line centred on the same axis, one below the other.
         p.addPath(unique.translated(-boite.center().x(), y - boite.top()));
-        y += boite.height() + 18;
+        y += boite.height() + 22;
     }
     const QRectF boite = p.boundingRect();
     if (boite.isEmpty()) return p;
-    const qreal hauteur = lignes.size() > 1 ? 17.5 : 12.5;
-    const qreal echelle = std::min(hauteur / boite.height(), 18.0 / boite.width());
+    const bool deux = lignes.size() > 1;
+    const qreal echelle =
+        std::min((deux ? 19.0 : 12.5) / boite.height(), (deux ? 19.5 : 18.0) / boite.width());
     QTransform t;
     t.translate(12, 12);
     t.scale(echelle, echelle);
@@ -170,8 +171,10 @@ QImage dessinerIconeBarre(const IconeBarre& icone, int px, qreal densite) {
         break;
     case Symbole::sablier: {
         const std::string court = texteBadge(icone.texte);
-        // Outlined as well as filled: the kit's rounded face is too thin for 16 px.
-        peintre.setPen(QPen(Charte::encre, 1.2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        // Outlined as well as filled: the kit's rounded face is too thin for 16 px. Less on two
+        // lines, whose smaller digits would close up.
+        const qreal contour = court.find('\n') == std::string::npos ? 1.2 : 0.7;
+        peintre.setPen(QPen(Charte::encre, contour, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
         peintre.drawPath(court.empty() ? sablier() : chiffres(court));
         break;
     }
