@@ -1,5 +1,6 @@
 // The status item on an Xvfb of the test's own, with trayer as the XEmbed tray host (no session
 // bus, so Qt has no notifier host to prefer). A second X client clicks through XTest.
+#include "fausses_notifications.h"
 #include "ui/barre.h"
 #include "ui/icone_barre.h"
 
@@ -165,6 +166,22 @@ TEST_F(BarreX11, UnClicOuvreLeMenuDuMomentEtSesEntreesMenentAuxOperations) {
     QMessageBox* boite = barre.boiteMessage();
     barre.informer();
     EXPECT_EQ(barre.boiteMessage(), boite);
+}
+
+TEST_F(BarreX11, LeMessageVaAuxNotificationsDuBureauEtALaBoiteSansServeur) {
+    actions.etat.relie = true;
+    actions.etat.message = "Ta demande est envoyée à tes parents.";
+    test::FaussesNotifications notifications;
+    Barre barre(actions, &notifications);
+    barre.informer();
+    ASSERT_EQ(notifications.envoyees.size(), 1u);
+    EXPECT_EQ(notifications.envoyees[0].texte, *actions.etat.message);
+    EXPECT_FALSE(barre.boiteMessage());
+
+    notifications.serveur = false;
+    barre.informer();
+    ASSERT_TRUE(barre.boiteMessage());
+    EXPECT_EQ(barre.boiteMessage()->text().toStdString(), *actions.etat.message);
 }
 
 TEST(IconeBarre, LeBadgeALaTailleEtLaDensiteDemandeesEtMontreLeTempsRestant) {
