@@ -316,7 +316,9 @@ QWidget* AccueilVue::etapeFini() {
     pile->setSpacing(14);
     if (const auto emoji = policeEmoji(64)) pile->addWidget(etiquette("🎉", *emoji, Charte::encre));
     pile->addWidget(titre(texteAvec("C'est prêt, %@ !", affichable(actions_.prenom(), maxNom))));
-    pile->addWidget(paragraphe(texte(TextesPlateforme::ouSeTrouve())));
+    // Where the desktop shows no icon, the step says so rather than send the child looking.
+    pile->addWidget(paragraphe(texte(actions_.zoneNotification() ? TextesPlateforme::ouSeTrouve()
+                                                                 : TextesPlateforme::sansIcone())));
     auto* ok = new BoutonPilule(qt("OK"), Charte::jaune);
     connect(ok, &QAbstractButton::clicked, this, [this] { fermer(); });
     pile->addLayout(centree(ok));

@@ -27,12 +27,12 @@ namespace {
 std::string affichage, raisonSaut;
 
 struct FaussesActions : ActionsAccueil {
-    bool lie = true;
+    bool lie = true, accord = false, zone = true;
     std::optional<Consigne> regles;
     bool relie() const override { return lie; }
     std::optional<Consigne> consigne() const override { return regles; }
     std::string prenom() const override { return "Léa"; }
-    bool accordDonne() const override { return false; }
+    bool accordDonne() const override { return accord; }
     void consentir() override {}
     bool agentActif() const override { return true; }
     void lireEtatAgent(std::function<void()> fini) override { fini(); }
@@ -42,6 +42,7 @@ struct FaussesActions : ActionsAccueil {
         fini("Ce code n'existe pas. Vérifie-le avec tes parents.");
     }
     bool installe() const override { return true; }
+    bool zoneNotification() const override { return zone; }
     std::unique_ptr<Abonnement> observer(std::function<void()>) override {
         return std::make_unique<Abonnement>();
     }
@@ -134,6 +135,24 @@ TEST(AccueilX11, LErreurEtLExempleDeCodeSeLisentAssezContrastes) {
     // The soft ink of the other texts, on every surface it is drawn on.
     for (const QColor& surface : {Charte::fond, Charte::blanc, Charte::lilas, Charte::menthe})
         EXPECT_GE(contraste(Charte::doux, surface), 4.5) << surface.name().toStdString();
+}
+
+TEST(AccueilX11, SansZoneDeNotificationLaDerniereEtapeDitLaVerite) {
+    if (!raisonSaut.empty()) GTEST_SKIP() << raisonSaut;
+    const auto dit = [](bool zone) {
+        FaussesActions actions;
+        actions.accord = true;
+        actions.zone = zone;
+        AccueilVue vue(actions, false);
+        EXPECT_EQ(vue.etape(), EtapeAccueil::fini);
+        QStringList textes;
+        for (const QLabel* l : vue.findChildren<QLabel*>())
+            textes << l->text();
+        return textes.join(' ').remove(QChar(0x200B));
+    };
+    EXPECT_TRUE(dit(true).contains("zone de notification")) << dit(true).toStdString();
+    EXPECT_FALSE(dit(false).contains("zone de notification"));
+    EXPECT_TRUE(dit(false).contains("AppIndicator")) << dit(false).toStdString();
 }
 
 // Xvfb at 1024 x 600 with openbox, for the application to come; says why not.
