@@ -1,4 +1,4 @@
-// The desktop's notifications over a private dbus-daemon, with python3-dbusmock's notification
+// The desktop's notifications on a private dbus-daemon, with python3-dbusmock's notification
 // daemon as the server, through a real Qt loop.
 #include "platform/linux/bus_sd.h"
 #include "platform/linux/notifications_bus.h"
@@ -13,80 +13,43 @@
 #include <unistd.h>
 
 using namespace tavi;
-using test::attendreQue;
 
-namespace {
-
-constexpr const char* python = "/usr/bin/python3";
-
-class NotificationsDBus : public testing::Test {
-protected:
-    void SetUp() override {
-        if (access("/usr/bin/dbus-daemon", X_OK) != 0)
-            GTEST_SKIP() << "dbus-daemon is not installed (package dbus)";
-        if (test::executer({python, "-c", "import dbusmock"}).statut != 0)
-            GTEST_SKIP() << "python3-dbusmock is not installed";
-        daemon.emplace(std::vector<std::string>{"/usr/bin/dbus-daemon", "--session",
-                                                "--print-address", "--nofork"});
-        const std::string adresse = daemon->ligne();
-        ASSERT_FALSE(adresse.empty());
-        setenv("DBUS_SESSION_BUS_ADDRESS", adresse.c_str(), 1);
-    }
-    void lancerServeur() {
-        serveur.emplace(std::vector<std::string>{python, "-m", "dbusmock", "--template",
-                                                 "notification_daemon", "-l", journal.string()});
-        ASSERT_EQ(test::executer({"/usr/bin/gdbus", "wait", "--session", "--timeout", "10",
-                                  "org.freedesktop.Notifications"})
-                      .statut,
-                  0);
-    }
-    // What the server was asked, one call a line.
-    std::string appels() const {
-        std::ostringstream texte;
-        texte << std::ifstream(journal).rdbuf();
-        return texte.str();
-    }
-    std::optional<bool> notifier(NotificationsBus& n, const std::string& texte) {
+TEST(NotificationsBus, SansServeurNonPuisLeTexteTelQuelEtLaSuiteRemplaceLaPremiere) {
+    if (access("/usr/bin/dbus-daemon", X_OK) ||
+        test::executer({"/usr/bin/python3", "-c", "import dbusmock"}).statut != 0)
+        GTEST_SKIP() << "needs dbus-daemon (package dbus) and python3-dbusmock";
+    test::Processus daemon({"/usr/bin/dbus-daemon", "--session", "--print-address", "--nofork"});
+    setenv("DBUS_SESSION_BUS_ADDRESS", daemon.ligne().c_str(), 1);
+    BoucleQt boucle;
+    BusSd bus(boucle, TypeBus::session);
+    ASSERT_TRUE(test::attendreQue([&] { return bus.connecte(); }));
+    NotificationsBus notifications(bus);
+    const auto notifier = [&](const std::string& texte) {
         std::optional<bool> pris;
-        n.notifier("Au lit", texte, "repos", [&](bool p) { pris = p; });
-        attendreQue([&] { return pris.has_value(); });
+        notifications.notifier("Au lit", texte, "repos", [&](bool p) { pris = p; });
+        test::attendreQue([&] { return pris.has_value(); });
         return pris;
-    }
+    };
+    EXPECT_EQ(notifier("Plus que 5 minutes"), false) << "no server: the caller says it otherwise";
 
     test::DossierTemporaire dossier;
-    std::filesystem::path journal = dossier / "appels.log";
-    std::optional<test::Processus> daemon, serveur;
-    BoucleQt boucle;
-};
-
-TEST_F(NotificationsDBus, LeServeurRecoitLeTexteTelQuelEtLaSuiteRemplaceLaPremiere) {
-    lancerServeur();
-    BusSd bus(boucle, TypeBus::session);
-    ASSERT_TRUE(attendreQue([&] { return bus.connecte(); }));
-    NotificationsBus notifications(bus);
-    EXPECT_EQ(notifier(notifications, "Plus que <b>5</b> minutes & c'est tout"), true);
-    EXPECT_EQ(notifier(notifications, "Plus que 1 minute"), true);
-    const std::string recus = appels();
-    // Never read as markup by the server.
-    EXPECT_NE(recus.find("\"Plus que &lt;b&gt;5&lt;/b&gt; minutes &amp; c'est tout\""),
+    test::Processus serveur({"/usr/bin/python3", "-m", "dbusmock", "--template",
+                             "notification_daemon", "-l", (dossier / "appels").string()});
+    ASSERT_EQ(test::executer({"/usr/bin/gdbus", "wait", "--session", "--timeout", "10",
+                              "org.freedesktop.Notifications"})
+                  .statut,
+              0);
+    EXPECT_EQ(notifier("Plus que <b>5</b> minutes & voilà"), true);
+    EXPECT_EQ(notifier("Plus que 1 minute"), true);
+    EXPECT_EQ(notifier("\xff\xfe"), false) << "not UTF-8: never sent";
+    std::ostringstream appels;
+    appels << std::ifstream(dossier / "appels").rdbuf();
+    // Shown as written, never as markup; the second takes the place of the first (number 1).
+    EXPECT_NE(appels.str().find("\"Tavi Home\" 0 \"com.tavi.home\" \"Au lit\" \"Plus que "
+                                "&lt;b&gt;5&lt;/b&gt; minutes &amp; voilà\""),
               std::string::npos)
-        << recus;
-    // The first went in as new (0) and was given 1; the second takes its place.
-    EXPECT_NE(recus.find("Notify \"Tavi Home\" 0 \"com.tavi.home\" \"Au lit\""), std::string::npos)
-        << recus;
-    EXPECT_NE(recus.find("Notify \"Tavi Home\" 1 \"com.tavi.home\" \"Au lit\" \"Plus que 1"),
+        << appels.str();
+    EXPECT_NE(appels.str().find("\"Tavi Home\" 1 \"com.tavi.home\" \"Au lit\" \"Plus que 1"),
               std::string::npos)
-        << recus;
+        << appels.str();
 }
-
-TEST_F(NotificationsDBus, SansServeurLAppelantLApprendPourLeDireAutrement) {
-    BusSd bus(boucle, TypeBus::session);
-    ASSERT_TRUE(attendreQue([&] { return bus.connecte(); }));
-    NotificationsBus notifications(bus);
-    EXPECT_EQ(notifier(notifications, "Plus que 5 minutes"), false);
-    // Nor is a text that is not UTF-8 sent.
-    lancerServeur();
-    EXPECT_EQ(notifier(notifications, "\xff\xfe"), false);
-}
-
-} // namespace
