@@ -7,9 +7,9 @@ using namespace tavi::test;
 TEST_F(BancMoteur, AvertitAvantLaSiesteDeLOrdinateurOuDeLAppliUneFoisACinqEtAUneMinute) {
     FaussesNotifications notifications;
     const auto construireAvertie = [&] {
-        moteur = std::make_unique<Moteur>(Plateforme{
-            horloges, reglages, coffre, boucle, transport, session, bureau, navigation,
-            applications, categories, systeme, demarrage, nullptr, &notifications});
+        moteur = std::make_unique<Moteur>(
+            Plateforme{horloges, reglages, coffre, boucle, transport, session, bureau, navigation,
+                       applications, categories, systeme, demarrage, nullptr, &notifications});
     };
     // 7 minutes left today, and the game in front with 10 minutes a day.
     relier();
