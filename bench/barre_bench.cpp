@@ -57,6 +57,7 @@ public:
     void autoriser() override {}
     void rejoindre(const std::string&, std::function<void(std::optional<std::string>)>) override {}
     bool installe() const override { return true; }
+    bool zoneNotification() const override { return true; }
     std::unique_ptr<Abonnement> observer(std::function<void()>) override { return nullptr; }
 };
 

@@ -60,10 +60,14 @@ the reference family server.")
 # dpkg-shlibdeps finds the libraries the programs link, and with them what they load at run
 # time: Qt's X11 platform plugin comes with libqt6gui6, the time zones that tavi-famille reads
 # with libdate-tz3. The faces of the child's windows are recommended (the agent draws without
-# them). Qt's Wayland plugin is only suggested: it brings Qt Quick along, and without it Qt runs
+# them), and a host for its icon: a stock GNOME shows none without the AppIndicator extension,
+# which every other desktop's panel makes needless (apt installs the first alternative only
+# where none is there). Qt's Wayland plugin is only suggested: it brings Qt Quick along, and without it Qt runs
 # the agent through XWayland, on the X11 paths that the tests drive.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-comfortaa, fonts-noto-color-emoji")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-comfortaa, fonts-noto-color-emoji, \
+gnome-shell-extension-appindicator | plasma-workspace | xfce4-panel | mate-panel | cinnamon | \
+lxqt-panel | lxpanel")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "qt6-wayland")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # A file under /etc belongs to the administrator once installed: an upgrade keeps their change.

@@ -14,7 +14,8 @@ namespace tavi {
 
 AgentLinux::AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demarrage& demarrage,
                        FabriqueVoile fabriqueVoile)
-    : observation_(boucle, EnvironnementXdg::duProcessus()) {
+    : observation_(boucle, EnvironnementXdg::duProcessus()),
+      notifications_(observation_.busDeSession()) {
     moteur_ = std::make_unique<Moteur>(Plateforme{
         .horloges = horloges_,
         .reglages = reglages,
@@ -29,6 +30,7 @@ AgentLinux::AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demar
         .systeme = systeme_,
         .demarrage = demarrage,
         .fabriqueVoile = std::move(fabriqueVoile),
+        .notifications = &notifications_,
     });
 }
 

@@ -6,6 +6,7 @@
 #include "platform/demarrage.h"
 #include "platform/linux/coffre_secret.h"
 #include "platform/linux/horloges_linux.h"
+#include "platform/linux/notifications_bus.h"
 #include "platform/linux/observation_linux.h"
 #include "platform/linux/systeme_linux.h"
 #include "platform/reglages.h"
@@ -35,11 +36,14 @@ public:
 
     Moteur& moteur() { return *moteur_; }
     ObservationLinux& observation() { return observation_; }
+    // The session's notification server, which the engine warns the child through.
+    Notifications& notifications() { return notifications_; }
 
 private:
     HorlogesLinux horloges_;
     SystemeLinux systeme_;
     ObservationLinux observation_;
+    NotificationsBus notifications_;
     std::unique_ptr<Moteur> moteur_;
 };
 
@@ -59,6 +63,7 @@ public:
 
     Moteur& moteur() { return agent_->moteur(); }
     ObservationLinux& observation() { return agent_->observation(); }
+    Notifications& notifications() { return agent_->notifications(); }
     // False when this run's settings will not outlive it (no state folder, or none usable).
     bool persistant() const { return reglages_->persistant(); }
 

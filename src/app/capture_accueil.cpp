@@ -21,6 +21,7 @@ public:
     bool accord_ = false;
     bool agent_ = false;
     std::optional<std::string> refus_;
+    bool zone_ = true;
 
     bool relie() const override { return relie_; }
     std::optional<Consigne> consigne() const override { return consigne_; }
@@ -38,6 +39,7 @@ public:
             enAttente_ = std::move(fini);
     }
     bool installe() const override { return false; }
+    bool zoneNotification() const override { return zone_; }
     std::unique_ptr<Abonnement> observer(std::function<void()>) override { return nullptr; }
 
 private:
@@ -71,6 +73,8 @@ std::vector<Variante> variantes() {
     vu.accord_ = true;
     AccueilFige pret = vu;
     pret.agent_ = true;
+    AccueilFige sansZone = pret;
+    sansZone.zone_ = false;
 
     std::vector<Variante> v{
         {"rejoindre", neuf, false, {}, true},
@@ -79,6 +83,7 @@ std::vector<Variante> variantes() {
         {"accord", relie, false, {}, false},
         {"demarrage", vu, false, {}, true},
         {"fini", pret, false, {}, true},
+        {"fini-sans-zone", sansZone, false, {}, false},
     };
     const std::pair<const char*, std::optional<Consigne>> panneaux[] = {
         {"sans-consigne", std::nullopt},

@@ -1,7 +1,6 @@
 #include "app/capture_barre.h"
 
 #include "app/capture_image.h"
-
 #include "ui/icone_barre.h"
 #include "ui/lisible.h"
 #include "ui/menu_qt.h"
@@ -111,7 +110,9 @@ std::vector<Ligne> lignesIcones() {
         {"45 min", {S::sablier, dureeLisible(45 * 60)}},
         {"1 h 39", {S::sablier, dureeLisible(99 * 60)}},
         {"1 h 40", {S::sablier, dureeLisible(100 * 60)}},
-        {"12 h", {S::sablier, dureeLisible(12 * 3600)}},
+        {"1 h 59", {S::sablier, dureeLisible(119 * 60)}},
+        {"2 h", {S::sablier, dureeLisible(2 * 3600)}},
+        {"12 h 05", {S::sablier, dureeLisible(12 * 3600 + 5 * 60)}},
     };
 }
 

@@ -38,8 +38,8 @@ std::unique_ptr<Voile> voileDeSession(Moteur& moteur) {
 // The tray icon and the welcome window, following the engine.
 class FenetresAgent : public Delegue::Fenetres {
 public:
-    explicit FenetresAgent(Moteur& moteur)
-        : actionsAccueil(moteur), actionsBarre(moteur), barre(actionsBarre) {
+    FenetresAgent(Moteur& moteur, Notifications& notifications)
+        : actionsAccueil(moteur), actionsBarre(moteur), barre(actionsBarre, &notifications) {
         barre.ouvrirAccueil = [this] { accueil.montrer(actionsAccueil, false); };
         barre.ouvrirCeQueVoient = [this] { accueil.montrer(actionsAccueil, true); };
         // A rule set that asks for a report the child has not been shown: the window opens at
@@ -56,17 +56,19 @@ private:
 };
 
 // Runs the agent of this session on `boucle` until it ends; `fenetres` makes its windows.
-[[noreturn]] void executer(BoucleQt& boucle, FabriqueVoile fabriqueVoile,
-                           std::function<std::unique_ptr<Delegue::Fenetres>(Moteur&)> fenetres,
-                           std::function<void(Moteur&, Delegue&)> avant) {
+[[noreturn]] void
+executer(BoucleQt& boucle, FabriqueVoile fabriqueVoile,
+         std::function<std::unique_ptr<Delegue::Fenetres>(Moteur&, Notifications&)> fenetres,
+         std::function<void(Moteur&, Delegue&)> avant) {
     AgentDeSession agent(boucle, std::nullopt, std::move(fabriqueVoile));
     Moteur& moteur = agent.moteur();
     AlimentationLogind alimentation(agent.observation().busDuSysteme());
     const auto copies = copiesDeSession(boucle, agent.observation().busDeSession());
-    Delegue delegue(boucle, moteur, *copies, alimentation,
-                    Demarrage::estAgent(std::getenv("TAVI_AGENT")),
-                    fenetres ? Delegue::FabriqueFenetres([&] { return fenetres(moteur); })
-                             : Delegue::FabriqueFenetres());
+    Delegue delegue(
+        boucle, moteur, *copies, alimentation, Demarrage::estAgent(std::getenv("TAVI_AGENT")),
+        fenetres
+            ? Delegue::FabriqueFenetres([&] { return fenetres(moteur, agent.notifications()); })
+            : Delegue::FabriqueFenetres());
     avant(moteur, delegue);
     delegue.lancer();
     finirProcessus(boucle.executer());
@@ -92,7 +94,9 @@ void executerAvecInterface(int argc, char** argv) {
     std::unique_ptr<FiltreFin> filtre;
     executer(
         boucle, voileDeSession,
-        [](Moteur& moteur) { return std::make_unique<FenetresAgent>(moteur); },
+        [](Moteur& moteur, Notifications& notifications) {
+            return std::make_unique<FenetresAgent>(moteur, notifications);
+        },
         [&](Moteur&, Delegue& delegue) {
             filtre = std::make_unique<FiltreFin>(application, delegue);
         });

@@ -114,6 +114,7 @@ void Moteur::evaluer() {
             fermerVoileAppli();
     }
     verifierAppliActive();
+    avertir();
     observateurs_.signaler();
 }
 

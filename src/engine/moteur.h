@@ -188,6 +188,23 @@ private:
     bool agentActif_ = false;
     NavigateursInstalles navigateursInstalles_;
     FileNavigateurs fileNavigateurs_;
+
+    // Warnings before a rest (moteur_avertissements.cpp): each evaluation looks 5 minutes
+    // ahead for the instant the computer, or the application in front, goes to rest, and
+    // warns the child once within 5 minutes and once within 1, through the desktop's
+    // notifications. `avertissements_` holds, per computer or application, the closest
+    // warning given and the instant of the rest it was about; kept in the store, so that a
+    // restart does not warn twice.
+    struct Avertissement {
+        std::int64_t seuil = 0; // ms before the rest
+        std::int64_t reposMs = 0;
+    };
+    void avertir();
+    void lireAvertissements();
+    void suivreRepos(const std::string& cible, const std::optional<std::string>& appli,
+                     const std::function<std::optional<RegleMac>(std::int64_t)>& reposDans);
+    std::map<std::string, Avertissement> avertissements_;
+    bool avertissementsLus_ = false;
 };
 
 } // namespace tavi

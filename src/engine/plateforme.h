@@ -8,6 +8,7 @@
 #include "platform/demarrage.h"
 #include "platform/horloges.h"
 #include "platform/navigation.h"
+#include "platform/notifications.h"
 #include "platform/reglages.h"
 #include "platform/session.h"
 #include "platform/systeme.h"
@@ -42,6 +43,8 @@ struct Plateforme {
     Demarrage& demarrage;
     // Makes the veil controller, on the engine's first use of it.
     FabriqueVoile fabriqueVoile;
+    // The desktop's notifications, which warn the child before a rest; none, no warning.
+    Notifications* notifications = nullptr;
 };
 
 } // namespace tavi

@@ -4,6 +4,7 @@
 #include "ui/textes_plateforme.h"
 
 #include <QCoreApplication>
+#include <QSystemTrayIcon>
 
 namespace tavi {
 
@@ -20,6 +21,10 @@ void AccueilMoteur::rejoindre(const std::string& code,
         else
             fini(messagePourEnfant(r.error()));
     });
+}
+
+bool AccueilMoteur::zoneNotification() const {
+    return QSystemTrayIcon::isSystemTrayAvailable();
 }
 
 bool AccueilMoteur::installe() const {

@@ -23,6 +23,7 @@ public:
     void rejoindre(const std::string& code,
                    std::function<void(std::optional<std::string>)> fini) override;
     bool installe() const override;
+    bool zoneNotification() const override;
     std::unique_ptr<Abonnement> observer(std::function<void()> quand) override {
         return moteur_.observer(std::move(quand));
     }

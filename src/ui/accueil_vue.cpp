@@ -11,13 +11,16 @@
 #include "ui/police.h"
 #include "ui/textes_plateforme.h"
 
+#include <QEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPainter>
 #include <QPointer>
 #include <QScreen>
+#include <QScrollArea>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace tavi {
 
@@ -27,6 +30,10 @@ constexpr int largeur = 560;
 constexpr int marge = 24;
 // Longer than any code with its spaces and dashes; the field takes no more.
 constexpr int longueurMaxChamp = 40;
+// A title bar's height until the window manager's frame is known.
+constexpr int decorEstime = 48;
+// A scroll area never gets lower than a few lines.
+constexpr int hauteurMinZone = 120;
 
 QString qt(const char* francais) {
     return QString::fromStdString(texte(francais));
@@ -135,20 +142,82 @@ void AccueilVue::construire(EtapeAccueil e) {
     ajusterHauteur();
 }
 
+void AccueilVue::invaliderJusquIci(QWidget* change) {
+    // The layouts between keep the sizes they measured until told, and a window not yet
+    // shown tells them nothing.
+    for (QWidget* w = change; w; w = w->parentWidget()) {
+        w->updateGeometry();
+        if (w->layout()) w->layout()->invalidate();
+        if (w == this) break;
+    }
+}
+
+int AccueilVue::hauteurNaturelle() {
+    layout()->activate();
+    return layout()->hasHeightForWidth() ? layout()->totalHeightForWidth(largeur)
+                                         : layout()->totalSizeHint().height();
+}
+
 void AccueilVue::ajusterHauteur() {
     // The height its wrapped labels need at the fixed width. Not adjustSize(): it caps a window
     // at two thirds of the screen, and the panel would be squeezed into that.
-    layout()->activate();
-    const int hauteur = layout()->hasHeightForWidth() ? layout()->totalHeightForWidth(largeur)
-                                                      : layout()->totalSizeHint().height();
-    resize(largeur, hauteur);
-    // A window whose step changed size stays centred on its screen, so it never runs off it.
-    if (const QScreen* ecran = isWindow() ? screen() : nullptr) {
+    const QList<QScrollArea*> zones = findChildren<QScrollArea*>();
+    // Each scroll area as tall as what it holds at the width the layouts give it, known from
+    // their margins: a hidden window's inner layouts have not placed anything yet.
+    for (QScrollArea* zone : zones) {
+        int l = largeur;
+        for (QWidget* w = zone->parentWidget(); w; w = w->parentWidget()) {
+            if (w->layout())
+                l -= w->layout()->contentsMargins().left() + w->layout()->contentsMargins().right();
+            if (w == this) break;
+        }
+        QWidget* dedans = zone->widget();
+        zone->setFixedHeight(dedans->hasHeightForWidth() ? dedans->heightForWidth(l)
+                                                         : dedans->sizeHint().height());
+        invaliderJusquIci(zone);
+    }
+    int hauteur = hauteurNaturelle();
+
+    const QScreen* ecran = isWindow() ? screen() : nullptr;
+    if (ecran) {
+        // On a low screen (1024 x 600) the scroll areas give up what the window lacks, its
+        // title bar included, so that the button below them stays on the screen.
+        const QRect dispo = ecran->availableGeometry();
+        const int decor = decorVu_ ? frameGeometry().height() - height() : decorEstime;
+        const int trop = hauteur + decor - dispo.height();
+        for (QScrollArea* zone : zones) {
+            if (trop <= 0) break;
+            zone->setFixedHeight(std::max(hauteurMinZone, zone->maximumHeight() - trop));
+            invaliderJusquIci(zone);
+            hauteur = hauteurNaturelle();
+        }
+    }
+    // Fixed, so that the window manager offers no maximise: a wider window would only leave
+    // the panel stuck on its left.
+    setFixedSize(largeur, hauteur);
+    // A window whose step changed size stays centred on its screen, never above its top.
+    if (ecran) {
+        const QRect dispo = ecran->availableGeometry();
         QRect cadre = frameGeometry();
-        cadre.setSize(cadre.size() - size() + QSize(largeur, hauteur));
-        cadre.moveCenter(ecran->availableGeometry().center());
+        const int decor = decorVu_ ? cadre.height() - height() : decorEstime;
+        cadre.setSize(QSize(largeur + (decorVu_ ? cadre.width() - width() : 0), hauteur + decor));
+        cadre.moveCenter(dispo.center());
+        if (cadre.top() < dispo.top()) cadre.moveTop(dispo.top());
         move(cadre.topLeft());
     }
+}
+
+bool AccueilVue::event(QEvent* evenement) {
+    // The window manager's frame is known once the window is on the screen: the fit is done
+    // again with its real height.
+    if (evenement->type() == QEvent::Show || evenement->type() == QEvent::WindowActivate) {
+        const bool connu = isWindow() && frameGeometry().height() > height();
+        if (connu && !decorVu_) {
+            decorVu_ = true;
+            ajusterHauteur();
+        }
+    }
+    return QWidget::event(evenement);
 }
 
 QWidget* AccueilVue::etapeRejoindre() {
@@ -168,9 +237,16 @@ QWidget* AccueilVue::etapeRejoindre() {
     champ_->setInputMethodHints(Qt::ImhPreferUppercase | Qt::ImhNoPredictiveText);
     champ_->setAccessibleName(qt("Code"));
     champ_->setAccessibleDescription(consigne->text());
-    champ_->setStyleSheet(QStringLiteral("QLineEdit { background: %1; color: %2; border: 2px solid "
-                                         "%2; border-radius: 14px; padding: 8px 12px; }")
+    champ_->setStyleSheet(QStringLiteral("QLineEdit { background: %1; border: 2px solid %2; "
+                                         "border-radius: 14px; padding: 8px 12px; }")
                               .arg(Charte::blanc.name(), Charte::encre.name()));
+    // The text's colours go through the palette: a style sheet's colour would make the
+    // placeholder the ink at half strength (3.4:1 on white). The soft ink reads at 5.7:1 and
+    // still looks like an example, not a typed code.
+    QPalette palette = champ_->palette();
+    palette.setColor(QPalette::Text, Charte::encre);
+    palette.setColor(QPalette::PlaceholderText, Charte::doux);
+    champ_->setPalette(palette);
     consigne->setBuddy(champ_);
     connect(champ_, &QLineEdit::returnPressed, this, [this] { envoyer(); });
     pile->addWidget(champ_);
@@ -179,7 +255,7 @@ QWidget* AccueilVue::etapeRejoindre() {
     connect(rejoindre_, &QAbstractButton::clicked, this, [this] { envoyer(); });
     pile->addLayout(centree(rejoindre_));
 
-    erreurAffichee_ = paragraphe({}, Charte::rouge);
+    erreurAffichee_ = paragraphe({}, Charte::rougeTexte);
     erreurAffichee_->setFont(policeArrondie(15, QFont::ExtraBold));
     pile->addWidget(erreurAffichee_);
     if (!actions_.installe())
@@ -240,7 +316,9 @@ QWidget* AccueilVue::etapeFini() {
     pile->setSpacing(14);
     if (const auto emoji = policeEmoji(64)) pile->addWidget(etiquette("🎉", *emoji, Charte::encre));
     pile->addWidget(titre(texteAvec("C'est prêt, %@ !", affichable(actions_.prenom(), maxNom))));
-    pile->addWidget(paragraphe(texte(TextesPlateforme::ouSeTrouve())));
+    // Where the desktop shows no icon, the step says so rather than send the child looking.
+    pile->addWidget(paragraphe(texte(actions_.zoneNotification() ? TextesPlateforme::ouSeTrouve()
+                                                                 : TextesPlateforme::sansIcone())));
     auto* ok = new BoutonPilule(qt("OK"), Charte::jaune);
     connect(ok, &QAbstractButton::clicked, this, [this] { fermer(); });
     pile->addLayout(centree(ok));

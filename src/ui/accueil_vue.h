@@ -43,6 +43,7 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* evenement) override;
+    bool event(QEvent* evenement) override;
 
 private:
     void rafraichir();
@@ -52,7 +53,11 @@ private:
     QWidget* etapeFini();
     void majRejoindre();
     void fermer();
+    // Fits the window to its step and its screen: as tall as the step, or as the screen
+    // allows with the panel's lists scrolling; centred, never above the screen's top.
     void ajusterHauteur();
+    int hauteurNaturelle();
+    void invaliderJusquIci(QWidget* change);
 
     ActionsAccueil& actions_;
     const bool seulementCeQueVoient_;
@@ -61,6 +66,7 @@ private:
     bool envoi_ = false;
     bool accordVu_ = false;
     bool autorise_ = false;
+    bool decorVu_ = false; // the window manager's frame was measured
 
     std::optional<EtapeAccueil> affichee_;
     std::optional<CeQueVoient> panneau_; // what the panel shows, on its steps

@@ -38,6 +38,9 @@ public:
                            std::function<void(std::optional<std::string> erreur)> fini) = 0;
     // This program runs from where an installed copy lives.
     virtual bool installe() const = 0;
+    // The desktop shows the agent's icon: it has a notification area or a status-notifier
+    // host (a stock GNOME has neither without an extension).
+    virtual bool zoneNotification() const = 0;
     // `quand` is called after every change of the engine's state until the handle goes.
     [[nodiscard]] virtual std::unique_ptr<Abonnement> observer(std::function<void()> quand) = 0;
 };

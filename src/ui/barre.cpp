@@ -18,7 +18,8 @@ const QString nomAppli = QStringLiteral("Tavi Home");
 
 } // namespace
 
-Barre::Barre(ActionsBarre& actions) : actions_(actions) {
+Barre::Barre(ActionsBarre& actions, Notifications* notifications)
+    : actions_(actions), notifications_(notifications) {
     // Rebuilt from the engine's state each time it opens, so it never shows a stale state.
     QObject::connect(&menu_, &QMenu::aboutToShow, this, [this] {
         remplirMenu(menu_, menuBarre(actions_.etatBarre()),
@@ -106,6 +107,16 @@ void Barre::informer() {
     if (actions_.voileAffiche()) return;
     const auto message = actions_.etatBarre().message;
     if (!message) return;
+    const std::string texte = affichable(*message, maxMessage);
+    if (!notifications_) return montrerBoite(QString::fromStdString(texte));
+    // The desktop's way of saying something short; where it has no server, the box says it.
+    const QPointer<Barre> vivant(this);
+    notifications_->notifier(nomAppli.toStdString(), texte, "message", [vivant, texte](bool pris) {
+        if (!pris && vivant) vivant->montrerBoite(QString::fromStdString(texte));
+    });
+}
+
+void Barre::montrerBoite(const QString& message) {
     // Not modal, deliberately: a modal box left open would hold the main loop, and with it the
     // engine's count of the time used. One box, brought back rather than stacked.
     if (!boite_) {
@@ -119,7 +130,7 @@ void Barre::informer() {
         // Often the agent's only window: closing it must not end the agent.
         boite_->setAttribute(Qt::WA_QuitOnClose, false);
     }
-    boite_->setText(QString::fromStdString(affichable(*message, maxMessage)));
+    boite_->setText(message);
     boite_->show();
     boite_->raise();
     boite_->activateWindow();

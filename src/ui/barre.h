@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/notifications.h"
 #include "ui/actions_barre.h"
 
 #include <QMenu>
@@ -22,7 +23,8 @@ namespace tavi {
 // Main thread only; `actions` must outlive the bar.
 class Barre : public QObject {
 public:
-    explicit Barre(ActionsBarre& actions);
+    // `notifications`, when given, says the engine's messages; it must outlive the bar.
+    explicit Barre(ActionsBarre& actions, Notifications* notifications = nullptr);
     ~Barre() override;
 
     // Set by the shell; called by the menu's entries.
@@ -31,7 +33,8 @@ public:
 
     // Draws the icon and its tooltip again when what they show has changed.
     void maj();
-    // Shows the engine's message in a window of its own when no veil is up to say it.
+    // Says the engine's message when no veil is up to say it: as a desktop notification where
+    // the session has a server for them, else in a window of its own.
     void informer();
 
     QSystemTrayIcon& icone() { return *icone_; }
@@ -46,8 +49,10 @@ private:
     void creerIcone();
     void guetterHote();
     void choisir(const EntreeMenu& entree);
+    void montrerBoite(const QString& message);
 
     ActionsBarre& actions_;
+    Notifications* notifications_;
     QMenu menu_;
     std::unique_ptr<QSystemTrayIcon> icone_;
     std::unique_ptr<QMessageBox> boite_;

@@ -9,6 +9,7 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QScrollArea>
 #include <QVBoxLayout>
 
 namespace tavi {
@@ -47,6 +48,20 @@ CeQueVoientVue::CeQueVoientVue(const std::optional<Consigne>& consigne,
     auto* pile = new QVBoxLayout(this);
     pile->setContentsMargins(0, 0, 0, 0);
     pile->setSpacing(10);
+    pile->addWidget(defilement(panneau));
+    auto* bouton = new BoutonPilule(QString::fromStdString(texte("J'ai compris")), Charte::jaune);
+    connect(bouton, &QAbstractButton::clicked, this, [compris = std::move(compris)] {
+        if (compris) compris();
+    });
+    pile->addLayout(centree(bouton));
+}
+
+QScrollArea* CeQueVoientVue::defilement(const CeQueVoient& panneau) {
+    // The lists scroll on a screen too low for them; the button stays below, always in view.
+    auto* listes = new QWidget;
+    auto* pile = new QVBoxLayout(listes);
+    pile->setContentsMargins(0, 0, 0, 0);
+    pile->setSpacing(10);
     pile->addWidget(titre("Ce que tes parents peuvent voir"));
     for (const PointPanneau& p : panneau.voient)
         pile->addLayout(point(p));
@@ -54,11 +69,17 @@ CeQueVoientVue::CeQueVoientVue(const std::optional<Consigne>& consigne,
     pile->addWidget(titre("Ce qu'ils ne voient pas"));
     pile->addLayout(point(panneau.voientPas));
     pile->addSpacing(8);
-    auto* bouton = new BoutonPilule(QString::fromStdString(texte("J'ai compris")), Charte::jaune);
-    connect(bouton, &QAbstractButton::clicked, this, [compris = std::move(compris)] {
-        if (compris) compris();
-    });
-    pile->addLayout(centree(bouton));
+
+    auto* zone = new QScrollArea;
+    zone->setFrameShape(QFrame::NoFrame);
+    zone->setWidgetResizable(true);
+    zone->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // The card's own colour shows through.
+    zone->viewport()->setAutoFillBackground(false);
+    zone->setWidget(listes);
+    // After setWidget, which fills it with the window's grey.
+    listes->setAutoFillBackground(false);
+    return zone;
 }
 
 } // namespace tavi

@@ -12,7 +12,10 @@ inline const QColor lilas{236, 227, 255};  // lilac surface
 inline const QColor menthe{216, 251, 232}; // mint buttons (settings, piggy bank)
 inline const QColor citron{255, 245, 189}; // the lemon background of messages
 inline const QColor jaune{255, 212, 0};    // the main call to action
-inline const QColor rouge{240, 56, 79};    // red accent
+inline const QColor rouge{240, 56, 79};    // red accent; too light for a text (3.2:1 on lilac)
+// The red of a text, an error under the pairing code: 5:1 on the lilac card, 4.5:1 being the
+// least a small text needs to be read.
+inline const QColor rougeTexte{190, 18, 50};
 inline const QColor blanc{255, 255, 255};
 
 } // namespace tavi::Charte

@@ -7,7 +7,6 @@
 
 namespace tavi {
 
-
 // The welcome window: one at a time, opened from the menu (pairing, or only the panel of what
 // the parents see), at the first start, or when a new rule set asks for a report the child has
 // not been shown. It floats above other windows, centred on the primary screen, and takes the

@@ -7,6 +7,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
+#include <QStringList>
 #include <QTransform>
 #include <algorithm>
 #include <cctype>
@@ -77,13 +78,26 @@ QPainterPath sablier() {
     return p;
 }
 
-// `texte` as an outline, as high as a digit may be in the badge and narrowed to fit it.
+// `texte` as an outline, one or two lines, as high as digits may be in the badge and narrowed
+// to fit it. Two lines share the height, with a gap, so that each stays as wide as it can.
 QPainterPath chiffres(const std::string& texte) {
+    const QFont police = policeArrondie(100, QFont::Black);
+    const QStringList lignes = QString::fromStdString(texte).split(QLatin1Char('\n'));
     QPainterPath p;
-    p.addText(0, 0, policeArrondie(100, QFont::Black), QString::fromStdString(texte));
+    qreal y = 0;
+    for (const QString& ligne : lignes) {
+        QPainterPath unique;
+        unique.addText(0, 0, police, ligne);
+        const QRectF boite = unique.boundingRect();
+        // Each line centred on the same axis, one below the other.
+        p.addPath(unique.translated(-boite.center().x(), y - boite.top()));
+        y += boite.height() + 22;
+    }
     const QRectF boite = p.boundingRect();
     if (boite.isEmpty()) return p;
-    const qreal echelle = std::min(12.5 / boite.height(), 18.0 / boite.width());
+    const bool deux = lignes.size() > 1;
+    const qreal echelle =
+        std::min((deux ? 19.0 : 12.5) / boite.height(), (deux ? 19.5 : 18.0) / boite.width());
     QTransform t;
     t.translate(12, 12);
     t.scale(echelle, echelle);
@@ -114,7 +128,10 @@ std::string texteBadge(const std::string& duree) {
     if (nombres.size() == 1 && duree == texteAvec("%d min", premier)) return premier;
     const long long minutes = nombres[0] * 60 + (nombres.size() == 2 ? nombres[1] : 0);
     if (minutes <= 99) return std::to_string(minutes);
-    return premier + "h";
+    if (nombres.size() == 1) return premier + "h";
+    // Both lines keep two digits' width: "59" under "1h", "05" under "2h".
+    const std::string reste = std::to_string(nombres[1]);
+    return premier + "h\n" + (reste.size() < 2 ? "0" : "") + reste;
 }
 
 QImage dessinerIconeBarre(const IconeBarre& icone, int px, qreal densite) {
@@ -154,8 +171,10 @@ QImage dessinerIconeBarre(const IconeBarre& icone, int px, qreal densite) {
         break;
     case Symbole::sablier: {
         const std::string court = texteBadge(icone.texte);
-        // Outlined as well as filled: the kit's rounded face is too thin for 16 px.
-        peintre.setPen(QPen(Charte::encre, 1.2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        // Outlined as well as filled: the kit's rounded face is too thin for 16 px. Less on two
+        // lines, whose smaller digits would close up.
+        const qreal contour = court.find('\n') == std::string::npos ? 1.2 : 0.7;
+        peintre.setPen(QPen(Charte::encre, contour, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
         peintre.drawPath(court.empty() ? sablier() : chiffres(court));
         break;
     }

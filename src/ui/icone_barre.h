@@ -13,8 +13,9 @@ namespace tavi {
 // holding the state's symbol, or for the hourglass the time left in short.
 
 // What the hourglass badge says of a time left written by `dureeLisible`: whole minutes up to
-// 99 ("45"; under a minute reads "1", rounded up like the rest), then whole hours, never more
-// than are left ("1h" from 100 minutes to 1 h 59). Empty for any other text.
+// 99 ("45"; under a minute reads "1", rounded up like the rest), then the hours over the
+// minutes on two lines ("1h\n59" for 1 h 59, "2h" for 2 h), so that the badge always says what
+// the menu says. Empty for any other text.
 std::string texteBadge(const std::string& dureeLisible);
 
 // The badge `px` pixels square, drawn for a screen of density `densite`.

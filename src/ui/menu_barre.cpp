@@ -15,6 +15,13 @@ EntreeMenu texteSeul(std::string titre) {
     return EntreeMenu{std::move(titre), false, EntreeMenu::Action::aucune, 0, {}};
 }
 
+// The status line is the child's key information: an entry drawn as enabled, which every menu
+// (Qt's and the panels' own) draws in full ink, where a disabled one is faded grey. Choosing
+// it does nothing.
+EntreeMenu statut(std::string titre) {
+    return EntreeMenu{std::move(titre), true, EntreeMenu::Action::aucune, 0, {}};
+}
+
 EntreeMenu action(std::string titre, EntreeMenu::Action quoi, int minutes = 0) {
     return EntreeMenu{std::move(titre), true, quoi, minutes, {}};
 }
@@ -44,11 +51,11 @@ std::vector<EntreeMenu> menuBarre(const EtatBarre& etat) {
     std::vector<EntreeMenu> menu;
     menu.push_back(texteSeul(texteAvec("Tavi Home · %@", affichable(etat.prenom, maxNom))));
     if (etat.regle && etat.regle->bloquerTout)
-        menu.push_back(texteSeul("😴 " + affichable(etat.regle->titreAffiche(), maxNom)));
+        menu.push_back(statut("😴 " + affichable(etat.regle->titreAffiche(), maxNom)));
     else if (!etat.resteSecondes)
-        menu.push_back(texteSeul("🟢 " + texte("Pas de limite aujourd'hui")));
+        menu.push_back(statut("🟢 " + texte("Pas de limite aujourd'hui")));
     else
-        menu.push_back(texteSeul(
+        menu.push_back(statut(
             "⏳ " + texteAvec("Il te reste %@ aujourd'hui", dureeLisible(*etat.resteSecondes))));
     menu.push_back(EntreeMenu{});
 

@@ -56,15 +56,14 @@ void ajouter(QMenu& menu, const std::vector<EntreeMenu>& entrees,
             ajouter(*sous, entree.sousMenu, choisir);
             continue;
         }
-        if (!entree.actif) {
+        if (!entree.actif || entree.action == EntreeMenu::Action::aucune) {
             for (const QString& ligne : lignes(enLigne(entree.titre)))
-                menu.addAction(sansRaccourci(ligne))->setEnabled(false);
+                menu.addAction(sansRaccourci(ligne))->setEnabled(entree.actif);
             continue;
         }
         QAction* action = menu.addAction(sansRaccourci(enLigne(entree.titre)));
-        if (entree.action != EntreeMenu::Action::aucune)
-            QObject::connect(action, &QAction::triggered, &menu,
-                             [choisir, entree] { choisir(entree); });
+        QObject::connect(action, &QAction::triggered, &menu,
+                         [choisir, entree] { choisir(entree); });
     }
 }
 

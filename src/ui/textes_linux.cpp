@@ -78,6 +78,14 @@ const char* ouSeTrouve() {
            "qui te reste et tu peux demander du temps.";
 }
 
+const char* sansIcone() {
+    // A stock GNOME shows no icon until the AppIndicator extension is on; the package
+    // recommends it, and turning it on is for the parents.
+    return "Ton bureau ne montre pas encore l'icône de Tavi Home. Demande à tes parents "
+           "d'activer l'extension « AppIndicator » dans Extensions : tu y verras le temps qui te "
+           "reste et tu pourras demander du temps.";
+}
+
 const char* lectureAdresses() {
     return "Pour cela, Tavi Home lit l'adresse de la page dans Firefox ou Chrome : il faudra "
            "l'autoriser dans les Paramètres. Les sites pour adultes et ceux que tes parents "

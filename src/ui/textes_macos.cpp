@@ -50,6 +50,11 @@ bool emplacementInstalle(const std::string& executable) {
     return executable.starts_with("/Applications/");
 }
 
+const char* sansIcone() {
+    // The menu bar is always there.
+    return ouSeTrouve();
+}
+
 const char* ouSeTrouve() {
     return "Tavi Home est dans la barre de menus, en haut de l'écran : tu y vois le temps qui te "
            "reste et tu peux demander du temps.";

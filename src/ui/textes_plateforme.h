@@ -29,8 +29,10 @@ void ouvrirReglagesDemarrage();
 const char* conseilInstallation();
 bool emplacementInstalle(const std::string& executable);
 
-// Where the child finds the agent once it is ready.
+// Where the child finds the agent once it is ready, and what to do where the desktop shows no
+// icon.
 const char* ouSeTrouve();
+const char* sansIcone();
 
 // How the site filter and history read the pages' addresses, in what the parents can see.
 const char* lectureAdresses();

@@ -140,6 +140,7 @@ public:
         codes.push_back(code);
     }
     bool installe() const override { return true; }
+    bool zoneNotification() const override { return true; }
     std::unique_ptr<Abonnement> observer(std::function<void()>) override { return nullptr; }
 };
 

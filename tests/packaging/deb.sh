@@ -40,7 +40,7 @@ for paquet in libc6 libstdc++6 libqt6gui6 libqt6widgets6 libsqlite3-0 libcurl4 l
     grep -qxF "$paquet" <<< "$noms" || echec "Depends lacks $paquet: $depend"
 done
 if grep -q -- '-dev$' <<< "$noms"; then echec "Depends names a development package: $depend"; fi
-[[ "$(champ Recommends)" == "fonts-comfortaa, fonts-noto-color-emoji" ]] ||
+[[ "$(champ Recommends)" == "fonts-comfortaa, fonts-noto-color-emoji, gnome-shell-extension-appindicator | plasma-workspace | xfce4-panel | mate-panel | cinnamon | lxqt-panel | lxpanel" ]] ||
     echec "Recommends: $(champ Recommends)"
 
 dpkg-deb -e "$deb" "$temporaire/controle"

@@ -1,12 +1,23 @@
 // The status item on an Xvfb of the test's own, with trayer as the XEmbed tray host (no session
-// bus, so Qt has no notifier host to prefer). A second X client clicks through XTest.
+// bus, so Qt has no notifier host to prefer). A second X client clicks through XTest. The
+// screen is a small laptop's (1024 x 600), where the welcome window must fit too.
+#include "fausses_notifications.h"
 #include "ui/barre.h"
+#include "ui/bouton_pilule.h"
+#include "ui/charte.h"
+#include "ui/fenetre_accueil.h"
 #include "ui/icone_barre.h"
 
 #include <QApplication>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMessageBox>
+#include <QScreen>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QTest>
 #include <QWindow>
+#include <cmath>
 #include <gtest/gtest.h>
 #include <optional>
 // X11 last: its macros break the headers above.
@@ -126,7 +137,9 @@ TEST_F(BarreX11, SansZoneDeNotificationLaBarreLeDitUneFoisRedessineSeulementCeQu
 
 TEST_F(BarreX11, UnClicOuvreLeMenuDuMomentEtSesEntreesMenentAuxOperations) {
     demarrerHote();
-    Barre barre(actions);
+    test::FaussesNotifications notifications;
+    notifications.serveur = false;
+    Barre barre(actions, &notifications);
     int accueils = 0;
     barre.ouvrirAccueil = [&] { ++accueils; };
     ASSERT_TRUE(attendreQue([&] { return incrustee(barre); }));
@@ -155,7 +168,8 @@ TEST_F(BarreX11, UnClicOuvreLeMenuDuMomentEtSesEntreesMenentAuxOperations) {
     ASSERT_TRUE(attendreQue([&] { return !actions.demandes.empty(); }));
     EXPECT_EQ(actions.demandes, std::vector{15});
 
-    // The outcome, once the request is over, in a box that leaves the main loop running.
+    // The outcome, once the request is over, in a box that leaves the main loop running where
+    // the session has no notification server; where it has one, by a notification.
     actions.etat.message = "Ta demande est envoyée à tes parents.";
     actions.fini();
     ASSERT_TRUE(barre.boiteMessage());
@@ -165,6 +179,12 @@ TEST_F(BarreX11, UnClicOuvreLeMenuDuMomentEtSesEntreesMenentAuxOperations) {
     QMessageBox* boite = barre.boiteMessage();
     barre.informer();
     EXPECT_EQ(barre.boiteMessage(), boite);
+    notifications.serveur = true;
+    actions.etat.message = "C'est fait.";
+    barre.informer();
+    ASSERT_EQ(notifications.envoyees.size(), 1u);
+    EXPECT_EQ(notifications.envoyees[0].texte, "C'est fait.");
+    EXPECT_NE(barre.boiteMessage()->text(), "C'est fait.");
 }
 
 TEST(IconeBarre, LeBadgeALaTailleEtLaDensiteDemandeesEtMontreLeTempsRestant) {
@@ -177,10 +197,89 @@ TEST(IconeBarre, LeBadgeALaTailleEtLaDensiteDemandeesEtMontreLeTempsRestant) {
     EXPECT_EQ(iconeQt(sablier).availableSizes().size(), 5);
 }
 
+struct FauxAccueil : ActionsAccueil {
+    bool lie = true, accord = false, zone = true;
+    bool relie() const override { return lie; }
+    std::optional<Consigne> consigne() const override {
+        Consigne c; // every report on: the tallest panel
+        c.rapportApplis = c.historiqueSites = Interrupteur{true};
+        c.filtreWeb = FiltreJSON{true, {}, {}};
+        return c;
+    }
+    std::string prenom() const override { return "Léa"; }
+    bool accordDonne() const override { return accord; }
+    void consentir() override {}
+    bool agentActif() const override { return true; }
+    void lireEtatAgent(std::function<void()>) override {}
+    void autoriser() override {}
+    void rejoindre(const std::string&, std::function<void(std::optional<std::string>)> f) override {
+        f("Ce code n'existe pas.");
+    }
+    bool installe() const override { return true; }
+    bool zoneNotification() const override { return zone; }
+    std::unique_ptr<Abonnement> observer(std::function<void()>) override { return nullptr; }
+};
+
+// WCAG 2 contrast of a text colour, laid with its transparency over `f`, and `f`.
+double contraste(const QColor& t, const QColor& f) {
+    double lt = 0, lf = 0;
+    const double poids[] = {0.2126, 0.7152, 0.0722};
+    const double ct[] = {t.redF(), t.greenF(), t.blueF()}, cf[] = {f.redF(), f.greenF(), f.blueF()};
+    for (int i = 0; i < 3; ++i)
+        for (auto [v, l] :
+             {std::pair<double, double*>{t.alphaF() * ct[i] + (1 - t.alphaF()) * cf[i], &lt},
+              {cf[i], &lf}})
+            *l += poids[i] * (v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4));
+    return (std::max(lt, lf) + 0.05) / (std::min(lt, lf) + 0.05);
+}
+
+TEST(AccueilX11, LePanneauTientSurLEcranBasSansAgrandirSesTextesSeLisentLaFinDitVrai) {
+    if (!raisonSaut.empty()) GTEST_SKIP() << raisonSaut;
+    FauxAccueil actions;
+    FenetreAccueil fenetre;
+    fenetre.montrer(actions, true);
+    AccueilVue& vue = *fenetre.fenetre();
+    ASSERT_TRUE(attendreQue([&] { return vue.isVisible(); }));
+    const QRect ecran = vue.screen()->availableGeometry();
+    // Room is kept for a title bar; what does not fit scrolls, the button stays in view.
+    EXPECT_TRUE(ecran.contains(vue.geometry()));
+    EXPECT_LE(vue.height() + 40, ecran.height());
+    auto* bouton = vue.findChild<BoutonPilule*>();
+    EXPECT_TRUE(ecran.contains(QRect(bouton->mapToGlobal(QPoint()), bouton->size())));
+    EXPECT_GT(vue.findChild<QScrollArea*>()->verticalScrollBar()->maximum(), 0);
+    // A fixed size: window managers then offer no maximise.
+    EXPECT_EQ(vue.minimumSize(), vue.maximumSize());
+
+    // 4.5:1 at least: the error on the lilac card, the code's example in its white field.
+    actions.lie = false;
+    fenetre.montrer(actions, false);
+    fenetre.fenetre()->champCode()->setText("abcd-2345");
+    fenetre.fenetre()->envoyer();
+    const QLabel* erreur = nullptr;
+    for (const QLabel* l : fenetre.fenetre()->findChildren<QLabel*>())
+        if (l->text().startsWith("Ce code")) erreur = l;
+    ASSERT_TRUE(erreur);
+    EXPECT_GE(contraste(erreur->palette().color(QPalette::WindowText), Charte::lilas), 4.5);
+    const QLineEdit* champ = fenetre.fenetre()->champCode();
+    EXPECT_GE(contraste(champ->palette().color(QPalette::PlaceholderText), Charte::blanc), 4.5);
+
+    // The last step sends the child to the icon only where the desktop shows one.
+    actions.lie = actions.accord = true;
+    for (const bool zone : {true, false}) {
+        actions.zone = zone;
+        fenetre.montrer(actions, false);
+        QString textes;
+        for (const QLabel* l : fenetre.fenetre()->findChildren<QLabel*>())
+            textes += l->text().remove(QChar(0x200B));
+        EXPECT_EQ(textes.contains("zone de notification"), zone);
+        EXPECT_EQ(textes.contains("AppIndicator"), !zone);
+    }
+}
+
 // Starts the display, without a tray host yet, for the application to come; says why not.
 std::string preparerAffichage(std::optional<test::Processus>& xvfb) {
     if (access(trayer, X_OK)) return "no XEmbed tray host (package trayer)";
-    if (auto raison = test::demarrerXvfb(xvfb, "1024x768x24", affichage); !raison.empty())
+    if (auto raison = test::demarrerXvfb(xvfb, "1024x600x24", affichage); !raison.empty())
         return raison;
     // No session bus, and none started on demand: the icon goes to the XEmbed tray.
     setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);

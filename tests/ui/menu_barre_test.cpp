@@ -57,7 +57,8 @@ TEST(MenuBarre, NonRelieOuRelieAvecUneLimiteDansLOrdreEtSansQuitter) {
               (std::vector<std::string>{"Tavi Home · Léa", "⏳ Il te reste 45 min aujourd'hui", "",
                                         "🙋 Demander du temps", "",
                                         "Ce que tes parents peuvent voir", "Version 1.2.3"}));
-    EXPECT_FALSE(menu[0].actif || menu[1].actif || menu[6].actif);
+    // The status line is drawn in full ink: a disabled entry would be faded grey.
+    EXPECT_TRUE(!menu[0].actif && menu[1].actif && !menu[6].actif);
     EXPECT_EQ(menu[5].action, A::ceQueVoient);
     const auto& demander = menu[3].sousMenu;
     ASSERT_EQ(demander.size(), 3u);
@@ -79,6 +80,7 @@ TEST(MenuBarre, EndormiLeTitreDeLaRegleEtDemanderResteOuvert) {
     e.resteSecondes = 600; // sleeping wins over the time left
     const auto menu = menuBarre(e);
     EXPECT_EQ(menu[1].titre, "😴 Au lit");
+    EXPECT_TRUE(menu[1].actif);
     EXPECT_TRUE(trouver(menu, "🙋")->sousMenu[0].actif);
     EXPECT_EQ(iconeBarre(e), (IconeBarre{S::dodo, "Au lit"}));
     EXPECT_EQ(iconeBarre(e).cle(), "moon.zzz.fill|Au lit");
@@ -130,10 +132,10 @@ TEST(MenuBarre, UnMessageEtLAgentDeConnexionCoupeAjoutentLeursEntrees) {
     EXPECT_EQ(menu.back().titre, "Version 1.2.3");
 }
 
-TEST(TexteBadge, MinutesJusquA99PuisHeuresJamaisPlusQuIlNEnReste) {
+TEST(TexteBadge, MinutesJusquA99PuisHeuresEtMinutesCommeLeMenu) {
     const std::pair<double, const char*> cas[] = {
-        {0, "0"},        {40, "1"},        {59.9, "1"},      {61, "2"},        {45 * 60, "45"},
-        {99 * 60, "99"}, {100 * 60, "1h"}, {119 * 60, "1h"}, {2 * 3600, "2h"}, {12 * 3600, "12h"},
+        {0, "0"},        {40, "1"},        {59.9, "1"},      {61, "2"},    {45 * 60, "45"},
+        {99 * 60, "99"}, {6000, "1h\n40"}, {7140, "1h\n59"}, {7200, "2h"}, {7201, "2h\n01"},
     };
     for (const auto& [secondes, attendu] : cas)
         EXPECT_EQ(texteBadge(dureeLisible(secondes)), attendu) << secondes;
