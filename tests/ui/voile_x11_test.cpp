@@ -297,6 +297,11 @@ TEST_F(VoileX11, CeQuUnAutreProgrammeFaitAuVoileEstDefaitEnMoinsDUneSeconde) {
             return dessous;
         },
         1000));
+    // Or made a child of that window: back at the root.
+    EXPECT_EQ(test::executer(enfant("xdotool windowreparent " + id + " " + std::to_string(dessus)))
+                  .statut,
+              0);
+    EXPECT_TRUE(attendreQue(couvreEtTient, 1000));
     XDestroyWindow(autre, dessus);
     XSync(autre, False);
 
@@ -306,7 +311,7 @@ TEST_F(VoileX11, CeQuUnAutreProgrammeFaitAuVoileEstDefaitEnMoinsDUneSeconde) {
         details.insert(detail);
     }
     EXPECT_EQ(natures, std::set<std::string>{"voile_repare"});
-    for (const char* quoi : {"démappé", "déplacé", "redimensionné", "recouvert"})
+    for (const char* quoi : {"démappé", "déplacé", "redimensionné", "recouvert", "détaché"})
         EXPECT_TRUE(std::any_of(details.begin(), details.end(), [&](const std::string& d) {
             return d.find(quoi) != d.npos;
         })) << quoi;

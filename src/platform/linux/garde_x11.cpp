@@ -42,6 +42,11 @@ constexpr std::chrono::milliseconds delaiArmement{1000};
 // must not hold the main thread.
 constexpr int maxPasses = 8;
 
+// The least time after a window was raised again before the next check: a window manager that
+// keeps its own panel on top would otherwise trade raises with us in a busy loop. The other
+// repairs are made at once: a veil unmapped in a loop must be back before the next unmapping.
+constexpr std::chrono::milliseconds entreReparations{100};
+
 } // namespace
 
 std::unique_ptr<GardeX11> GardeX11::ouvrir(Boucle& boucle, _XDisplay* qt) {
@@ -109,12 +114,25 @@ void GardeX11::lire() {
             return;
         }
         if (!change || gardees_.empty()) return;
-        verifier();
+        verifierAuPlusTot();
     }
     // Still busy: the rest after whatever else waits on the main thread.
     std::weak_ptr<int> suivi = generation_;
     boucle_.plusTard(std::chrono::milliseconds(0), [this, suivi] {
         if (suivi.lock()) lire();
+    });
+}
+
+void GardeX11::verifierAuPlusTot() {
+    const auto attente = derniereReparation_ + entreReparations - std::chrono::steady_clock::now();
+    if (attente <= std::chrono::steady_clock::duration::zero()) return verifier();
+    if (verificationPrevue_) return;
+    verificationPrevue_ = true;
+    std::weak_ptr<int> suivi = generation_;
+    boucle_.plusTard(std::chrono::ceil<std::chrono::milliseconds>(attente), [this, suivi] {
+        if (!suivi.lock()) return;
+        verificationPrevue_ = false;
+        verifier();
     });
 }
 
@@ -140,6 +158,7 @@ void GardeX11::verifier() {
         pile.assign(enfants, enfants + xcb_query_tree_children_length(racine.get()));
     }
     std::vector<std::string> reparees;
+    bool seulementRecouvertes = true;
     for (std::size_t i = 0; i < gardees_.size(); ++i) {
         Gardee& g = gardees_[i];
         const Fenetre& f = g.voulue;
@@ -197,9 +216,11 @@ void GardeX11::verifier() {
                                  XCB_CONFIG_WINDOW_HEIGHT | XCB_CONFIG_WINDOW_STACK_MODE,
                              valeurs);
         xcb_map_window(connexion_, f.id);
+        seulementRecouvertes = seulementRecouvertes && detail == "recouvert";
         reparees.push_back(std::move(detail));
     }
     if (reparees.empty()) return;
+    if (seulementRecouvertes) derniereReparation_ = std::chrono::steady_clock::now();
     // A round trip: once it is back, the server has made every repair.
     std::free(xcb_get_input_focus_reply(connexion_, xcb_get_input_focus(connexion_), nullptr));
     if (!quandRepare) return;

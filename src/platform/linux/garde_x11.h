@@ -4,6 +4,7 @@
 #include "platform/boucle.h"
 #include "platform/garde_fenetres.h"
 
+#include <chrono>
 #include <memory>
 
 // Declared here so that no X11 header reaches the program's headers.
@@ -35,6 +36,7 @@ private:
 
     GardeX11(Boucle& boucle, xcb_connection_t* connexion, unsigned int racine);
     void lire();
+    void verifierAuPlusTot();
     void verifier();
 
     Boucle& boucle_;
@@ -42,6 +44,9 @@ private:
     unsigned int racine_;
     std::vector<Gardee> gardees_;
     std::unique_ptr<Abonnement> surveillance_;
+    // When a window was last only raised again.
+    std::chrono::steady_clock::time_point derniereReparation_;
+    bool verificationPrevue_ = false;
     // Lets the delayed arming know whether this guard, and the same set of windows, still exist.
     std::shared_ptr<int> generation_ = std::make_shared<int>(0);
 };
