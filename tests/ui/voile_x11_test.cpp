@@ -1,7 +1,6 @@
 // The veil on an Xvfb of the test's own, split into two monitors (A and B) by xrandr before the
 // QApplication starts. A second X client plays another program: it tries to grab the keyboard
-// and pointer, and clicks through XTest; a second user of the computer (root only) runs xdotool
-// against the veil's windows.
+// and pointer, unmaps the veil, and clicks through XTest.
 #include "platform/linux/garde_x11.h"
 #include "platform/linux/prise_x11.h"
 #include "platform/qt/boucle_qt.h"
@@ -15,7 +14,6 @@
 #include <QWindow>
 #include <gtest/gtest.h>
 #include <optional>
-#include <set>
 // X11 last: its macros break the headers above.
 #include "support/xvfb_essai.h"
 
@@ -187,12 +185,18 @@ TEST_F(VoileX11, UneFenetreParEcranMemeQuandLesEcransChangentRefaitesPourUnAutre
 }
 
 TEST_F(VoileX11, UnePauseTientClavierEtPointeurJusquAuRetraitEtLesReprendSiOnLesLache) {
-    VoileQt& v = voile();
+    VoileQt& v = voile(true, true);
     v.montrer(pause());
     ASSERT_TRUE(attendreQue([&] { return exposees(); }));
     v.maintenir();
     EXPECT_TRUE(v.prisTenue());
     EXPECT_EQ(saisir(), std::pair(AlreadyGrabbed, AlreadyGrabbed));
+
+    // Unmapped by another program, which drops the grab: mapped again and held at once.
+    XUnmapWindow(autre, v.fenetres().front()->winId());
+    XSync(autre, False);
+    EXPECT_TRUE(
+        attendreQue([&] { return couvreLesEcrans() && saisir().first == AlreadyGrabbed; }, 1000));
 
     // The other screen's window still gets the clicks.
     cliquer(bouton(v.fenetres().at(1), "Demander"));
@@ -220,101 +224,15 @@ TEST_F(VoileX11, UnePauseTientClavierEtPointeurJusquAuRetraitEtLesReprendSiOnLes
     ASSERT_TRUE(attendreQue([&] { return exposees(); }));
     v.maintenir();
     EXPECT_FALSE(v.prisTenue());
-    QTest::qWait(3000);
-    v.maintenir();
-    EXPECT_TRUE(signaux.empty());
-    for (int tic = 0; tic < 4; ++tic) {
-        QTest::qWait(1000);
-        v.maintenir();
-    }
-    EXPECT_EQ(signaux.size(), 1u);
-    EXPECT_EQ(signaux.at(0).first, "saisie_refusee");
+    for (int tic = 0; tic < 7; ++tic)
+        QTest::qWait(1000), v.maintenir();
+    EXPECT_EQ(signaux.at(0).first + " " + signaux.at(0).second, "voile_repare démappé");
+    EXPECT_EQ(signaux.at(1).first, "saisie_refusee");
     XUngrabKeyboard(autre, CurrentTime);
     XSync(autre, False);
     v.maintenir();
     EXPECT_TRUE(v.prisTenue());
     EXPECT_EQ(saisir().first, AlreadyGrabbed);
-}
-
-// `commande` run by another user of the computer, `tavienfant`.
-std::vector<std::string> enfant(const std::string& commande) {
-    return {"/usr/sbin/runuser", "-u", "tavienfant", "--", "/bin/sh", "-c", commande};
-}
-
-TEST_F(VoileX11, CeQuUnAutreProgrammeFaitAuVoileEstDefaitEnMoinsDUneSeconde) {
-    if (geteuid() != 0) GTEST_SKIP() << "acting as a second user needs root";
-    if (access("/usr/bin/xdotool", X_OK)) GTEST_SKIP() << "xdotool missing (package xdotool)";
-    if (test::executer({"/bin/sh", "-c", "id tavienfant || useradd -m tavienfant"}).statut != 0)
-        GTEST_SKIP() << "no second user tavienfant";
-    VoileQt& v = voile(true, true);
-    v.montrer(pause());
-    ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans() && (v.maintenir(), v.prisTenue()); }));
-    const std::string id = std::to_string(v.fenetres().front()->winId());
-    // Covering, and really holding the grab: the X server drops it with an unmapped window.
-    const auto couvreEtTient = [&] {
-        return couvreLesEcrans() && saisir() == std::pair(AlreadyGrabbed, AlreadyGrabbed);
-    };
-
-    // Unmapped in a tight loop: never away for a second, and back with the grab once it stops.
-    {
-        // It ends by itself: runuser does not pass a signal on to it.
-        test::Processus enBoucle(
-            enfant("timeout 3 sh -c 'while :; do xdotool windowunmap " + id + "; done'"));
-        int absentDepuis = 0, plusLongueAbsence = 0;
-        for (int i = 0; i < 30; ++i) {
-            QTest::qWait(100);
-            absentDepuis = couvreLesEcrans() ? 0 : absentDepuis + 100;
-            plusLongueAbsence = std::max(plusLongueAbsence, absentDepuis);
-        }
-        EXPECT_LT(plusLongueAbsence, 1000);
-        enBoucle.ligne(5);
-    }
-    EXPECT_TRUE(attendreQue(couvreEtTient, 1000));
-
-    for (const std::string& geste :
-         {"windowmove " + id + " 300 200", "windowsize " + id + " 400 300", "windowunmap " + id}) {
-        EXPECT_EQ(test::executer(enfant("xdotool " + geste)).statut, 0) << geste;
-        EXPECT_TRUE(attendreQue(couvreEtTient, 1000)) << geste;
-    }
-
-    // Another program's window raised over the veil: the veil comes back on top.
-    XSetWindowAttributes sans{};
-    sans.override_redirect = True;
-    const Window dessus =
-        XCreateWindow(autre, DefaultRootWindow(autre), 100, 100, 500, 400, 0, CopyFromParent,
-                      InputOutput, CopyFromParent, CWOverrideRedirect, &sans);
-    XMapWindow(autre, dessus);
-    XLowerWindow(autre, dessus);
-    XSync(autre, False);
-    EXPECT_EQ(test::executer(enfant("xdotool windowraise " + std::to_string(dessus))).statut, 0);
-    EXPECT_TRUE(attendreQue(
-        [&] {
-            Window racine, parent, *enfants = nullptr;
-            unsigned int n = 0;
-            XQueryTree(autre, DefaultRootWindow(autre), &racine, &parent, &enfants, &n);
-            const bool dessous = n && enfants[n - 1] != dessus;
-            XFree(enfants);
-            return dessous;
-        },
-        1000));
-    // Or made a child of that window: back at the root.
-    EXPECT_EQ(test::executer(enfant("xdotool windowreparent " + id + " " + std::to_string(dessus)))
-                  .statut,
-              0);
-    EXPECT_TRUE(attendreQue(couvreEtTient, 1000));
-    XDestroyWindow(autre, dessus);
-    XSync(autre, False);
-
-    std::set<std::string> natures, details;
-    for (const auto& [nature, detail] : signaux) {
-        natures.insert(nature);
-        details.insert(detail);
-    }
-    EXPECT_EQ(natures, std::set<std::string>{"voile_repare"});
-    for (const char* quoi : {"démappé", "déplacé", "redimensionné", "recouvert", "détaché"})
-        EXPECT_TRUE(std::any_of(details.begin(), details.end(), [&](const std::string& d) {
-            return d.find(quoi) != d.npos;
-        })) << quoi;
 }
 
 TEST_F(VoileX11, LesBoutonsMenentAuxOperations) {
