@@ -69,11 +69,6 @@ std::unique_ptr<GardeX11> GardeX11::ouvrir(Boucle& boucle, _XDisplay* qt) {
 
 GardeX11::GardeX11(Boucle& boucle, xcb_connection_t* connexion, unsigned int racine)
     : boucle_(boucle), connexion_(connexion), racine_(racine) {
-    // Map, unmap, configure, reparent and circulate of every child of the root: ours, and any
-    // window that comes over them.
-    const std::uint32_t masque = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
-    xcb_change_window_attributes(connexion_, racine_, XCB_CW_EVENT_MASK, &masque);
-    xcb_flush(connexion_);
     surveillance_ = boucle_.surveiller(xcb_get_file_descriptor(connexion_), [this] { lire(); });
 }
 
@@ -87,6 +82,12 @@ void GardeX11::garder(std::vector<Fenetre> fenetres) {
     for (Fenetre& f : fenetres)
         gardees_.push_back({f, false});
     const int generation = ++*generation_;
+    // Map, unmap, configure, reparent and circulate of every child of the root (ours, and any
+    // window that comes over them), only while there is something to guard: a desktop's
+    // windows move all day, and the agent sleeps meanwhile.
+    const std::uint32_t masque = gardees_.empty() ? 0 : XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+    xcb_change_window_attributes(connexion_, racine_, XCB_CW_EVENT_MASK, &masque);
+    xcb_flush(connexion_);
     if (gardees_.empty()) return;
     verifier();
     std::weak_ptr<int> suivi = generation_;
