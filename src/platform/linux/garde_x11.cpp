@@ -90,6 +90,7 @@ void GardeX11::garder(std::vector<Fenetre> fenetres) {
     xcb_flush(connexion_);
     if (gardees_.empty()) return;
     verifier();
+    lire();
     std::weak_ptr<int> suivi = generation_;
     boucle_.plusTard(delaiArmement, [this, suivi, generation] {
         const auto vivante = suivi.lock();
@@ -97,9 +98,12 @@ void GardeX11::garder(std::vector<Fenetre> fenetres) {
         for (Gardee& g : gardees_)
             g.vue = true;
         verifier();
+        lire();
     });
 }
 
+// Also called after each check made outside it: events that came during the check's round trips
+// wait in xcb's queue, where the descriptor no longer says so.
 void GardeX11::lire() {
     for (int passe = 0; passe < maxPasses; ++passe) {
         bool change = false;
@@ -134,6 +138,7 @@ void GardeX11::verifierAuPlusTot() {
         if (!suivi.lock()) return;
         verificationPrevue_ = false;
         verifier();
+        lire();
     });
 }
 
