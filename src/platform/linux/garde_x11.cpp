@@ -175,7 +175,15 @@ void GardeX11::verifier() {
             reponse(xcb_get_geometry_reply(connexion_, questions[i].geometrie, nullptr));
         // Gone: its owner destroyed it, which is the owner's business.
         if (!arbre || !attributs || !geometrie) continue;
-        if (attributs->map_state == XCB_MAP_STATE_VIEWABLE) g.vue = true;
+        if (attributs->map_state == XCB_MAP_STATE_VIEWABLE && !g.vue) {
+            g.vue = true;
+            // At a fractional scale the owner rounds the screen's size its own way: where it put
+            // the window, when that is within a pixel or two of what was asked, is what is kept.
+            const auto proche = [](int a, int b) { return std::abs(a - b) <= 2; };
+            if (proche(geometrie->x, f.x) && proche(geometrie->y, f.y) &&
+                proche(geometrie->width, f.largeur) && proche(geometrie->height, f.hauteur))
+                g.voulue = {f.id, geometrie->x, geometrie->y, geometrie->width, geometrie->height};
+        }
         if (!g.vue) continue;
 
         std::string detail;
