@@ -7,8 +7,8 @@
 namespace tavi {
 
 // Keeps windows of ours as they must be against every other program of the session: mapped,
-// where they were put, at their size, child of the root and above every other window that
-// overlaps them. Where the display server lets any client unmap, move, resize or cover another
+// where they were put, at their size, opaque, child of the root and above every other window
+// that overlaps them. Where the display server lets any client unmap, move, resize or cover another
 // client's window (X11), nothing can forbid it: the guard puts each window back as soon as the
 // server tells it, and says what had been done.
 //
@@ -29,7 +29,8 @@ public:
     virtual void garder(std::vector<Fenetre> fenetres) = 0;
 
     // Called on the main thread once a window has been put back, with what had been done to it
-    // ("démappé", "déplacé", "redimensionné", "recouvert", "détaché", joined by ", ").
+    // ("démappé", "déplacé", "redimensionné", "transparent", "recouvert", "détaché", joined
+    // by ", ").
     std::function<void(const std::string& detail)> quandRepare;
 };
 

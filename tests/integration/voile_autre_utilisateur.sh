@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
 # The real agent, paired with a tavi-famille on loopback and under a pause, on an Xvfb of its
-# own; another user of the computer (tavienfant) moves, resizes, covers, reparents and, for 3 s
-# in a loop, unmaps its veil with xdotool. The veil is back over the screen and on top within a
-# second each time, and the parents' report shows the repair. Exit 77 (skipped) when something
-# it needs is missing. Usage: voile_autre_utilisateur.sh BUILD
+# own; another user of the computer (tavienfant) moves, resizes, covers, reparents, makes
+# transparent and, for 3 s in a loop, unmaps its veil with xdotool and xprop. The veil is back
+# within a second each time, and the parents' report shows the repair. Exit 77 (skipped) when
+# something it needs is missing. Usage: voile_autre_utilisateur.sh BUILD
 set -euo pipefail
 racine="$(cd "$(dirname "$0")/../.." && pwd)"
 build="$(realpath "$1")"
 passer() { echo "SKIPPED: $1"; exit 77; }
 [ "$(id -u)" = 0 ] || passer "acting as a second user needs root"
-for p in xdotool Xvfb xwininfo xclock; do command -v $p > /dev/null || passer "$p missing"; done
+for p in xdotool Xvfb xwininfo xclock xprop; do command -v $p > /dev/null || passer "$p missing"; done
 id tavienfant > /dev/null 2>&1 || useradd -m tavienfant || passer "no second user tavienfant"
 
 source "$racine/scripts/xvfb-commun.sh"
@@ -38,6 +38,9 @@ for geste in "windowmove $id 300 200" "windowsize $id 400 300" "windowraise $hor
     enfant 5 xdotool $geste
     attendre couvert 1 || echouer "$geste : pas de voile après 1 s"
 done
+opacite() { xprop -id "$id" _NET_WM_WINDOW_OPACITY | grep -q =; }
+enfant 5 xprop -id "$id" -f _NET_WM_WINDOW_OPACITY 32c -set _NET_WM_WINDOW_OPACITY 0
+attendre '! opacite' 1 || echouer "voile laissé transparent"
 enfant 3 sh -c "while :; do xdotool windowunmap $id; done" &
 for i in $(seq 30); do # never a whole second without the veil meanwhile
     sleep 0.1 && couvert && vu=$i

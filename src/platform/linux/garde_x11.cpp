@@ -69,6 +69,10 @@ std::unique_ptr<GardeX11> GardeX11::ouvrir(Boucle& boucle, _XDisplay* qt) {
 
 GardeX11::GardeX11(Boucle& boucle, xcb_connection_t* connexion, unsigned int racine)
     : boucle_(boucle), connexion_(connexion), racine_(racine) {
+    constexpr char nom[] = "_NET_WM_WINDOW_OPACITY";
+    if (const auto atome = reponse(xcb_intern_atom_reply(
+            connexion_, xcb_intern_atom(connexion_, 0, sizeof nom - 1, nom), nullptr)))
+        opacite_ = atome->atom;
     surveillance_ = boucle_.surveiller(xcb_get_file_descriptor(connexion_), [this] { lire(); });
 }
 
@@ -87,6 +91,10 @@ void GardeX11::garder(std::vector<Fenetre> fenetres) {
     // windows move all day, and the agent sleeps meanwhile.
     const std::uint32_t masque = gardees_.empty() ? 0 : XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
     xcb_change_window_attributes(connexion_, racine_, XCB_CW_EVENT_MASK, &masque);
+    // And the properties of ours, for their opacity.
+    const std::uint32_t proprietes = XCB_EVENT_MASK_PROPERTY_CHANGE;
+    for (const Gardee& g : gardees_)
+        xcb_change_window_attributes(connexion_, g.voulue.id, XCB_CW_EVENT_MASK, &proprietes);
     xcb_flush(connexion_);
     if (gardees_.empty()) return;
     verifier();
@@ -147,13 +155,16 @@ void GardeX11::verifier() {
         xcb_query_tree_cookie_t arbre;
         xcb_get_window_attributes_cookie_t attributs;
         xcb_get_geometry_cookie_t geometrie;
+        xcb_get_property_cookie_t opacite;
     };
     // Every question leaves before any answer is read: one round trip for all the windows.
     std::vector<Question> questions;
     for (const Gardee& g : gardees_)
         questions.push_back({xcb_query_tree(connexion_, g.voulue.id),
                              xcb_get_window_attributes(connexion_, g.voulue.id),
-                             xcb_get_geometry(connexion_, g.voulue.id)});
+                             xcb_get_geometry(connexion_, g.voulue.id),
+                             xcb_get_property(connexion_, 0, g.voulue.id, opacite_,
+                                              XCB_GET_PROPERTY_TYPE_ANY, 0, 1)});
     const auto racine =
         reponse(xcb_query_tree_reply(connexion_, xcb_query_tree(connexion_, racine_), nullptr));
 
@@ -196,6 +207,12 @@ void GardeX11::verifier() {
         if (geometrie->x != f.x || geometrie->y != f.y) ajouter(detail, "déplacé");
         if (geometrie->width != f.largeur || geometrie->height != f.hauteur)
             ajouter(detail, "redimensionné");
+        const auto opacite =
+            reponse(xcb_get_property_reply(connexion_, questions[i].opacite, nullptr));
+        if (opacite_ && opacite && opacite->type != XCB_NONE) {
+            ajouter(detail, "transparent");
+            xcb_delete_property(connexion_, f.id, opacite_);
+        }
 
         const auto place = std::find(pile.begin(), pile.end(), f.id);
         if (place != pile.end() && detail.empty()) {

@@ -42,6 +42,8 @@ private:
     Boucle& boucle_;
     xcb_connection_t* connexion_;
     unsigned int racine_;
+    // _NET_WM_WINDOW_OPACITY: a compositor draws a window as transparent as any client says.
+    unsigned int opacite_ = 0;
     std::vector<Gardee> gardees_;
     std::unique_ptr<Abonnement> surveillance_;
     // When a window was last only raised again.
