@@ -8,6 +8,7 @@
 #include "platform/demarrage.h"
 #include "platform/linux/alimentation_logind.h"
 #include "platform/linux/copies_linux.h"
+#include "platform/linux/garde_x11.h"
 #include "platform/linux/prise_x11.h"
 #include "platform/qt/boucle_qt.h"
 #include "ui/accueil_moteur.h"
@@ -26,13 +27,21 @@ namespace tavi {
 
 namespace {
 
-// The veil on the session's screens, holding the keyboard and pointer where the display server
-// lets a client do so (X11).
-std::unique_ptr<Voile> voileDeSession(Moteur& moteur) {
+// The veil on the session's screens, holding the keyboard and pointer and guarding its windows
+// where the display server lets a client do so (X11); what it repairs reaches the parents.
+std::unique_ptr<Voile> voileDeSession(Moteur& moteur, Boucle& boucle) {
     std::unique_ptr<PriseEntrees> prise;
-    if (auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>())
+    std::unique_ptr<GardeFenetres> garde;
+    if (auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>()) {
         prise = std::make_unique<PriseX11>(x11->connection());
-    return std::make_unique<VoileQt>(std::make_unique<ActionsMoteur>(moteur), std::move(prise));
+        garde = GardeX11::ouvrir(boucle, x11->display());
+    }
+    auto voile = std::make_unique<VoileQt>(std::make_unique<ActionsMoteur>(moteur),
+                                           std::move(prise), std::move(garde));
+    voile->signaler = [&moteur](const std::string& nature, const std::string& detail) {
+        moteur.signalerIncident(nature, detail);
+    };
+    return voile;
 }
 
 // The tray icon and the welcome window, following the engine.
@@ -93,7 +102,7 @@ void executerAvecInterface(int argc, char** argv) {
     BoucleQt boucle;
     std::unique_ptr<FiltreFin> filtre;
     executer(
-        boucle, voileDeSession,
+        boucle, [&boucle](Moteur& moteur) { return voileDeSession(moteur, boucle); },
         [](Moteur& moteur, Notifications& notifications) {
             return std::make_unique<FenetresAgent>(moteur, notifications);
         },

@@ -2,7 +2,9 @@
 
 #include "engine/motif_voile.h"
 
+#include <functional>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace tavi {
@@ -37,6 +39,11 @@ public:
 
     virtual Presentation presentation() const = 0;
     virtual void presenter(Presentation presentation) = 0;
+
+    // What the veil has to tell the parents about itself: a kind ("voile_repare" once another
+    // program's doing to a window was undone, "saisie_refusee" while another program keeps the
+    // keyboard or pointer) and what happened. Set by whoever makes the veil; may stay empty.
+    std::function<void(const std::string& nature, const std::string& detail)> signaler;
 
 protected:
     std::optional<MotifVoile> motif_;

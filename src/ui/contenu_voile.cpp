@@ -45,7 +45,9 @@ std::string emojiVoile(const RegleMac& regle) {
     if (cause == "site") return "🛡\uFE0F";
     if (cause == "navigateur") return "🧭";
     if (cause == "automatisation") return "🔑";
-    if (cause == "pause_famille") return "👨\u200D👩\u200D👧\u200D👦";
+    // A house rather than the family sequence: the colour emoji faces of current desktops draw
+    // every family as grey silhouettes on a grey tile, which reads as a broken glyph.
+    if (cause == "pause_famille") return "🏡";
     if (cause == "panier") return "🧺";
     // Plain containment: any title with "lit" in it, even inside a word, sleeps.
     const QString titre = QString::fromStdString(regle.titre).toLower();

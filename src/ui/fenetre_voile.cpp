@@ -32,6 +32,9 @@ FenetreVoile::FenetreVoile(ActionsVoile& actions, MotifVoile motif, QScreen* ecr
     disposition->setContentsMargins(0, 0, 0, 0);
     disposition->addWidget(vue_);
     setScreen(ecran);
+    // Never larger than its screen, even where the content asks for more (a tiny screen, a
+    // large scale): a window that grows past its screen would have to be brought back.
+    setFixedSize(ecran->geometry().size());
     setGeometry(ecran->geometry());
 }
 

@@ -13,7 +13,8 @@ namespace tavi {
 // it; only its controller takes it away.
 //
 // On X11 it is left unmanaged by the window manager (override-redirect): no manager may move,
-// close, lower or hide it, and it shows on every workspace. On Wayland no client can ask that
+// close, lower or hide it, and it shows on every workspace. Any other client still may, as X11
+// forbids nothing: its controller's guard puts it back. On Wayland no client can ask that
 // much: it is a full-screen window on its output, raised again by its controller.
 class FenetreVoile : public QWidget {
 public:

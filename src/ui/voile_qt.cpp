@@ -8,8 +8,22 @@
 
 namespace tavi {
 
-VoileQt::VoileQt(std::unique_ptr<ActionsVoile> actions, std::unique_ptr<PriseEntrees> prise)
-    : actions_(std::move(actions)), prise_(std::move(prise)) {
+namespace {
+
+// Long enough for a program that grabs for a moment (a menu, a drag) to let go by itself.
+constexpr qint64 refusTolereMs = 5000;
+
+} // namespace
+
+VoileQt::VoileQt(std::unique_ptr<ActionsVoile> actions, std::unique_ptr<PriseEntrees> prise,
+                 std::unique_ptr<GardeFenetres> garde)
+    : actions_(std::move(actions)), prise_(std::move(prise)), garde_(std::move(garde)) {
+    if (garde_)
+        garde_->quandRepare = [this](const std::string& detail) {
+            if (signaler) signaler("voile_repare", detail);
+            // An unmapped window lost the grab with it.
+            if (presentation_ == Presentation::verrouillee) prendre();
+        };
     QObject::connect(qGuiApp, &QGuiApplication::screenAdded, &contexte_, [this](QScreen* ecran) {
         suivreEcran(ecran);
         reconstruire();
@@ -21,6 +35,7 @@ VoileQt::VoileQt(std::unique_ptr<ActionsVoile> actions, std::unique_ptr<PriseEnt
 }
 
 VoileQt::~VoileQt() {
+    garde_.reset();
     if (prise_) prise_->relacher();
     for (const auto& fenetre : fenetres_)
         delete fenetre.data();
@@ -49,7 +64,21 @@ void VoileQt::montrer(const MotifVoile& motif) {
         fenetre->afficher();
         fenetres_.emplace_back(fenetre);
     }
+    garderFenetres();
     maintenir();
+}
+
+void VoileQt::garderFenetres() {
+    if (!garde_) return;
+    std::vector<GardeFenetres::Fenetre> gardees;
+    for (FenetreVoile* fenetre : fenetres()) {
+        // The screen's place is the same in the server's pixels; its size is scaled.
+        const QRect g = fenetre->ecran()->geometry();
+        const qreal densite = fenetre->ecran()->devicePixelRatio();
+        gardees.push_back({fenetre->winId(), g.x(), g.y(), qRound(g.width() * densite),
+                           qRound(g.height() * densite)});
+    }
+    garde_->garder(std::move(gardees));
 }
 
 void VoileQt::maintenir() {
@@ -68,6 +97,8 @@ void VoileQt::maintenir() {
 }
 
 void VoileQt::retirerFenetres() {
+    // Before the windows go: their unmapping is ours.
+    if (garde_) garde_->garder({});
     for (const auto& fenetre : fenetres_) {
         if (!fenetre) continue;
         fenetre->vue().detacher();
@@ -83,12 +114,26 @@ void VoileQt::retirerFenetres() {
 void VoileQt::presenter(Presentation presentation) {
     presentation_ = presentation;
     if (!prise_) return;
-    if (presentation == Presentation::verrouillee) {
-        if (!fenetres_.empty() && fenetres_.front())
-            prisTenue_ = prise_->prendre(fenetres_.front()->winId());
-    } else {
-        prise_->relacher();
-        prisTenue_ = false;
+    if (presentation == Presentation::verrouillee) return prendre();
+    prise_->relacher();
+    prisTenue_ = false;
+    refusDepuis_.invalidate();
+    refusSignale_ = false;
+}
+
+void VoileQt::prendre() {
+    if (!prise_ || fenetres_.empty() || !fenetres_.front()) return;
+    prisTenue_ = prise_->prendre(fenetres_.front()->winId());
+    if (prisTenue_) {
+        refusDepuis_.invalidate();
+        refusSignale_ = false;
+        return;
+    }
+    if (!refusDepuis_.isValid()) refusDepuis_.start();
+    // Once per refusal, however long it lasts; the engine spaces the reports anyway.
+    if (refusDepuis_.elapsed() > refusTolereMs && !refusSignale_) {
+        refusSignale_ = true;
+        if (signaler) signaler("saisie_refusee", "clavier ou pointeur, plus de 5 s");
     }
 }
 

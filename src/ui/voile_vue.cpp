@@ -23,33 +23,6 @@ constexpr int largeurMax = 560;
 constexpr int margeEcran = 40;
 constexpr int margesCarte = 2 * 28 + 6;
 
-// The rule's title on a white capsule outlined in ink.
-class Pastille : public QLabel {
-public:
-    explicit Pastille(const std::string& texte) : QLabel(texteEcran(texte)) {
-        setFont(policeArrondie(18, QFont::ExtraBold));
-        setTextFormat(Qt::PlainText);
-        setAlignment(Qt::AlignCenter);
-        setContentsMargins(14, 6, 14, 6);
-        setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
-        QPalette palette = this->palette();
-        palette.setColor(QPalette::WindowText, Charte::encre);
-        setPalette(palette);
-    }
-
-protected:
-    void paintEvent(QPaintEvent* evenement) override {
-        QPainter peintre(this);
-        peintre.setRenderHint(QPainter::Antialiasing);
-        const QRectF capsule = QRectF(rect()).adjusted(1, 1, -1, -1);
-        peintre.setBrush(Charte::blanc);
-        peintre.setPen(QPen(Charte::encre, 2));
-        peintre.drawRoundedRect(capsule, capsule.height() / 2, capsule.height() / 2);
-        peintre.end();
-        QLabel::paintEvent(evenement);
-    }
-};
-
 const QColor& couleur(BoutonVoile::Fond fond) {
     switch (fond) {
     case BoutonVoile::Fond::jaune:

@@ -1,7 +1,9 @@
 // The veil on an Xvfb of the test's own, split into two monitors (A and B) by xrandr before the
 // QApplication starts. A second X client plays another program: it tries to grab the keyboard
-// and pointer, and clicks through XTest.
+// and pointer, unmaps the veil, and clicks through XTest.
+#include "platform/linux/garde_x11.h"
 #include "platform/linux/prise_x11.h"
+#include "platform/qt/boucle_qt.h"
 #include "ui/bouton_pilule.h"
 #include "ui/fenetre_voile.h"
 #include "ui/voile_qt.h"
@@ -23,8 +25,8 @@ std::string affichage, raisonSaut;
 const std::string moniteurB = "1280/339x1024/271+1366+0";
 
 template <typename Condition>
-bool attendreQue(Condition condition) {
-    return QTest::qWaitFor([&] { return bool(condition()); }, 10000);
+bool attendreQue(Condition condition, int limiteMs = 10000) {
+    return QTest::qWaitFor([&] { return bool(condition()); }, limiteMs);
 }
 
 QStringList nomsDesEcrans() {
@@ -87,10 +89,14 @@ protected:
         }
     }
 
-    VoileQt& voile(bool prise = true) {
+    VoileQt& voile(bool prise = true, bool garde = false) {
         auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
         voile_.emplace(std::move(actionsPropres),
-                       prise ? std::make_unique<PriseX11>(x11->connection()) : nullptr);
+                       prise ? std::make_unique<PriseX11>(x11->connection()) : nullptr,
+                       garde ? GardeX11::ouvrir(boucle, x11->display()) : nullptr);
+        voile_->signaler = [this](const std::string& nature, const std::string& detail) {
+            signaux.emplace_back(nature, detail);
+        };
         return *voile_;
     }
     bool exposees() {
@@ -143,6 +149,8 @@ protected:
     }
 
     Display* autre = nullptr;
+    BoucleQt boucle;
+    std::vector<std::pair<std::string, std::string>> signaux;
     std::unique_ptr<FaussesActions> actionsPropres = std::make_unique<FaussesActions>();
     FaussesActions* actions = actionsPropres.get();
     std::optional<VoileQt> voile_;
@@ -177,12 +185,18 @@ TEST_F(VoileX11, UneFenetreParEcranMemeQuandLesEcransChangentRefaitesPourUnAutre
 }
 
 TEST_F(VoileX11, UnePauseTientClavierEtPointeurJusquAuRetraitEtLesReprendSiOnLesLache) {
-    VoileQt& v = voile();
+    VoileQt& v = voile(true, true);
     v.montrer(pause());
     ASSERT_TRUE(attendreQue([&] { return exposees(); }));
     v.maintenir();
     EXPECT_TRUE(v.prisTenue());
     EXPECT_EQ(saisir(), std::pair(AlreadyGrabbed, AlreadyGrabbed));
+
+    // Unmapped by another program, which drops the grab: mapped again and held at once.
+    XUnmapWindow(autre, v.fenetres().front()->winId());
+    XSync(autre, False);
+    EXPECT_TRUE(
+        attendreQue([&] { return couvreLesEcrans() && saisir().first == AlreadyGrabbed; }, 1000));
 
     // The other screen's window still gets the clicks.
     cliquer(bouton(v.fenetres().at(1), "Demander"));
@@ -201,7 +215,8 @@ TEST_F(VoileX11, UnePauseTientClavierEtPointeurJusquAuRetraitEtLesReprendSiOnLes
     EXPECT_FALSE(v.prisTenue());
     EXPECT_EQ(saisir(), std::pair(GrabSuccess, GrabSuccess));
 
-    // Another program holding the keyboard: the grab is taken once it lets go.
+    // Another program holding the keyboard: the grab is taken once it lets go, and the parents
+    // hear once of a refusal that lasts past 5 s.
     ASSERT_EQ(XGrabKeyboard(autre, DefaultRootWindow(autre), False, GrabModeAsync, GrabModeAsync,
                             CurrentTime),
               GrabSuccess);
@@ -209,6 +224,10 @@ TEST_F(VoileX11, UnePauseTientClavierEtPointeurJusquAuRetraitEtLesReprendSiOnLes
     ASSERT_TRUE(attendreQue([&] { return exposees(); }));
     v.maintenir();
     EXPECT_FALSE(v.prisTenue());
+    for (int tic = 0; tic < 7; ++tic)
+        QTest::qWait(1000), v.maintenir();
+    EXPECT_EQ(signaux.at(0).first + " " + signaux.at(0).second, "voile_repare démappé");
+    EXPECT_EQ(signaux.at(1).first, "saisie_refusee");
     XUngrabKeyboard(autre, CurrentTime);
     XSync(autre, False);
     v.maintenir();
