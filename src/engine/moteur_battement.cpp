@@ -70,6 +70,7 @@ void Moteur::battre(std::function<void()> fini) {
     const std::uint64_t generation = generation_;
     Demarrage& demarrage = p.demarrage;
     const Applications& applications = p.applications;
+    auto partage = std::make_shared<std::function<void()>>(std::move(fini));
     p.boucle.executer<LuAvantBattement>(
         [&demarrage, &applications, lireListe] {
             LuAvantBattement lu;
@@ -77,10 +78,17 @@ void Moteur::battre(std::function<void()> fini) {
             if (lireListe) lu.liste = ListeApplis::lire(applications);
             return lu;
         },
-        [faible, generation, fini = std::move(fini)](LuAvantBattement lu) mutable {
+        [faible, generation, partage](LuAvantBattement lu) {
             auto moteur = faible.lock();
             if (!moteur) return;
-            (*moteur)->envoyerBattement(std::move(lu), generation, std::move(fini));
+            (*moteur)->envoyerBattement(std::move(lu), generation, std::move(*partage));
+        },
+        // The next heartbeat must not wait for this one for ever: it is over, sent or not.
+        [faible, partage](const std::string&) {
+            auto moteur = faible.lock();
+            if (!moteur) return;
+            (*moteur)->battementEnCours_ = false;
+            if (*partage) (*partage)();
         });
 }
 

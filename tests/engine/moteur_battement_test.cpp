@@ -160,3 +160,18 @@ TEST_F(BancMoteur, LeBattementDitLUsageALaMinuteDixiemePresEtSansConsigneOublieL
     EXPECT_EQ(corps[5]["utilise_jour_min"], 1.5); // 90 s
     EXPECT_EQ(corps[3]["minutes_limites"], (json{{"jeu-a", 0.1}})) << "5 s of jeu-b is not listed";
 }
+
+// An exchange that throws (a library's bug, memory run out) is a failed heartbeat like any
+// other: the engine is not left waiting for it, and the next one goes on its cadence.
+TEST_F(BancMoteur, UnEchangeQuiLeveEstUnBattementRateEtLeSuivantPart) {
+    relier({{"limiteJourMin", 60}});
+    transport->parDefaut = [](const auto&) -> FauxTransport::Issue {
+        throw std::runtime_error("transport exploded");
+    };
+    demarrer();
+    secondes(1);
+    ASSERT_EQ(battements().size(), 1u);
+    repondre({{"limiteJourMin", 60}});
+    secondes(30);
+    EXPECT_EQ(battements().size(), 2u);
+}
