@@ -1,6 +1,7 @@
 #include "engine/moteur.h"
 
 #include "commun/jour.h"
+#include "commun/journal.h"
 #include "engine/voile_console.h"
 #include "rules/horloge.h"
 #include "rules/programme.h"
@@ -8,6 +9,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
+#include <string>
 #include <utility>
 
 namespace tavi {
@@ -42,7 +45,7 @@ Voile& Moteur::voile() {
 }
 
 std::int64_t Moteur::maintenantServeur() const {
-    return Horloge::maintenant(p.reglages, p.horloges);
+    return Horloge::maintenant(p.reglages, p.horloges, echantillon_);
 }
 
 std::optional<double> Moteur::utiliseDepuisConsigne() const {
@@ -64,8 +67,10 @@ std::optional<double> Moteur::resteSecondes() const {
 }
 
 void Moteur::demarrer() {
-    minuteurs_.push_back(p.boucle.repeter(std::chrono::seconds(1), [this] { tic(); }));
-    activation_ = p.bureau.observerActivation([this](const Application&) { verifierAppliActive(); });
+    minuteurs_.push_back(
+        p.boucle.repeter(std::chrono::seconds(1), [this] { sansArret("tic", [this] { tic(); }); }));
+    activation_ =
+        p.bureau.observerActivation([this](const Application&) { verifierAppliActive(); });
     lireJeton();
     lireEtatAgent();
     tic();
@@ -115,6 +120,16 @@ void Moteur::evaluer() {
     }
     verifierAppliActive();
     observateurs_.signaler();
+}
+
+void Moteur::sansArret(const char* quoi, const std::function<void()>& action) noexcept {
+    try {
+        action();
+    } catch (const std::exception& e) {
+        journaliser(std::string("Tavi Home : ") + quoi + " interrompu (" + e.what() + ")");
+    } catch (...) {
+        journaliser(std::string("Tavi Home : ") + quoi + " interrompu");
+    }
 }
 
 void Moteur::retirerVoile() {

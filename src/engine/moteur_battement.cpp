@@ -152,7 +152,7 @@ void Moteur::envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
     envoi->secondesAuDepart = compteur_.secondesDuJour();
     api_.appel("POST", cheminBattement, corps,
                [this, envoi, fini = std::move(fini)](ResultatApi<std::string> reponse) mutable {
-                   finBattement(*envoi, std::move(reponse));
+                   sansArret("battement", [&] { finBattement(*envoi, std::move(reponse)); });
                    if (fini) fini();
                });
 }
@@ -186,7 +186,8 @@ void Moteur::recevoir(const std::string& donnees, std::int64_t envoi, std::int64
     Consigne consigne = std::move(decodee).value();
 
     p.reglages.grouper([&] {
-        Horloge::noter(p.reglages, p.horloges, consigne.heureServeurMs.value_or(0), envoi, recu);
+        Horloge::noter(p.reglages, p.horloges, echantillon_, consigne.heureServeurMs.value_or(0),
+                       envoi, recu);
         p.reglages.ecrire("consigne", Donnees{donnees});
         Stockage::resteBase(p.reglages,
                             std::pair{secondesAuDepart, jourLocal(maintenantServeur())});

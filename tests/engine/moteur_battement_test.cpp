@@ -1,5 +1,7 @@
 #include "banc_moteur.h"
 
+#include <limits>
+
 using namespace tavi;
 using namespace tavi::test;
 
@@ -174,4 +176,36 @@ TEST_F(BancMoteur, UnEchangeQuiLeveEstUnBattementRateEtLeSuivantPart) {
     repondre({{"limiteJourMin", 60}});
     secondes(30);
     EXPECT_EQ(battements().size(), 2u);
+}
+
+// A hostile server's instant, or clock values the child wrote in the store, neither end the
+// agent nor move the day: the count goes on and the limit still holds.
+TEST_F(BancMoteur, UneHeureAbsurdeNeFaitTomberNiLAgentNiLeCompteDuJour) {
+    relier({{"limiteJourMin", 0.5}});
+    demarrer();
+    secondes(40);
+    const double compte = moteur->compteur().secondesDuJour();
+    ASSERT_TRUE(voile().affiche());
+
+    for (const std::int64_t instant :
+         {std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min(),
+          std::int64_t{1} << 53, -(std::int64_t{1} << 53), std::int64_t{253'402'300'799'000}}) {
+        SCOPED_TRACE(instant);
+        repondre({{"limiteJourMin", 0.5}, {"heureServeurMs", instant}});
+        ASSERT_NO_THROW(battreAuProchainTic());
+        ASSERT_NO_THROW(secondes(1));
+        ASSERT_TRUE(voile().affiche());
+        EXPECT_EQ(voile().motif()->regle.cause, "limite");
+        EXPECT_EQ(moteur->compteur().secondesDuJour(), compte) << "the day did not roll";
+    }
+
+    for (const double valeur : {9.2e18, -9.2e18, 1e300}) {
+        SCOPED_TRACE(valeur);
+        for (const char* cle : {"h_serveur_a", "h_mono_a", "h_ecart", "h_ar"})
+            reglages.ecrire(cle, valeur);
+        ASSERT_NO_THROW(secondes(2));
+        ASSERT_NO_THROW(moteur->resteSecondes());
+        EXPECT_EQ(moteur->compteur().secondesDuJour(), compte);
+        EXPECT_TRUE(voile().affiche());
+    }
 }
