@@ -194,13 +194,13 @@ void Moteur::recevoir(const std::string& donnees, std::int64_t envoi, std::int64
         if (consigne.prenom) p.reglages.ecrire("prenom", *consigne.prenom);
     });
 
-    // The child is shown the new reports before they start.
-    if (p.reglages.booleen("accord_vu").value_or(false) &&
-        !Stockage::accordCouvre(p.reglages, consigne) && quandRapportActive)
-        quandRapportActive();
-
+    // The child is shown the new reports before they start. The window asks the engine what
+    // the parents now see, so the rule set is published before it is called.
+    const bool rapportNouveau = p.reglages.booleen("accord_vu").value_or(false) &&
+                                !Stockage::accordCouvre(p.reglages, consigne);
     consigne_ = std::move(consigne);
     derniereNouvelleMs_ = maintenantServeur();
+    if (rapportNouveau && quandRapportActive) quandRapportActive();
 
     // A period about to start brings the next heartbeat forward, so that its rule set is fresh;
     // only starts count, by design.

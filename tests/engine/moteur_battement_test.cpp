@@ -209,3 +209,17 @@ TEST_F(BancMoteur, UneHeureAbsurdeNeFaitTomberNiLAgentNiLeCompteDuJour) {
         EXPECT_TRUE(voile().affiche());
     }
 }
+
+// The window that a newly switched-on report opens reads the engine's rule set: it must be the
+// new one, or the child is welcomed instead of shown what the parents will see.
+TEST_F(BancMoteur, UnRapportQuiSAllumeOuvreLaFenetreSousLaNouvelleConsigne) {
+    relier({{"limiteJourMin", 60}});
+    demarrer();
+    moteur->consentir();
+    std::vector<bool> accordAuRappel;
+    moteur->quandRapportActive = [&] { accordAuRappel.push_back(moteur->accordDonne()); };
+    battreAuProchainTic();
+    repondre({{"limiteJourMin", 60}, {"rapportApplis", {{"actif", true}}}});
+    battreAuProchainTic();
+    EXPECT_EQ(accordAuRappel, std::vector<bool>{false});
+}
