@@ -20,7 +20,7 @@ Moteur::Moteur(Plateforme plateforme)
       trousseau_(p.boucle, p.coffre),
       api_(Stockage::serveur(p.reglages), std::nullopt, p.transport, p.boucle, p.reglages),
       compteur_(p.reglages, p.session, [this] { return maintenantServeur(); }),
-      dernierTic_(p.horloges.monotoniqueMs()),
+      dernierTic_(p.horloges.monotoniqueMs()), lanceMs_(dernierTic_),
       navigateursInstalles_(p.boucle, p.applications, [this] { return p.horloges.muraleMs(); }),
       fileNavigateurs_(p.boucle, p.navigation) {
     // The pairing is in the defaults as much as in the secret store: until the store answers,

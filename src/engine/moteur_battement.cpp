@@ -107,7 +107,8 @@ void Moteur::envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
     nlohmann::json& corps = envoi->corps;
     corps = clesFixesBattement(p.systeme, version(),
                                EtatAgent{agentActif_, !consigne_, refusAutomatisation_.empty(),
-                                         compteur_.secondesDuJour()});
+                                         compteur_.secondesDuJour(), p.horloges.demarrage(),
+                                         lanceMs_});
 
     // A history the parents did not ask for is dropped, not kept.
     if (!consigne_ || !estActif(consigne_->historiqueSites)) {
@@ -216,11 +217,13 @@ void Moteur::recevoir(const std::string& donnees, std::int64_t envoi, std::int64
 }
 
 nlohmann::json Moteur::corpsPonctuel(bool actif, bool incertain) const {
-    return {{"actif", actif},
-            {"incertain", incertain},
-            {"plateforme", p.systeme.plateforme()},
-            {"version", version()},
-            {"utilise_jour_min", minutesUneDecimale(compteur_.secondesDuJour())}};
+    nlohmann::json corps = {{"actif", actif},
+                            {"incertain", incertain},
+                            {"plateforme", p.systeme.plateforme()},
+                            {"version", version()},
+                            {"utilise_jour_min", minutesUneDecimale(compteur_.secondesDuJour())}};
+    ajouterLancement(corps, p.horloges.demarrage(), lanceMs_);
+    return corps;
 }
 
 void Moteur::annoncer(const std::string& annonce, std::function<void()> fini) {

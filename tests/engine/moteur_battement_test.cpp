@@ -223,3 +223,26 @@ TEST_F(BancMoteur, UnRapportQuiSAllumeOuvreLaFenetreSousLaNouvelleConsigne) {
     battreAuProchainTic();
     EXPECT_EQ(accordAuRappel, std::vector<bool>{false});
 }
+
+// Every post says which boot and which start of the agent it comes from; an unknown boot is
+// left out rather than sent as -1.
+TEST_F(BancMoteur, ChaqueEnvoiDitSonDemarrageEtLeLancementDeLAgent) {
+    relier({{"limiteJourMin", 60}});
+    const std::int64_t lance = horloges.mono;
+    demarrer();
+    secondes(31);
+    moteur->signalerArret();
+    boucle.terminerArrierePlan();
+    horloges.identite = -1;
+    battreAuProchainTic();
+    const auto corps = battements();
+    ASSERT_EQ(corps.size(), 4u);
+    for (std::size_t i = 0; i < corps.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(corps[i].value("agent_lance_ms", std::int64_t{0}), lance);
+        EXPECT_EQ(corps[i].contains("demarrage_id"), i < 3);
+        if (i < 3) {
+            EXPECT_EQ(corps[i]["demarrage_id"], 4242);
+        }
+    }
+}
