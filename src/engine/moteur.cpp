@@ -9,18 +9,27 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <exception>
 #include <string>
 #include <utility>
 
 namespace tavi {
 
+namespace {
+
+// From this gap on, a tick was missed for longer than any busy loop explains.
+constexpr double secondesArretMin = 30.0;
+
+} // namespace
+
 Moteur::Moteur(Plateforme plateforme)
     : p(std::move(plateforme)), vivant_(std::make_shared<Moteur*>(this)),
       trousseau_(p.boucle, p.coffre),
       api_(Stockage::serveur(p.reglages), std::nullopt, p.transport, p.boucle, p.reglages),
       compteur_(p.reglages, p.session, [this] { return maintenantServeur(); }),
-      dernierTic_(p.horloges.monotoniqueMs()), lanceMs_(dernierTic_),
+      dernierTic_(p.horloges.monotoniqueMs()),
+      dernierTicEveille_(p.horloges.monotoniqueEveilleMs()), lanceMs_(dernierTic_),
       navigateursInstalles_(p.boucle, p.applications, [this] { return p.horloges.muraleMs(); }),
       fileNavigateurs_(p.boucle, p.navigation) {
     // The pairing is in the defaults as much as in the secret store: until the store answers,
@@ -81,10 +90,21 @@ void Moteur::tic() {
     // Not clamped: after a sleep or a stall the gap is large, and the counter refuses it.
     const double ecart = static_cast<double>(maintenant - dernierTic_) / 1000.0;
     dernierTic_ = maintenant;
+    const std::int64_t eveille = p.horloges.monotoniqueEveilleMs();
+    const double ecartEveille = static_cast<double>(eveille - dernierTicEveille_) / 1000.0;
+    dernierTicEveille_ = eveille;
 
     // The rule veil stops the count; an application's nap does not.
     const bool enPause = voile().motif() && voile().motif()->estPause();
-    compteur_.tic(ecart, enPause, appliAuPremierPlan());
+    // A long gap that the clock stopping during sleep saw too was no sleep: the process was
+    // stopped (or starved) while the computer ran. Only its awake part may be use.
+    const double arret = std::min(ecart, ecartEveille);
+    if (arret >= secondesArretMin) {
+        compteur_.ticApresArret(arret, enPause, appliAuPremierPlan());
+        signalerIncident("agent_arrete", std::to_string(std::llround(arret)) + " s");
+    } else {
+        compteur_.tic(ecart, enPause, appliAuPremierPlan());
+    }
     verifierNavigateurs(ecart);
 
     // One heartbeat every 30 s counted from the start of the previous one; a failed one is

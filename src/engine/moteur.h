@@ -168,6 +168,8 @@ private:
     std::unique_ptr<Voile> voile_;
     int refus401_ = 0;
     std::int64_t dernierTic_ = 0;
+    // The previous tick on the clock that stops during sleep.
+    std::int64_t dernierTicEveille_ = 0;
     // The boot-time monotonic ms at which this process's engine was made.
     std::int64_t lanceMs_ = 0;
     std::int64_t prochainBattement_ = 0;

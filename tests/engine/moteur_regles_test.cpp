@@ -131,3 +131,37 @@ TEST_F(BancMoteur, UnNavigateurIlisibleDevantDortSousLeFiltreEtUnRefusResteSigna
     EXPECT_EQ(automatisation(2), false);
     EXPECT_EQ(automatisation(1), true);
 }
+
+// A stopped agent is not a sleeping computer: a gap the awake clock saw too counts whole when
+// input came during it, and the parents hear of the stop; a sleep, or a stop the child spent
+// away from the keyboard, counts nothing.
+TEST_F(BancMoteur, UnArretDeLAgentCompteQuandLaSaisieContinueEtSeSignale) {
+    relier({{"limiteJourMin", 600}});
+    demarrer();
+    secondes(2);
+    const double avant = moteur->compteur().secondesDuJour();
+    const auto signaux = [&] { return transport->requetes("/api/enfant/signal"); };
+
+    horloges.dormir(35'000);
+    secondes(1);
+    EXPECT_EQ(moteur->compteur().secondesDuJour(), avant) << "a sleep is never use";
+    EXPECT_TRUE(signaux().empty());
+
+    session.inactivite = 2;
+    horloges.avancer(35'000);
+    secondes(1);
+    EXPECT_EQ(moteur->compteur().secondesDuJour(), avant + 36);
+    ASSERT_EQ(signaux().size(), 1u);
+    EXPECT_EQ(signaux()[0].corps, json({{"nature", "agent_arrete"}, {"detail", "36 s"}}));
+
+    // Stopped, then the computer slept: only the awake part may be use.
+    horloges.avancer(40'000);
+    horloges.dormir(600'000);
+    secondes(1);
+    EXPECT_EQ(moteur->compteur().secondesDuJour(), avant + 36 + 41);
+
+    session.inactivite = 45;
+    horloges.avancer(40'000);
+    secondes(1);
+    EXPECT_EQ(moteur->compteur().secondesDuJour(), avant + 36 + 41) << "no input during it";
+}
