@@ -8,10 +8,10 @@ namespace tavi {
 
 namespace {
 
-// 0001-01-01T00:00:00Z and 9999-12-31T23:59:59Z: every time zone's calendar holds these, and
-// their days' starts and ends fit in 64-bit milliseconds with room to spare.
-constexpr std::int64_t premiereSeconde = -62'135'596'800;
-constexpr std::int64_t derniereSeconde = 253'402'300'799;
+// Every time zone's calendar holds these seconds, and their days' starts and ends fit in 64-bit
+// milliseconds with room to spare.
+constexpr std::int64_t premiereSeconde = premierInstantCalendrierMs / 1000;
+constexpr std::int64_t derniereSeconde = dernierInstantCalendrierMs / 1000;
 constexpr std::int64_t msParJour = 86'400'000;
 
 std::int64_t secondeBornee(std::int64_t instantMs) {

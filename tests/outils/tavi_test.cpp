@@ -1,5 +1,7 @@
+#include "commun/jour.h"
 #include "support/dossier_temporaire.h"
 #include "support/processus.h"
+#include "support/variable.h"
 
 #include <gtest/gtest.h>
 #include <iterator>
@@ -29,6 +31,19 @@ Sortie tavi(const std::string& commande, const std::string& entree = "",
                            {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nulle/part"}});
 }
 
+// The end of the day of `instantMs` in the system's time zone, which tavi follows whatever TZ
+// its environment carries.
+std::int64_t finDuJourSysteme(std::int64_t instantMs) {
+    std::int64_t fin = 0;
+    {
+        test::Variable sansTz("TZ", nullptr);
+        tzset();
+        fin = debutJourLocalMs(instantMs) + 86'400'000;
+    }
+    tzset();
+    return fin;
+}
+
 std::size_t lignes(const std::string& texte) {
     return static_cast<std::size_t>(std::count(texte.begin(), texte.end(), '\n'));
 }
@@ -49,8 +64,8 @@ TEST(Tavi, ChaqueCommandeRepondEnJsonDepuisLEntreeUnFichierOuLeSysteme) {
     const std::tuple<std::string, std::string, std::string> cas[] = {
         {"regle" + midi + " --utilise-jour 1800 -", limite,
          R"({"bloquer_tout":true,"bloquees":[],"familles":[],"cause":"limite","titre":)"
-         R"("Limite du jour","titre_affiche":"Limite du jour","fin":1792965600000})"
-         "\n"},
+         R"("Limite du jour","titre_affiche":"Limite du jour","fin":)" +
+             std::to_string(finDuJourSysteme(1792926000000)) + "}\n"},
         {"regle" + midi + " --utilise-jour=1800 --utilise-depuis-consigne=599", limite, "null\n"},
         {"regle --maintenant 1795465800000 " + exemple, "", R"("titre_affiche":"Dodo")"},
         {"sieste" + midi + " --appli mc --usage steam=300 --usage mc=300", jeux,
@@ -78,12 +93,26 @@ TEST(Tavi, ChaqueCommandeRepondEnJsonDepuisLEntreeUnFichierOuLeSysteme) {
     EXPECT_EQ(tavi("consigne", consigne.out).out, consigne.out) << "its output decodes to itself";
 }
 
+// The child sets TZ in their session: the day still ends where the system's zone says. At any
+// instant one of these two zones is on another day than any given third.
+TEST(Tavi, LeJourSuitLeFuseauDuSystemeQuoiQueDiseTZ) {
+    const std::int64_t midi = 1792926000000;
+    const std::string attendu = R"("fin":)" + std::to_string(finDuJourSysteme(midi)) + "}";
+    for (const char* fuseau : {"Pacific/Kiritimati", "Pacific/Pago_Pago"}) {
+        const Sortie s = test::executer(
+            {TAVI_BINAIRE, "regle", "--maintenant", std::to_string(midi), "--utilise-jour", "120"},
+            R"({"limite_jour_min": 1})", {{"TZ", fuseau}});
+        EXPECT_EQ(s.statut, 0) << s.err;
+        EXPECT_NE(s.out.find(attendu), std::string::npos) << fuseau << ": " << s.out;
+    }
+}
+
 TEST(Tavi, UneConsigneIllisibleOuUnArgumentMalFormeSortEn2AvecUneLigneQuiDitPourquoi) {
     const std::string illisible = R"({"programme": [{"debut_ms": "hier", "fin_ms": 1}]})";
     const std::tuple<std::string, std::string, std::string> cas[] = {
         {"consigne", illisible, "programme[0].debut_ms"},
         {"sieste --maintenant 0 --appli x", illisible, "programme[0].debut_ms"},
-        // An instant whose day cannot be counted in 64-bit milliseconds is refused, not wrapped.
+        // An instant outside the calendar is refused, not taken for the calendar's end.
         {"regle --maintenant 9223372036854775807 --utilise-jour 100", R"({"limite_jour_min": 1})",
          "tavi: "},
         {"consigne /nulle/part.json", "", "tavi: impossible de lire /nulle/part.json : "},
