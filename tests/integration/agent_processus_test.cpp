@@ -3,6 +3,7 @@
 #include "support/variable.h"
 
 #include <chrono>
+#include <csignal>
 #include <ctime>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -15,7 +16,7 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 
 // The agent as the child can treat it, as a process of their own: started with the environment
-// they choose. It runs paired with Léa against tavi-famille on
+// they choose, stopped and continued at will. It runs paired with Léa against tavi-famille on
 // loopback, headless, with its folders in the family's temporary folder.
 class AgentCommeProcessus : public testing::Test {
 protected:
@@ -89,6 +90,21 @@ TEST_F(AgentCommeProcessus, LeJourDeLAgentEstCeluiDuFuseauDuSysteme) {
         EXPECT_TRUE(compte == avant || compte == apres) << compte;
         EXPECT_EQ(p->arreter(), 0);
     }
+}
+
+// kill -STOP for half a minute, then -CONT: the time the agent was stopped while the computer
+// ran is use (the session gives no idle time here, which counts as input), not a sleep.
+TEST_F(AgentCommeProcessus, UnAgentArreteCompteLeTempsDeSonArret) {
+    auto p = agent("UTC");
+    ASSERT_FALSE(
+        attendreReglage("compteur_s", [](const json& v) { return v.is_number(); }).is_null())
+        << "the agent counts nothing here";
+    ASSERT_EQ(kill(p->pid(), SIGSTOP), 0);
+    std::this_thread::sleep_for(32s);
+    ASSERT_EQ(kill(p->pid(), SIGCONT), 0);
+    std::this_thread::sleep_for(3s);
+    EXPECT_EQ(p->arreter(), 0);
+    EXPECT_GE(reglage("compteur_s").get<double>(), 32.0);
 }
 
 } // namespace tavi

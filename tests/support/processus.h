@@ -31,6 +31,7 @@ public:
     std::string ligne(int secondes = 10);
     // SIGTERM, then its exit status (128 + signal when killed).
     int arreter();
+    int pid() const { return pid_; }
 
 private:
     int pid_ = -1;
