@@ -164,61 +164,33 @@ TEST_F(BancMoteur, LeBattementDitLUsageALaMinuteDixiemePresEtSansConsigneOublieL
 }
 
 // An exchange that throws (a library's bug, memory run out) is a failed heartbeat like any
-// other: the engine is not left waiting for it, and the next one goes on its cadence.
-TEST_F(BancMoteur, UnEchangeQuiLeveEstUnBattementRateEtLeSuivantPart) {
-    relier({{"limiteJourMin", 60}});
-    transport->parDefaut = [](const auto&) -> FauxTransport::Issue {
-        throw std::runtime_error("transport exploded");
-    };
-    demarrer();
-    secondes(1);
-    ASSERT_EQ(battements().size(), 1u);
-    repondre({{"limiteJourMin", 60}});
-    secondes(30);
-    EXPECT_EQ(battements().size(), 2u);
-}
-
-// A hostile server's instant, or clock values the child wrote in the store, neither end the
-// agent nor move the day: the count goes on and the limit still holds.
-TEST_F(BancMoteur, UneHeureAbsurdeNeFaitTomberNiLAgentNiLeCompteDuJour) {
+// other, and the next one goes on its cadence; nor does an answer's absurd instant end the
+// agent or roll the day: the count stays and the limit holds.
+TEST_F(BancMoteur, UnEchangeQuiLeveOuUneHeureAbsurdeNArretentNiLesBattementsNiLeJour) {
     relier({{"limiteJourMin", 0.5}});
+    transport->parDefaut = [](const auto&) -> FauxTransport::Issue { throw std::bad_alloc(); };
     demarrer();
     secondes(40);
+    ASSERT_EQ(battements().size(), 2u);
     const double compte = moteur->compteur().secondesDuJour();
-    ASSERT_TRUE(voile().affiche());
-
     for (const std::int64_t instant :
-         {std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min(),
-          std::int64_t{1} << 53, -(std::int64_t{1} << 53), std::int64_t{253'402'300'799'000}}) {
-        SCOPED_TRACE(instant);
+         {std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()}) {
         repondre({{"limiteJourMin", 0.5}, {"heureServeurMs", instant}});
-        ASSERT_NO_THROW(battreAuProchainTic());
-        ASSERT_NO_THROW(secondes(1));
-        ASSERT_TRUE(voile().affiche());
+        battreAuProchainTic();
+        secondes(1);
         EXPECT_EQ(voile().motif()->regle.cause, "limite");
-        EXPECT_EQ(moteur->compteur().secondesDuJour(), compte) << "the day did not roll";
-    }
-
-    for (const double valeur : {9.2e18, -9.2e18, 1e300}) {
-        SCOPED_TRACE(valeur);
-        for (const char* cle : {"h_serveur_a", "h_mono_a", "h_ecart", "h_ar"})
-            reglages.ecrire(cle, valeur);
-        ASSERT_NO_THROW(secondes(2));
-        ASSERT_NO_THROW(moteur->resteSecondes());
-        EXPECT_EQ(moteur->compteur().secondesDuJour(), compte);
-        EXPECT_TRUE(voile().affiche());
+        EXPECT_EQ(moteur->compteur().secondesDuJour(), compte) << instant;
     }
 }
 
-// The window that a newly switched-on report opens reads the engine's rule set: it must be the
-// new one, or the child is welcomed instead of shown what the parents will see.
+// The window a newly switched-on report opens reads the engine's rule set: it must be the new
+// one, or the child is welcomed instead of shown what the parents will see.
 TEST_F(BancMoteur, UnRapportQuiSAllumeOuvreLaFenetreSousLaNouvelleConsigne) {
     relier({{"limiteJourMin", 60}});
     demarrer();
     moteur->consentir();
     std::vector<bool> accordAuRappel;
     moteur->quandRapportActive = [&] { accordAuRappel.push_back(moteur->accordDonne()); };
-    battreAuProchainTic();
     repondre({{"limiteJourMin", 60}, {"rapportApplis", {{"actif", true}}}});
     battreAuProchainTic();
     EXPECT_EQ(accordAuRappel, std::vector<bool>{false});
@@ -230,19 +202,16 @@ TEST_F(BancMoteur, ChaqueEnvoiDitSonDemarrageEtLeLancementDeLAgent) {
     relier({{"limiteJourMin", 60}});
     const std::int64_t lance = horloges.mono;
     demarrer();
-    secondes(31);
+    secondes(1);
     moteur->signalerArret();
     boucle.terminerArrierePlan();
     horloges.identite = -1;
     battreAuProchainTic();
     const auto corps = battements();
-    ASSERT_EQ(corps.size(), 4u);
-    for (std::size_t i = 0; i < corps.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(corps[i].value("agent_lance_ms", std::int64_t{0}), lance);
-        EXPECT_EQ(corps[i].contains("demarrage_id"), i < 3);
-        if (i < 3) {
-            EXPECT_EQ(corps[i]["demarrage_id"], 4242);
-        }
+    ASSERT_EQ(corps.size(), 3u);
+    for (const json& c : {corps[0], corps[1]}) {
+        EXPECT_EQ(c.value("demarrage_id", 0), 4242);
+        EXPECT_EQ(c.value("agent_lance_ms", std::int64_t{0}), lance);
     }
+    EXPECT_FALSE(corps[2].contains("demarrage_id"));
 }

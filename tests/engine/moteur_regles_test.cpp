@@ -133,35 +133,23 @@ TEST_F(BancMoteur, UnNavigateurIlisibleDevantDortSousLeFiltreEtUnRefusResteSigna
 }
 
 // A stopped agent is not a sleeping computer: a gap the awake clock saw too counts whole when
-// input came during it, and the parents hear of the stop; a sleep, or a stop the child spent
-// away from the keyboard, counts nothing.
+// input came during it, and the parents hear of the stop; a sleep, the part of a stop spent
+// asleep, or a stop without input count nothing.
 TEST_F(BancMoteur, UnArretDeLAgentCompteQuandLaSaisieContinueEtSeSignale) {
     relier({{"limiteJourMin", 600}});
     demarrer();
-    secondes(2);
     const double avant = moteur->compteur().secondesDuJour();
-    const auto signaux = [&] { return transport->requetes("/api/enfant/signal"); };
-
-    horloges.dormir(35'000);
-    secondes(1);
-    EXPECT_EQ(moteur->compteur().secondesDuJour(), avant) << "a sleep is never use";
-    EXPECT_TRUE(signaux().empty());
-
-    session.inactivite = 2;
-    horloges.avancer(35'000);
-    secondes(1);
-    EXPECT_EQ(moteur->compteur().secondesDuJour(), avant + 36);
-    ASSERT_EQ(signaux().size(), 1u);
-    EXPECT_EQ(signaux()[0].corps, json({{"nature", "agent_arrete"}, {"detail", "36 s"}}));
-
-    // Stopped, then the computer slept: only the awake part may be use.
-    horloges.avancer(40'000);
-    horloges.dormir(600'000);
-    secondes(1);
-    EXPECT_EQ(moteur->compteur().secondesDuJour(), avant + 36 + 41);
-
-    session.inactivite = 45;
-    horloges.avancer(40'000);
-    secondes(1);
-    EXPECT_EQ(moteur->compteur().secondesDuJour(), avant + 36 + 41) << "no input during it";
+    const auto apres = [&](std::int64_t arret, std::int64_t sommeil, double inactivite) {
+        session.inactivite = inactivite;
+        horloges.avancer(arret);
+        horloges.dormir(sommeil);
+        secondes(1);
+        return moteur->compteur().secondesDuJour() - avant;
+    };
+    EXPECT_EQ(apres(0, 35'000, 1), 0);
+    EXPECT_EQ(apres(35'000, 0, 2), 36);
+    EXPECT_EQ(transport->requetes("/api/enfant/signal").at(0).corps,
+              json({{"nature", "agent_arrete"}, {"detail", "36 s"}}));
+    EXPECT_EQ(apres(40'000, 600'000, 2), 36 + 41);
+    EXPECT_EQ(apres(40'000, 0, 45), 36 + 41);
 }

@@ -158,20 +158,3 @@ TEST_F(CompteurTest, LeLotArronditALaDecimaleEtOublieSousTrenteSecondesEtLesMemb
     EXPECT_EQ(compteur->secondesDuJour(), 2);
     EXPECT_EQ(compteur->lotUsage(), json::parse(R"({"jours": {}, "noms": {}})"));
 }
-
-// After a stop of the agent, the gap counts whole only when input came during it, the
-// computer is in use and no pause veil covers it.
-TEST_F(CompteurTest, UnArretNeCompteQueSiLaSaisieEstVenuePendantLui) {
-    session.inactivite = 3;
-    compteur->ticApresArret(40, false, AppliDeFace{"jeu", "Jeu"});
-    EXPECT_EQ(compteur->secondesDuJour(), 40);
-    EXPECT_EQ(compteur->secondesAppliDuJour("jeu"), 40);
-    compteur->ticApresArret(40, true, std::nullopt);
-    session.inactivite = 40;
-    compteur->ticApresArret(40, false, std::nullopt);
-    session.inactivite.reset();
-    compteur->ticApresArret(std::nan(""), false, std::nullopt);
-    EXPECT_EQ(compteur->secondesDuJour(), 40);
-    compteur->ticApresArret(3600, false, std::nullopt);
-    EXPECT_EQ(compteur->secondesDuJour(), 3640) << "an unknown idle time counts, as for a tick";
-}
