@@ -1,5 +1,6 @@
 #include "engine/trousseau_serie.h"
 #include "fausse_boucle.h"
+#include "platform/memoire/coffre_memoire.h"
 
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -9,20 +10,10 @@ using namespace tavi;
 namespace {
 
 // A store whose every call throws, as a broken keyring library would, until `enPanne` drops.
-struct CoffreCasse : Coffre {
+struct CoffreCasse : CoffreMemoire {
     bool enPanne = true;
-    std::optional<std::string> secret;
-    std::optional<std::string> lire(const std::string&, const std::string&) const override {
-        casser();
-        return secret;
-    }
-    void ecrire(const std::string&, const std::string&, const std::string& s) override {
-        casser();
-        secret = s;
-    }
-    void supprimer(const std::string&, const std::string&) override {}
-    void casser() const {
-        if (enPanne) throw std::runtime_error("keyring");
+    std::optional<std::string> lire(const std::string& s, const std::string& c) const override {
+        return enPanne ? throw std::runtime_error("keyring") : CoffreMemoire::lire(s, c);
     }
 };
 
