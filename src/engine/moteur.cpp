@@ -78,8 +78,7 @@ std::optional<double> Moteur::resteSecondes() const {
 void Moteur::demarrer() {
     minuteurs_.push_back(
         p.boucle.repeter(std::chrono::seconds(1), [this] { sansArret("tic", [this] { tic(); }); }));
-    activation_ =
-        p.bureau.observerActivation([this](const Application&) { verifierAppliActive(); });
+    activation_ = p.bureau.observerActivation([this](const Application&) { verifierAppliActive(); });
     lireJeton();
     lireEtatAgent();
     tic();
@@ -87,7 +86,8 @@ void Moteur::demarrer() {
 
 void Moteur::tic() {
     const std::int64_t maintenant = p.horloges.monotoniqueMs();
-    // Not clamped: after a sleep or a stall the gap is large, and the counter refuses it.
+    // Not clamped: after a sleep the gap is large, and the counter refuses it; a stop of the
+    // process is told apart below.
     const double ecart = static_cast<double>(maintenant - dernierTic_) / 1000.0;
     dernierTic_ = maintenant;
     const std::int64_t eveille = p.horloges.monotoniqueEveilleMs();

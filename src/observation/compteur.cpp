@@ -122,7 +122,8 @@ std::optional<std::string> Compteur::jourDe(std::int64_t instantMs) const {
 }
 
 void Compteur::tic(double secondes, bool enPause, const std::optional<AppliDeFace>& appli) {
-    // A gap of 30 s or more is a sleep or a stalled loop, never use.
+    // A gap of 30 s or more is a sleep, never use; the engine hands a stopped process's gap to
+    // ticApresArret instead.
     if (!(secondes > 0.0 && secondes < 30.0) || enPause || !utiliseMaintenant()) return;
     compter(secondes, appli);
 }
