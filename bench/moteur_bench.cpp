@@ -53,6 +53,9 @@ public:
 class HorlogesDuBanc : public Horloges {
 public:
     std::int64_t monotoniqueMs() const override { return systeme.monotoniqueMs() + decalage; }
+    std::int64_t monotoniqueEveilleMs() const override {
+        return systeme.monotoniqueEveilleMs() + decalage;
+    }
     std::int64_t muraleMs() const override { return systeme.muraleMs() + decalage; }
     std::int64_t demarrage() const override { return systeme.demarrage(); }
 

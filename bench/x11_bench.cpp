@@ -27,7 +27,7 @@ public:
     void plusTard(std::chrono::milliseconds, Tache) override {}
     std::unique_ptr<Abonnement> surveiller(int, Tache) override { return std::make_unique<Rien>(); }
     void poster(Tache) override {}
-    void enArrierePlan(std::function<Tache()>) override {}
+    void enArrierePlan(std::function<Tache()>, std::function<void(const std::string&)>) override {}
 };
 
 BoucleInerte boucle;

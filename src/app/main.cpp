@@ -3,6 +3,7 @@
 #include "app/execution_agent.h"
 #include "app/lancement.h"
 #include "app/signaux_arret.h"
+#include "commun/fuseau_systeme.h"
 #include "commun/texte.h"
 #include "platform/linux/systeme_linux.h"
 #include "platform/qt/boucle_qt.h"
@@ -13,6 +14,7 @@
 #include <iostream>
 
 int main(int argc, char** argv) {
+    tavi::suivreFuseauSysteme();
     tavi::initialiserTextes(TAVI_CATALOGUES);
     const tavi::Lancement lancement = tavi::lireLancement({argv, argv + argc});
     if (lancement.aide) {

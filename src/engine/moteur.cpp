@@ -1,6 +1,7 @@
 #include "engine/moteur.h"
 
 #include "commun/jour.h"
+#include "commun/journal.h"
 #include "engine/voile_console.h"
 #include "rules/horloge.h"
 #include "rules/programme.h"
@@ -8,9 +9,19 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <exception>
+#include <string>
 #include <utility>
 
 namespace tavi {
+
+namespace {
+
+// From this gap on, a tick was missed for longer than any busy loop explains.
+constexpr double secondesArretMin = 30.0;
+
+} // namespace
 
 Moteur::Moteur(Plateforme plateforme)
     : p(std::move(plateforme)), vivant_(std::make_shared<Moteur*>(this)),
@@ -18,6 +29,7 @@ Moteur::Moteur(Plateforme plateforme)
       api_(Stockage::serveur(p.reglages), std::nullopt, p.transport, p.boucle, p.reglages),
       compteur_(p.reglages, p.session, [this] { return maintenantServeur(); }),
       dernierTic_(p.horloges.monotoniqueMs()),
+      dernierTicEveille_(p.horloges.monotoniqueEveilleMs()), lanceMs_(dernierTic_),
       navigateursInstalles_(p.boucle, p.applications, [this] { return p.horloges.muraleMs(); }),
       fileNavigateurs_(p.boucle, p.navigation) {
     // The pairing is in the defaults as much as in the secret store: until the store answers,
@@ -42,7 +54,7 @@ Voile& Moteur::voile() {
 }
 
 std::int64_t Moteur::maintenantServeur() const {
-    return Horloge::maintenant(p.reglages, p.horloges);
+    return Horloge::maintenant(p.reglages, p.horloges, echantillon_);
 }
 
 std::optional<double> Moteur::utiliseDepuisConsigne() const {
@@ -64,7 +76,8 @@ std::optional<double> Moteur::resteSecondes() const {
 }
 
 void Moteur::demarrer() {
-    minuteurs_.push_back(p.boucle.repeter(std::chrono::seconds(1), [this] { tic(); }));
+    minuteurs_.push_back(
+        p.boucle.repeter(std::chrono::seconds(1), [this] { sansArret("tic", [this] { tic(); }); }));
     activation_ = p.bureau.observerActivation([this](const Application&) { verifierAppliActive(); });
     lireJeton();
     lireEtatAgent();
@@ -73,13 +86,25 @@ void Moteur::demarrer() {
 
 void Moteur::tic() {
     const std::int64_t maintenant = p.horloges.monotoniqueMs();
-    // Not clamped: after a sleep or a stall the gap is large, and the counter refuses it.
+    // Not clamped: after a sleep the gap is large, and the counter refuses it; a stop of the
+    // process is told apart below.
     const double ecart = static_cast<double>(maintenant - dernierTic_) / 1000.0;
     dernierTic_ = maintenant;
+    const std::int64_t eveille = p.horloges.monotoniqueEveilleMs();
+    const double ecartEveille = static_cast<double>(eveille - dernierTicEveille_) / 1000.0;
+    dernierTicEveille_ = eveille;
 
     // The rule veil stops the count; an application's nap does not.
     const bool enPause = voile().motif() && voile().motif()->estPause();
-    compteur_.tic(ecart, enPause, appliAuPremierPlan());
+    // A long gap that the clock stopping during sleep saw too was no sleep: the process was
+    // stopped (or starved) while the computer ran. Only its awake part may be use.
+    const double arret = std::min(ecart, ecartEveille);
+    if (arret >= secondesArretMin) {
+        compteur_.ticApresArret(arret, enPause, appliAuPremierPlan());
+        signalerIncident("agent_arrete", std::to_string(std::llround(arret)) + " s");
+    } else {
+        compteur_.tic(ecart, enPause, appliAuPremierPlan());
+    }
     verifierNavigateurs(ecart);
 
     // One heartbeat every 30 s counted from the start of the previous one; a failed one is
@@ -116,6 +141,16 @@ void Moteur::evaluer() {
     verifierAppliActive();
     avertir();
     observateurs_.signaler();
+}
+
+void Moteur::sansArret(const char* quoi, const std::function<void()>& action) noexcept {
+    try {
+        action();
+    } catch (const std::exception& e) {
+        journaliser(std::string("Tavi Home : ") + quoi + " interrompu (" + e.what() + ")");
+    } catch (...) {
+        journaliser(std::string("Tavi Home : ") + quoi + " interrompu");
+    }
 }
 
 void Moteur::retirerVoile() {

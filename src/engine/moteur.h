@@ -9,6 +9,7 @@
 #include "observation/historique.h"
 #include "observation/navigateurs_installes.h"
 #include "rules/consigne.h"
+#include "rules/horloge.h"
 #include "rules/regle_mac.h"
 #include "server/api.h"
 
@@ -136,6 +137,9 @@ private:
     struct LuAvantBattement;
 
     void retirerVoile();
+    // Runs what the loop calls into the engine: an exception that data provoked is logged and
+    // goes no further, so that it never ends the agent.
+    static void sansArret(const char* quoi, const std::function<void()>& action) noexcept;
     void lireJeton();
     void rangerJeton(const std::string& jeton, std::function<void(bool)> suite = {});
     void envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
@@ -154,6 +158,9 @@ private:
     std::optional<std::string> messageVoile_;
     Observateurs observateurs_;
     std::int64_t derniereNouvelleMs_ = 0;
+    // The server clock sample this process took or confirmed itself: the stored one is the
+    // child's to edit.
+    std::optional<Horloge::Echantillon> echantillon_;
 
     TrousseauSerie trousseau_;
     Api api_;
@@ -161,6 +168,10 @@ private:
     std::unique_ptr<Voile> voile_;
     int refus401_ = 0;
     std::int64_t dernierTic_ = 0;
+    // The previous tick on the clock that stops during sleep.
+    std::int64_t dernierTicEveille_ = 0;
+    // The boot-time monotonic ms at which this process's engine was made.
+    std::int64_t lanceMs_ = 0;
     std::int64_t prochainBattement_ = 0;
     bool battementEnCours_ = false;
     std::optional<std::int64_t> appliVoilee_;

@@ -70,6 +70,7 @@ void Moteur::battre(std::function<void()> fini) {
     const std::uint64_t generation = generation_;
     Demarrage& demarrage = p.demarrage;
     const Applications& applications = p.applications;
+    auto partage = std::make_shared<std::function<void()>>(std::move(fini));
     p.boucle.executer<LuAvantBattement>(
         [&demarrage, &applications, lireListe] {
             LuAvantBattement lu;
@@ -77,10 +78,17 @@ void Moteur::battre(std::function<void()> fini) {
             if (lireListe) lu.liste = ListeApplis::lire(applications);
             return lu;
         },
-        [faible, generation, fini = std::move(fini)](LuAvantBattement lu) mutable {
+        [faible, generation, partage](LuAvantBattement lu) {
             auto moteur = faible.lock();
             if (!moteur) return;
-            (*moteur)->envoyerBattement(std::move(lu), generation, std::move(fini));
+            (*moteur)->envoyerBattement(std::move(lu), generation, std::move(*partage));
+        },
+        // The next heartbeat must not wait for this one for ever: it is over, sent or not.
+        [faible, partage](const std::string&) {
+            auto moteur = faible.lock();
+            if (!moteur) return;
+            (*moteur)->battementEnCours_ = false;
+            if (*partage) (*partage)();
         });
 }
 
@@ -99,7 +107,8 @@ void Moteur::envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
     nlohmann::json& corps = envoi->corps;
     corps = clesFixesBattement(p.systeme, version(),
                                EtatAgent{agentActif_, !consigne_, refusAutomatisation_.empty(),
-                                         compteur_.secondesDuJour()});
+                                         compteur_.secondesDuJour(), p.horloges.demarrage(),
+                                         lanceMs_});
 
     // A history the parents did not ask for is dropped, not kept.
     if (!consigne_ || !estActif(consigne_->historiqueSites)) {
@@ -144,7 +153,7 @@ void Moteur::envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
     envoi->secondesAuDepart = compteur_.secondesDuJour();
     api_.appel("POST", cheminBattement, corps,
                [this, envoi, fini = std::move(fini)](ResultatApi<std::string> reponse) mutable {
-                   finBattement(*envoi, std::move(reponse));
+                   sansArret("battement", [&] { finBattement(*envoi, std::move(reponse)); });
                    if (fini) fini();
                });
 }
@@ -178,20 +187,21 @@ void Moteur::recevoir(const std::string& donnees, std::int64_t envoi, std::int64
     Consigne consigne = std::move(decodee).value();
 
     p.reglages.grouper([&] {
-        Horloge::noter(p.reglages, p.horloges, consigne.heureServeurMs.value_or(0), envoi, recu);
+        Horloge::noter(p.reglages, p.horloges, echantillon_, consigne.heureServeurMs.value_or(0),
+                       envoi, recu);
         p.reglages.ecrire("consigne", Donnees{donnees});
         Stockage::resteBase(p.reglages,
                             std::pair{secondesAuDepart, jourLocal(maintenantServeur())});
         if (consigne.prenom) p.reglages.ecrire("prenom", *consigne.prenom);
     });
 
-    // The child is shown the new reports before they start.
-    if (p.reglages.booleen("accord_vu").value_or(false) &&
-        !Stockage::accordCouvre(p.reglages, consigne) && quandRapportActive)
-        quandRapportActive();
-
+    // The child is shown the new reports before they start. The window asks the engine what
+    // the parents now see, so the rule set is published before it is called.
+    const bool rapportNouveau = p.reglages.booleen("accord_vu").value_or(false) &&
+                                !Stockage::accordCouvre(p.reglages, consigne);
     consigne_ = std::move(consigne);
     derniereNouvelleMs_ = maintenantServeur();
+    if (rapportNouveau && quandRapportActive) quandRapportActive();
 
     // A period about to start brings the next heartbeat forward, so that its rule set is fresh;
     // only starts count, by design.
@@ -207,11 +217,13 @@ void Moteur::recevoir(const std::string& donnees, std::int64_t envoi, std::int64
 }
 
 nlohmann::json Moteur::corpsPonctuel(bool actif, bool incertain) const {
-    return {{"actif", actif},
-            {"incertain", incertain},
-            {"plateforme", p.systeme.plateforme()},
-            {"version", version()},
-            {"utilise_jour_min", minutesUneDecimale(compteur_.secondesDuJour())}};
+    nlohmann::json corps = {{"actif", actif},
+                            {"incertain", incertain},
+                            {"plateforme", p.systeme.plateforme()},
+                            {"version", version()},
+                            {"utilise_jour_min", minutesUneDecimale(compteur_.secondesDuJour())}};
+    ajouterLancement(corps, p.horloges.demarrage(), lanceMs_);
+    return corps;
 }
 
 void Moteur::annoncer(const std::string& annonce, std::function<void()> fini) {

@@ -85,7 +85,8 @@ void Moteur::oublier() {
         },
         [faible](bool actif) {
             if (auto moteur = faible.lock()) (*moteur)->agentActif_ = actif;
-        });
+        },
+        [](const std::string&) {});
     observateurs_.signaler();
 }
 
@@ -164,13 +165,18 @@ void Moteur::rangerJeton(const std::string& jeton, std::function<void(bool)> sui
 void Moteur::lireEtatAgent(std::function<void()> suite) {
     std::weak_ptr<Moteur*> faible = vivant_;
     Demarrage& demarrage = p.demarrage;
-    p.boucle.executer<bool>([&demarrage] { return demarrage.actif(); },
-                            [faible, suite = std::move(suite)](bool actif) {
-                                auto moteur = faible.lock();
-                                if (!moteur) return;
-                                (*moteur)->agentActif_ = actif;
-                                if (suite) suite();
-                            });
+    auto partagee = std::make_shared<std::function<void()>>(std::move(suite));
+    p.boucle.executer<bool>(
+        [&demarrage] { return demarrage.actif(); },
+        [faible, partagee](bool actif) {
+            auto moteur = faible.lock();
+            if (!moteur) return;
+            (*moteur)->agentActif_ = actif;
+            if (*partagee) (*partagee)();
+        },
+        [faible, partagee](const std::string&) {
+            if (faible.lock() && *partagee) (*partagee)();
+        });
 }
 
 void Moteur::enregistrerAgent(std::function<void()> suite) {
@@ -180,19 +186,23 @@ void Moteur::enregistrerAgent(std::function<void()> suite) {
     };
     std::weak_ptr<Moteur*> faible = vivant_;
     Demarrage& demarrage = p.demarrage;
+    auto partagee = std::make_shared<std::function<void()>>(std::move(suite));
     p.boucle.executer<Issue>(
         [&demarrage] {
             if (demarrage.actif()) return Issue{true, std::nullopt};
             auto erreur = demarrage.enregistrer();
             return Issue{demarrage.actif(), std::move(erreur)};
         },
-        [faible, suite = std::move(suite)](Issue issue) {
+        [faible, partagee](Issue issue) {
             auto moteur = faible.lock();
             if (!moteur) return;
             (*moteur)->agentActif_ = issue.actif;
             // The one line the agent writes on its own: the next start tries again.
             if (issue.erreur) journaliser("Tavi Home : agent non enregistré (" + *issue.erreur + ")");
-            if (suite) suite();
+            if (*partagee) (*partagee)();
+        },
+        [faible, partagee](const std::string&) {
+            if (faible.lock() && *partagee) (*partagee)();
         });
 }
 

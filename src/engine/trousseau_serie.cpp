@@ -9,31 +9,35 @@ namespace tavi {
 TrousseauSerie::TrousseauSerie(Boucle& b, Coffre& c) : boucle(b), coffre(c) {}
 
 void TrousseauSerie::lire(std::function<void(std::optional<std::string>)> suite) {
-    ajouter([&coffre = coffre, suite = std::move(suite)]() mutable -> Boucle::Tache {
-        auto jeton = Trousseau::lire(coffre);
-        return [suite = std::move(suite), jeton = std::move(jeton)] { suite(jeton); };
-    });
+    auto partagee = std::make_shared<decltype(suite)>(std::move(suite));
+    ajouter({[&coffre = coffre, partagee]() -> Boucle::Tache {
+                 auto jeton = Trousseau::lire(coffre);
+                 return [partagee, jeton = std::move(jeton)] { (*partagee)(jeton); };
+             },
+             [partagee] { (*partagee)(std::nullopt); }});
 }
 
 void TrousseauSerie::ecrire(std::string jeton, std::function<void(bool)> suite) {
-    ajouter([&coffre = coffre, jeton = std::move(jeton),
-             suite = std::move(suite)]() mutable -> Boucle::Tache {
-        // The store gives up silently (a locked keyring): only reading back tells.
-        Trousseau::ecrire(coffre, jeton);
-        const bool range = Trousseau::lire(coffre) == jeton;
-        return [suite = std::move(suite), range] { suite(range); };
-    });
+    auto partagee = std::make_shared<decltype(suite)>(std::move(suite));
+    ajouter({[&coffre = coffre, jeton = std::move(jeton), partagee]() -> Boucle::Tache {
+                 // The store gives up silently (a locked keyring): only reading back tells.
+                 Trousseau::ecrire(coffre, jeton);
+                 const bool range = Trousseau::lire(coffre) == jeton;
+                 return [partagee, range] { (*partagee)(range); };
+             },
+             [partagee] { (*partagee)(false); }});
 }
 
 void TrousseauSerie::effacer() {
-    ajouter([&coffre = coffre]() -> Boucle::Tache {
-        coffre.supprimer(Trousseau::service, Trousseau::compte);
-        return [] {};
-    });
+    ajouter({[&coffre = coffre]() -> Boucle::Tache {
+                 coffre.supprimer(Trousseau::service, Trousseau::compte);
+                 return [] {};
+             },
+             [] {}});
 }
 
-void TrousseauSerie::ajouter(std::function<Boucle::Tache()> travail) {
-    file.push_back(std::move(travail));
+void TrousseauSerie::ajouter(Operation operation) {
+    file.push_back(std::move(operation));
     if (!enCours) suivante();
 }
 
@@ -43,18 +47,24 @@ void TrousseauSerie::suivante() {
         return;
     }
     enCours = true;
-    auto travail = std::move(file.front());
+    Operation operation = std::move(file.front());
     file.pop_front();
     std::weak_ptr<TrousseauSerie*> faible = vivant;
-    boucle.enArrierePlan([travail = std::move(travail), faible]() mutable -> Boucle::Tache {
-        Boucle::Tache suite = travail();
-        return [suite = std::move(suite), faible] {
-            auto moi = faible.lock();
-            if (!moi) return;
-            suite();
-            (*moi)->suivante();
-        };
-    });
+    // Whatever the store did, the next operation goes: a flag left set would hold the token
+    // away from every heartbeat for good.
+    auto puisLaSuivante = [faible](const Boucle::Tache& action) {
+        auto moi = faible.lock();
+        if (!moi) return;
+        action();
+        (*moi)->suivante();
+    };
+    boucle.enArrierePlan(
+        [travail = std::move(operation.travail), puisLaSuivante]() mutable -> Boucle::Tache {
+            return [suite = travail(), puisLaSuivante] { puisLaSuivante(suite); };
+        },
+        [siEchec = std::move(operation.siEchec), puisLaSuivante](const std::string&) {
+            puisLaSuivante(siEchec);
+        });
 }
 
 } // namespace tavi

@@ -22,7 +22,8 @@ class TrousseauSerie {
 public:
     TrousseauSerie(Boucle& boucle, Coffre& coffre);
 
-    // The token, absent when there is none or the store does not answer it.
+    // The token, absent when there is none or the store does not answer it. A store that throws
+    // counts as one that does not answer, and the operations behind it still run.
     void lire(std::function<void(std::optional<std::string>)> suite);
     // Writes the token and reads it back: `suite(true)` when the store now holds it.
     void ecrire(std::string jeton, std::function<void(bool)> suite);
@@ -31,12 +32,18 @@ public:
     bool occupe() const { return enCours || !file.empty(); }
 
 private:
-    void ajouter(std::function<Boucle::Tache()> travail);
+    // `travail` on the pool gives what to do on the main thread; `siEchec` is done there
+    // instead when the store threw.
+    struct Operation {
+        std::function<Boucle::Tache()> travail;
+        Boucle::Tache siEchec;
+    };
+    void ajouter(Operation operation);
     void suivante();
 
     Boucle& boucle;
     Coffre& coffre;
-    std::deque<std::function<Boucle::Tache()>> file;
+    std::deque<Operation> file;
     bool enCours = false;
     std::shared_ptr<TrousseauSerie*> vivant = std::make_shared<TrousseauSerie*>(this);
 };

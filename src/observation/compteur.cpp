@@ -122,8 +122,23 @@ std::optional<std::string> Compteur::jourDe(std::int64_t instantMs) const {
 }
 
 void Compteur::tic(double secondes, bool enPause, const std::optional<AppliDeFace>& appli) {
-    // A gap of 30 s or more is a sleep or a stalled loop, never use.
+    // A gap of 30 s or more is a sleep, never use; the engine hands a stopped process's gap to
+    // ticApresArret instead.
     if (!(secondes > 0.0 && secondes < 30.0) || enPause || !utiliseMaintenant()) return;
+    compter(secondes, appli);
+}
+
+void Compteur::ticApresArret(double secondes, bool enPause,
+                             const std::optional<AppliDeFace>& appli) {
+    if (!(secondes > 0.0 && std::isfinite(secondes)) || enPause || !utiliseMaintenant()) return;
+    // Input since the stop began: the child used the computer while the agent could not see
+    // it. An unknown idle time counts, as it does for a tick.
+    if (const auto inactivite = session.secondesInactivite(); inactivite && *inactivite >= secondes)
+        return;
+    compter(secondes, appli);
+}
+
+void Compteur::compter(double secondes, const std::optional<AppliDeFace>& appli) {
     const auto jour = jourDe(maintenantMs());
     if (!jour) return;
     reglages.grouper([&] {

@@ -49,6 +49,10 @@ public:
     // `secondes` since the previous engine tick on the monotonic clock; `enPause` while the
     // rule veil covers the screen; `appli` the application in front, absent when none.
     void tic(double secondes, bool enPause, const std::optional<AppliDeFace>& appli);
+    // A gap of `secondes` that the clock which stops during sleep saw too: the agent was
+    // stopped or stalled while the computer ran. It counts whole, as the ticks it missed would
+    // have, when the computer is in use at the resume and its last input came during the gap.
+    void ticApresArret(double secondes, bool enPause, const std::optional<AppliDeFace>& appli);
 
     // Counted seconds of today; 0 until the first counted tick of a new day.
     double secondesDuJour() const;
@@ -70,6 +74,7 @@ public:
 
 private:
     std::optional<std::string> jourDe(std::int64_t instantMs) const;
+    void compter(double secondes, const std::optional<AppliDeFace>& appli);
     void ajouterAppli(const std::string& jour, double secondes, const AppliDeFace& appli);
 
     Reglages& reglages;

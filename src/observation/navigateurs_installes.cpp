@@ -50,6 +50,11 @@ void NavigateursInstalles::rafraichir() {
             // A failed scan keeps the last set and is tried again in 10 minutes.
             if (trouves) ensemble = completer(std::move(*trouves));
             calculeMs = muraleMs();
+        },
+        [this, jeton](const std::string&) {
+            if (jeton.expired()) return;
+            enCours = false;
+            calculeMs = muraleMs();
         });
 }
 

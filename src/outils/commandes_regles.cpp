@@ -1,4 +1,5 @@
 #include "app/json_sortie.h"
+#include "commun/jour.h"
 #include "generique/arguments.h"
 #include "outils/commandes.h"
 #include "rules/consigne_json.h"
@@ -43,6 +44,16 @@ std::string requise(Arguments& args, const std::string& option) {
     return *valeur;
 }
 
+// The rule of an instant outside the calendar would be that of its nearest end: refused
+// instead, so that the answer is never about another instant than the one asked.
+std::int64_t instantDemande(Arguments& args) {
+    const std::string texte = requise(args, "--maintenant");
+    const std::int64_t instant = entierEntre(texte, "--maintenant");
+    if (instant < premierInstantCalendrierMs || instant > dernierInstantCalendrierMs)
+        throw EchecCommande{"--maintenant " + texte + " : instant hors des années 1 à 9999"};
+    return instant;
+}
+
 void imprimerRegle(const std::optional<RegleMac>& regle) {
     std::cout << ligneJson(regleEnJson(regle)) << '\n';
 }
@@ -57,7 +68,7 @@ int commandeConsigne(const std::vector<std::string>& arguments) {
 
 int commandeRegle(const std::vector<std::string>& arguments) {
     Arguments args(arguments);
-    const std::int64_t maintenant = entierEntre(requise(args, "--maintenant"), "--maintenant");
+    const std::int64_t maintenant = instantDemande(args);
     const auto jour = args.option("--utilise-jour");
     const double utiliseJour = jour ? nombreDe(*jour, "--utilise-jour") : 0.0;
     std::optional<double> depuisConsigne;
@@ -70,7 +81,7 @@ int commandeRegle(const std::vector<std::string>& arguments) {
 
 int commandeSieste(const std::vector<std::string>& arguments) {
     Arguments args(arguments);
-    const std::int64_t maintenant = entierEntre(requise(args, "--maintenant"), "--maintenant");
+    const std::int64_t maintenant = instantDemande(args);
     const std::string appli = requise(args, "--appli");
     std::map<std::string, double> usage;
     for (const std::string& u : args.options("--usage")) {

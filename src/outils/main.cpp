@@ -1,3 +1,4 @@
+#include "commun/fuseau_systeme.h"
 #include "commun/texte.h"
 #include "generique/arguments.h"
 #include "outils/commandes.h"
@@ -46,7 +47,7 @@ constexpr const char* usage = R"(usage : tavi COMMANDE [OPTIONS]
 
 La consigne est lue dans FICHIER, ou sur l'entrée standard avec « - » (et sans fichier,
 sauf pour « site »).
-Le jour local suit le fuseau du système (variable TZ).
+Le jour local suit le fuseau du système (/etc/localtime), jamais la variable TZ.
 )";
 
 using Commande = std::function<int(const std::vector<std::string>&)>;
@@ -73,6 +74,7 @@ int erreurUsage(const std::string& message) {
 } // namespace
 
 int main(int argc, char** argv) {
+    tavi::suivreFuseauSysteme();
     tavi::initialiserTextes(TAVI_CATALOGUES);
     std::vector<std::string> arguments(argv + 1, argv + argc);
     if (arguments.empty()) return erreurUsage("commande manquante");

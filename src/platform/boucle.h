@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace tavi {
@@ -36,18 +37,25 @@ public:
     // Queues `tache` for the main thread. Safe from any thread.
     virtual void poster(Tache tache) = 0;
     // Runs `travail` on the background pool (several may run at once), then runs the
-    // continuation it returns on the main thread. Both are released on the main thread, so
-    // their captures may hold main-thread objects; once the loop is gone, neither runs again
-    // and whatever is still in flight is released where it stands.
-    virtual void enArrierePlan(std::function<Tache()> travail) = 0;
+    // continuation it returns on the main thread; when `travail` throws, `echec` runs there
+    // instead, with what the exception said, so whoever waits for the work always hears back.
+    // Both are released on the main thread, so their captures may hold main-thread objects;
+    // once the loop is gone, none runs again and whatever is still in flight is released where
+    // it stands.
+    virtual void enArrierePlan(std::function<Tache()> travail,
+                               std::function<void(const std::string&)> echec) = 0;
 
-    // `travail` off the main thread, then `suite` with its result on the main thread.
+    // `travail` off the main thread, then `suite` with its result on the main thread, or
+    // `echec` with the reason when it threw.
     template <class T>
-    void executer(std::function<T()> travail, std::function<void(T)> suite) {
-        enArrierePlan([travail = std::move(travail), suite = std::move(suite)]() mutable -> Tache {
-            auto resultat = std::make_shared<T>(travail());
-            return [suite = std::move(suite), resultat] { suite(std::move(*resultat)); };
-        });
+    void executer(std::function<T()> travail, std::function<void(T)> suite,
+                  std::function<void(const std::string&)> echec) {
+        enArrierePlan(
+            [travail = std::move(travail), suite = std::move(suite)]() mutable -> Tache {
+                auto resultat = std::make_shared<T>(travail());
+                return [suite = std::move(suite), resultat] { suite(std::move(*resultat)); };
+            },
+            std::move(echec));
     }
 };
 

@@ -14,6 +14,11 @@ public:
     // sleeps: the server time derived from it must not fall behind after a suspend.
     virtual std::int64_t monotoniqueMs() const = 0;
 
+    // Milliseconds on a clock that never goes back and stops while the computer sleeps. Beside
+    // the one above it tells a sleep (only that one moved) from a process that was stopped or
+    // stalled while the computer ran (both moved).
+    virtual std::int64_t monotoniqueEveilleMs() const = 0;
+
     // Wall clock, ms since 1970-01-01 UTC. The child can set it, so rules are never
     // evaluated against it when a server sample is available.
     virtual std::int64_t muraleMs() const = 0;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <stdexcept>
 
 namespace tavi::Programme {
 
@@ -27,12 +26,10 @@ std::set<std::string> enEnsemble(const std::optional<std::vector<std::string>>& 
 }
 
 // The end of the local day of `maintenant`: its start plus a fixed 86,400 s. On a day with a
-// daylight-saving change this is an hour off the next midnight, and that is intended.
+// daylight-saving change this is an hour off the next midnight, and that is intended. The day
+// of any instant is bounded (years 1 to 9999), so the sum cannot overflow.
 std::int64_t finJour(std::int64_t maintenant) {
-    std::int64_t fin;
-    if (__builtin_add_overflow(debutJourLocalMs(maintenant), 86'400'000, &fin))
-        throw std::range_error("fin de jour hors des millisecondes sur 64 bits");
-    return fin;
+    return debutJourLocalMs(maintenant) + 86'400'000;
 }
 
 bool estActive(const Plage& plage, std::int64_t maintenant) {

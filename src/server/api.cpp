@@ -71,14 +71,19 @@ void Api::appel(const std::string& methode, const std::string& chemin, std::opti
     }
 
     std::shared_ptr<Transport> transport = transport_;
-    boucle_.enArrierePlan([transport, requete = std::move(requete), vivant,
-                           suite = std::move(suite)]() -> Boucle::Tache {
-        auto echange =
-            std::make_shared<Attendu<ReponseHttp, ErreurTransport>>(transport->echanger(requete));
-        return [vivant, suite, echange] {
-            if (auto api = vivant.lock()) suite((*api)->conclure(std::move(*echange)));
-        };
-    });
+    boucle_.enArrierePlan(
+        [transport, requete = std::move(requete), vivant, suite]() -> Boucle::Tache {
+            auto echange = std::make_shared<Attendu<ReponseHttp, ErreurTransport>>(
+                transport->echanger(requete));
+            return [vivant, suite, echange] {
+                if (auto api = vivant.lock()) suite((*api)->conclure(std::move(*echange)));
+            };
+        },
+        // A transport that throws is a failed exchange like any other: the caller's heartbeat
+        // or request must hear of it, or it would wait forever.
+        [vivant, suite](const std::string& raison) {
+            if (vivant.lock()) suite(EchecApi{ErreurTransport{0, raison}});
+        });
 }
 
 ResultatApi<std::string> Api::conclure(Attendu<ReponseHttp, ErreurTransport> echange) {

@@ -1,5 +1,7 @@
 #include "banc_moteur.h"
 
+#include <limits>
+
 using namespace tavi;
 using namespace tavi::test;
 
@@ -159,4 +161,57 @@ TEST_F(BancMoteur, LeBattementDitLUsageALaMinuteDixiemePresEtSansConsigneOublieL
     EXPECT_EQ(corps[4]["utilise_jour_min"], 1.5); // 87 s
     EXPECT_EQ(corps[5]["utilise_jour_min"], 1.5); // 90 s
     EXPECT_EQ(corps[3]["minutes_limites"], (json{{"jeu-a", 0.1}})) << "5 s of jeu-b is not listed";
+}
+
+// An exchange that throws (a library's bug, memory run out) is a failed heartbeat like any
+// other, and the next one goes on its cadence; nor does an answer's absurd instant end the
+// agent or roll the day: the count stays and the limit holds.
+TEST_F(BancMoteur, UnEchangeQuiLeveOuUneHeureAbsurdeNArretentNiLesBattementsNiLeJour) {
+    relier({{"limiteJourMin", 0.5}});
+    transport->parDefaut = [](const auto&) -> FauxTransport::Issue { throw std::bad_alloc(); };
+    demarrer();
+    secondes(40);
+    ASSERT_EQ(battements().size(), 2u);
+    const double compte = moteur->compteur().secondesDuJour();
+    for (const std::int64_t instant :
+         {std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()}) {
+        repondre({{"limiteJourMin", 0.5}, {"heureServeurMs", instant}});
+        battreAuProchainTic();
+        secondes(1);
+        EXPECT_EQ(voile().motif()->regle.cause, "limite");
+        EXPECT_EQ(moteur->compteur().secondesDuJour(), compte) << instant;
+    }
+}
+
+// The window a newly switched-on report opens reads the engine's rule set: it must be the new
+// one, or the child is welcomed instead of shown what the parents will see.
+TEST_F(BancMoteur, UnRapportQuiSAllumeOuvreLaFenetreSousLaNouvelleConsigne) {
+    relier({{"limiteJourMin", 60}});
+    demarrer();
+    moteur->consentir();
+    std::vector<bool> accordAuRappel;
+    moteur->quandRapportActive = [&] { accordAuRappel.push_back(moteur->accordDonne()); };
+    repondre({{"limiteJourMin", 60}, {"rapportApplis", {{"actif", true}}}});
+    battreAuProchainTic();
+    EXPECT_EQ(accordAuRappel, std::vector<bool>{false});
+}
+
+// Every post says which boot and which start of the agent it comes from; an unknown boot is
+// left out rather than sent as -1.
+TEST_F(BancMoteur, ChaqueEnvoiDitSonDemarrageEtLeLancementDeLAgent) {
+    relier({{"limiteJourMin", 60}});
+    const std::int64_t lance = horloges.mono;
+    demarrer();
+    secondes(1);
+    moteur->signalerArret();
+    boucle.terminerArrierePlan();
+    horloges.identite = -1;
+    battreAuProchainTic();
+    const auto corps = battements();
+    ASSERT_EQ(corps.size(), 3u);
+    for (const json& c : {corps[0], corps[1]}) {
+        EXPECT_EQ(c.value("demarrage_id", 0), 4242);
+        EXPECT_EQ(c.value("agent_lance_ms", std::int64_t{0}), lance);
+    }
+    EXPECT_FALSE(corps[2].contains("demarrage_id"));
 }

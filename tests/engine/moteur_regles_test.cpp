@@ -131,3 +131,25 @@ TEST_F(BancMoteur, UnNavigateurIlisibleDevantDortSousLeFiltreEtUnRefusResteSigna
     EXPECT_EQ(automatisation(2), false);
     EXPECT_EQ(automatisation(1), true);
 }
+
+// A stopped agent is not a sleeping computer: a gap the awake clock saw too counts whole when
+// input came during it, and the parents hear of the stop; a sleep, the part of a stop spent
+// asleep, or a stop without input count nothing.
+TEST_F(BancMoteur, UnArretDeLAgentCompteQuandLaSaisieContinueEtSeSignale) {
+    relier({{"limiteJourMin", 600}});
+    demarrer();
+    const double avant = moteur->compteur().secondesDuJour();
+    const auto apres = [&](std::int64_t arret, std::int64_t sommeil, double inactivite) {
+        session.inactivite = inactivite;
+        horloges.avancer(arret);
+        horloges.dormir(sommeil);
+        secondes(1);
+        return moteur->compteur().secondesDuJour() - avant;
+    };
+    EXPECT_EQ(apres(0, 35'000, 1), 0);
+    EXPECT_EQ(apres(35'000, 0, 2), 36);
+    EXPECT_EQ(transport->requetes("/api/enfant/signal").at(0).corps,
+              json({{"nature", "agent_arrete"}, {"detail", "36 s"}}));
+    EXPECT_EQ(apres(40'000, 600'000, 2), 36 + 41);
+    EXPECT_EQ(apres(40'000, 0, 45), 36 + 41);
+}

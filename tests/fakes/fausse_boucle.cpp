@@ -44,24 +44,31 @@ void FausseBoucle::poster(Tache tache) {
     change.notify_all();
 }
 
-void FausseBoucle::enArrierePlan(std::function<Tache()> travail) {
+void FausseBoucle::enArrierePlan(std::function<Tache()> travail,
+                                 std::function<void(const std::string&)> echec) {
     {
         std::lock_guard verrou(mutex);
         ++enCours;
     }
-    fils.emplace_back([this, travail = std::move(travail)]() mutable {
+    fils.emplace_back([this, travail = std::move(travail), echec = std::move(echec)]() mutable {
         Tache suite;
-        std::exception_ptr erreur;
+        std::optional<std::string> raison;
         try {
             suite = travail();
+        } catch (const std::exception& e) {
+            raison = e.what();
         } catch (...) {
-            erreur = std::current_exception();
+            raison = "unknown exception";
         }
         std::lock_guard verrou(mutex);
         // The work goes with what it gave back: both are released on the test's thread.
-        retours.push_back([travail = std::move(travail), suite = std::move(suite), erreur] {
-            if (erreur) std::rethrow_exception(erreur);
-            if (suite) suite();
+        retours.push_back([travail = std::move(travail), suite = std::move(suite),
+                           echec = std::move(echec), raison = std::move(raison)] {
+            if (raison) {
+                if (echec) echec(*raison);
+            } else if (suite) {
+                suite();
+            }
         });
         --enCours;
         change.notify_all();

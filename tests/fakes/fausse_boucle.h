@@ -47,7 +47,9 @@ public:
     [[nodiscard]] std::unique_ptr<Abonnement> surveiller(int, Tache) override {
         return std::make_unique<Abonnement>();
     }
-    void enArrierePlan(std::function<Tache()> travail) override;
+    // Work that throws has its `echec` called on the test's thread, as in the agent.
+    void enArrierePlan(std::function<Tache()> travail,
+                       std::function<void(const std::string&)> echec) override;
 
     // Runs what was posted, then every timer and delayed task due within `duree`, each at its
     // own instant (ties in the order they were scheduled) and followed by what it posted. The
@@ -55,8 +57,7 @@ public:
     void avancer(std::chrono::milliseconds duree);
     // Waits (real time, at most 5 s each round) until every work but those held has ended, runs
     // what they gave back and what was posted, and again for the works those started, until
-    // nothing is left. Returns how many works landed; throws when one does not end in time. An
-    // exception from a work reaches the test here.
+    // nothing is left. Returns how many works landed; throws when one does not end in time.
     std::size_t terminerArrierePlan();
     // Runs what comes back until `condition` holds; false after 5 s (real time) without it.
     bool attendre(const std::function<bool()>& condition);

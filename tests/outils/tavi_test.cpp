@@ -1,5 +1,7 @@
+#include "commun/jour.h"
 #include "support/dossier_temporaire.h"
 #include "support/processus.h"
+#include "support/variable.h"
 
 #include <gtest/gtest.h>
 #include <iterator>
@@ -10,15 +12,16 @@ namespace {
 
 using test::Sortie;
 
-// Runs tavi with the words of `commande`, in Paris and in French, with no display nor bus and
-// the desktop entries of `xdg` only.
+// Runs tavi with the words of `commande`, in French, with no display nor bus and the desktop
+// entries of `xdg` only, under a TZ it must ignore: its days are the system zone's, and Pago
+// Pago's is rarely a system's.
 Sortie tavi(const std::string& commande, const std::string& entree = "",
             const std::string& xdg = "/nulle/part") {
     std::istringstream flux(commande);
     std::vector<std::string> arguments{TAVI_BINAIRE};
     arguments.insert(arguments.end(), std::istream_iterator<std::string>(flux), {});
     return test::executer(arguments, entree,
-                          {{"TZ", "Europe/Paris"},
+                          {{"TZ", "Pacific/Pago_Pago"},
                            {"LANGUAGE", "fr"},
                            {"XDG_DATA_HOME", xdg},
                            {"XDG_DATA_DIRS", xdg},
@@ -27,6 +30,19 @@ Sortie tavi(const std::string& commande, const std::string& entree = "",
                            {"XDG_SESSION_TYPE", ""},
                            {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nulle/part"},
                            {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nulle/part"}});
+}
+
+// The end of the day of `instantMs` in the system's time zone, which tavi follows whatever TZ
+// its environment carries.
+std::int64_t finDuJourSysteme(std::int64_t instantMs) {
+    std::int64_t fin = 0;
+    {
+        test::Variable sansTz("TZ", nullptr);
+        tzset();
+        fin = debutJourLocalMs(instantMs) + 86'400'000;
+    }
+    tzset();
+    return fin;
 }
 
 std::size_t lignes(const std::string& texte) {
@@ -49,8 +65,8 @@ TEST(Tavi, ChaqueCommandeRepondEnJsonDepuisLEntreeUnFichierOuLeSysteme) {
     const std::tuple<std::string, std::string, std::string> cas[] = {
         {"regle" + midi + " --utilise-jour 1800 -", limite,
          R"({"bloquer_tout":true,"bloquees":[],"familles":[],"cause":"limite","titre":)"
-         R"("Limite du jour","titre_affiche":"Limite du jour","fin":1792965600000})"
-         "\n"},
+         R"("Limite du jour","titre_affiche":"Limite du jour","fin":)" +
+             std::to_string(finDuJourSysteme(1792926000000)) + "}\n"},
         {"regle" + midi + " --utilise-jour=1800 --utilise-depuis-consigne=599", limite, "null\n"},
         {"regle --maintenant 1795465800000 " + exemple, "", R"("titre_affiche":"Dodo")"},
         {"sieste" + midi + " --appli mc --usage steam=300 --usage mc=300", jeux,
@@ -82,7 +98,7 @@ TEST(Tavi, UneConsigneIllisibleOuUnArgumentMalFormeSortEn2AvecUneLigneQuiDitPour
     const std::tuple<std::string, std::string, std::string> cas[] = {
         {"consigne", illisible, "programme[0].debut_ms"},
         {"sieste --maintenant 0 --appli x", illisible, "programme[0].debut_ms"},
-        // An instant whose day cannot be counted in 64-bit milliseconds is refused, not wrapped.
+        // An instant outside the calendar is refused, not taken for the calendar's end.
         {"regle --maintenant 9223372036854775807 --utilise-jour 100", R"({"limite_jour_min": 1})",
          "tavi: "},
         {"consigne /nulle/part.json", "", "tavi: impossible de lire /nulle/part.json : "},

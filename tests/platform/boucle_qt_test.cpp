@@ -73,17 +73,26 @@ TEST(BoucleQt, LArrierePlanTourneAilleursEtSaSuiteEtSesLiberationsSurLeFilPrinci
             delete p;
         });
     };
-    boucle.enArrierePlan([&, t = temoin(), suite = temoin()]() -> Boucle::Tache {
-        travailAilleurs = std::this_thread::get_id() != principal;
-        return [&, suite] { ici.push_back(std::this_thread::get_id() == principal); };
-    });
-    // Work that throws is logged and dropped; the loop goes on.
-    testing::internal::CaptureStderr();
     boucle.enArrierePlan(
-        [t = temoin()]() -> Boucle::Tache { throw std::runtime_error("curl exploded"); });
-    ASSERT_TRUE(attendreQue([&] { return ici.size() == 4; }));
+        [&, t = temoin(), suite = temoin()]() -> Boucle::Tache {
+            travailAilleurs = std::this_thread::get_id() != principal;
+            return [&, suite] { ici.push_back(std::this_thread::get_id() == principal); };
+        },
+        {});
+    // Work that throws is logged and its failure delivered on the main thread, so that
+    // whoever waits for it is never left waiting; the loop goes on.
+    testing::internal::CaptureStderr();
+    std::string raison;
+    boucle.enArrierePlan(
+        [t = temoin()]() -> Boucle::Tache { throw std::runtime_error("curl exploded"); },
+        [&, e = temoin()](const std::string& r) {
+            raison = r;
+            ici.push_back(std::this_thread::get_id() == principal);
+        });
+    ASSERT_TRUE(attendreQue([&] { return ici.size() == 6; }));
     EXPECT_TRUE(travailAilleurs);
-    EXPECT_EQ(ici, std::vector<bool>(4, true));
+    EXPECT_EQ(ici, std::vector<bool>(6, true));
+    EXPECT_EQ(raison, "curl exploded");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "background work ended on an exception: curl exploded\n");
 }
@@ -99,27 +108,33 @@ TEST(BoucleQt, AucuneSuiteNeTourneUneFoisLaBouclePartie) {
     auto boucle = std::make_unique<BoucleQt>(300ms);
 
     // Done before the loop goes: its continuation waits in the queue.
-    boucle->enArrierePlan([&]() -> Boucle::Tache {
-        rapideFini = true;
-        return [&] { ++suites; };
-    });
+    boucle->enArrierePlan(
+        [&]() -> Boucle::Tache {
+            rapideFini = true;
+            return [&] { ++suites; };
+        },
+        {});
     ASSERT_TRUE(retenir([&] { return rapideFini.load(); }));
     // Finishes while the loop waits for it.
-    boucle->enArrierePlan([&]() -> Boucle::Tache {
-        ++enCours;
-        retenir([&] { return partie.load(); });
-        std::this_thread::sleep_for(50ms);
-        return [&] { ++suites; };
-    });
+    boucle->enArrierePlan(
+        [&]() -> Boucle::Tache {
+            ++enCours;
+            retenir([&] { return partie.load(); });
+            std::this_thread::sleep_for(50ms);
+            return [&] { ++suites; };
+        },
+        {});
     // Outlast the wait, and are left behind; the rest has not started when the loop goes.
     for (int i = 0; i < 3 * BoucleQt::filsArrierePlan; ++i)
-        boucle->enArrierePlan([&]() -> Boucle::Tache {
-            ++enCours;
-            commencesApres += partie.load();
-            retenir([&] { return lache.load(); });
-            ++lachesFinis;
-            return [&] { ++suites; };
-        });
+        boucle->enArrierePlan(
+            [&]() -> Boucle::Tache {
+                ++enCours;
+                commencesApres += partie.load();
+                retenir([&] { return lache.load(); });
+                ++lachesFinis;
+                return [&] { ++suites; };
+            },
+            {});
     boucle->poster([&] { ++suites; });
     // All of them in flight at once, as requests to a server that does not answer: a smaller
     // pool keeps the rest queued until the first give up.

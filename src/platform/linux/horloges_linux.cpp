@@ -34,6 +34,10 @@ std::int64_t HorlogesLinux::monotoniqueMs() const {
     return lireMs(CLOCK_BOOTTIME);
 }
 
+std::int64_t HorlogesLinux::monotoniqueEveilleMs() const {
+    return lireMs(CLOCK_MONOTONIC);
+}
+
 std::int64_t HorlogesLinux::muraleMs() const {
     return lireMs(CLOCK_REALTIME);
 }

@@ -16,6 +16,8 @@ public:
     // CLOCK_BOOTTIME: CLOCK_MONOTONIC stops during suspend, and a server time derived from it
     // would fall behind after every sleep.
     std::int64_t monotoniqueMs() const override;
+    // CLOCK_MONOTONIC, which stops during suspend.
+    std::int64_t monotoniqueEveilleMs() const override;
     std::int64_t muraleMs() const override;
 
     // Folded from the kernel's random boot_id. The boot time in /proc/stat is recomputed from

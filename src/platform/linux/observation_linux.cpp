@@ -60,6 +60,13 @@ void ObservationLinux::chargerEntrees() {
             categoriesXdg.remplacer(std::move(lu));
             entreesLues = true;
             verifierPret();
+        },
+        // Without the entries, applications go unnamed and uncategorised; waiting for them
+        // would hold back everything that waits for the observation to be ready.
+        [this, jeton = std::weak_ptr<int>(vivant)](const std::string&) {
+            if (jeton.expired()) return;
+            entreesLues = true;
+            verifierPret();
         });
 }
 

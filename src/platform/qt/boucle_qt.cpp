@@ -14,6 +14,7 @@
 #include <exception>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -155,21 +156,29 @@ void BoucleQt::poster(Tache tache) {
     lien->poster(std::move(tache));
 }
 
-void BoucleQt::enArrierePlan(std::function<Tache()> travail) {
-    pool->start([lien = lien, travail = std::move(travail)]() mutable {
+void BoucleQt::enArrierePlan(std::function<Tache()> travail,
+                             std::function<void(const std::string&)> echec) {
+    pool->start([lien = lien, travail = std::move(travail), echec = std::move(echec)]() mutable {
         Tache suite;
+        std::optional<std::string> raison;
         try {
             suite = travail();
         } catch (const std::exception& e) {
-            journaliser(std::string("background work ended on an exception: ") + e.what());
+            raison = e.what();
         } catch (...) {
-            journaliser("background work ended on an unknown exception");
+            raison = "unknown exception";
         }
+        if (raison) journaliser("background work ended on an exception: " + *raison);
         // The work's captures often hold main-thread state (the last reference to an engine
         // object, the caller's continuation): they are released on the main thread too, after
         // the continuation, never here.
-        lien->poster([suite = std::move(suite), fini = std::move(travail)] {
-            if (suite) suite();
+        lien->poster([suite = std::move(suite), echec = std::move(echec),
+                      raison = std::move(raison), fini = std::move(travail)] {
+            if (raison) {
+                if (echec) echec(*raison);
+            } else if (suite) {
+                suite();
+            }
         });
     });
 }

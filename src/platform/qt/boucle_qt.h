@@ -33,9 +33,9 @@ public:
     void plusTard(std::chrono::milliseconds delai, Tache tache) override;
     [[nodiscard]] std::unique_ptr<Abonnement> surveiller(int descripteur, Tache tache) override;
     void poster(Tache tache) override;
-    // Work that throws is a fault in the caller: it is logged and dropped, with no
-    // continuation, rather than ending the agent.
-    void enArrierePlan(std::function<Tache()> travail) override;
+    // Work that throws is logged, and its `echec` called with the exception's text.
+    void enArrierePlan(std::function<Tache()> travail,
+                       std::function<void(const std::string&)> echec) override;
 
     // Runs the loop until `quitter`; returns the status given there.
     int executer();

@@ -1,0 +1,14 @@
+#include "commun/fuseau_systeme.h"
+
+#include <cstdlib>
+#include <ctime>
+
+namespace tavi {
+
+void suivreFuseauSysteme() {
+    unsetenv("TZ");
+    unsetenv("TZDIR");
+    tzset();
+}
+
+} // namespace tavi
