@@ -97,7 +97,8 @@ TEST_F(Defenses, UnRefusFermeLaConnexionSansLireLaRequeteQuiSuit) {
         {"GET /api/enfant/battement HTTP/1.1\r\nHost: x\r\n\r\n", 405},
         {"POST /api/rien HTTP/1.1\r\nHost: x\r\nContent-Length: 2\r\n\r\n{}", 404},
         {signalVide + "Content-Length: -5\r\n\r\n", 400},
-        {signalVide + "Authorization: Bearer " + jeton + "\r\nContent-Length:\r\n 2\r\n\r\n{}",
+        {signalVide + "Authorization: Bearer " + jeton + "\r\nContent-Length:\r\n " +
+             std::to_string(signal.size()) + "\r\n\r\n" + signal,
          400},
         {"POST /api/enfant/signal HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}", 400},
         {signalVide + "Authorization: Bearer " + jeton + "\r\nContent-Length: 2\r\n\r\n{}", 400},
