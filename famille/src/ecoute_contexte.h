@@ -39,6 +39,9 @@ namespace ecoute {
 
 constexpr std::size_t limiteTete = 16 * 1024;
 constexpr std::size_t champsMax = 100;
+// Bodies this small are bounded enough by the connection cap, and stay out of the budget: an
+// agent's plain heartbeat still goes through while large bodies hold all of it.
+constexpr std::size_t petitCorps = 16 * 1024;
 // Past a refusal what the client still sends is read and thrown away for a moment, so that it
 // gets our answer rather than a reset; none of it is ever run as a request.
 constexpr std::size_t vidangeMax = 16 * 1024 * 1024;

@@ -158,7 +158,7 @@ private:
         // The parser reserves a declared length at once; a chunked body may grow to the limit.
         std::size_t attendu =
             analyseur->chunked() ? corpsMax : analyseur->content_length().value_or(0);
-        if (attendu > 0 && !(reservation = contexte.budget.reserver(attendu)))
+        if (attendu > petitCorps && !(reservation = contexte.budget.reserver(attendu)))
             return refuser({503,
                             refus("Le serveur est très occupé. Réessaie dans un instant."),
                             {{"Retry-After", "5"}}});

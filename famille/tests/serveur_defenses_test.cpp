@@ -131,10 +131,10 @@ TEST(Corps, PasseLeBudgetDesCorpsEnCoursUneRequeteEstRefuseeEt503) {
     OptionsServeur options;
     options.octetsCorpsEnCours = 2 * 1024 * 1024;
     ServeurEssai serveur(options);
+    const std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
     const std::string tete = "POST /api/enfant/battement HTTP/1.1\r\nHost: x\r\nAuthorization: "
                              "Bearer " +
-                             serveur.enfantEtOrdinateur("Léa", "pc-1") +
-                             "\r\nContent-Length: 1048576\r\n\r\n";
+                             jeton + "\r\nContent-Length: 1048576\r\n\r\n";
     std::vector<std::unique_ptr<Prise>> corps;
     for (int i = 0; i < 3; ++i) {
         corps.push_back(std::make_unique<Prise>(serveur.port()));
@@ -147,6 +147,9 @@ TEST(Corps, PasseLeBudgetDesCorpsEnCoursUneRequeteEstRefuseeEt503) {
                     reponse.find("Retry-After") != std::string::npos;
     }
     EXPECT_EQ(refusees, 1) << "two unfinished bodies of 1 MiB fill a budget of 2 MiB";
+    auto client = serveur.client();
+    EXPECT_EQ(poster(client, "/api/enfant/battement", battement(1), jeton)->status, 200)
+        << "a plain heartbeat is not held up by large bodies";
     corps.clear();
     std::this_thread::sleep_for(200ms);
     Prise apres(serveur.port());
