@@ -3,14 +3,16 @@
 RSS with N unfinished 1 MiB bodies (bad token, then a good one), a real heartbeat's latency while
 512 bodies of 1 MiB JSON with a bad token are posted, and how many of 20 new heartbeats are
 turned away while 3,200 silent connections from 100 addresses fill the server (cap 3,200).
-Everything goes to 127.0.0.0/8 and stops by itself within a minute or so; the temporary base is
-left in /tmp. Needs a descriptor limit of 16,000 for this process (raised here when allowed).
+Everything goes to 127.0.0.0/8 and stops by itself within a minute or so. Needs a descriptor limit of 16,000 for this process (raised here when allowed).
     scripts/abus-famille.py build/famille/tavi-famille      (N=1000 par défaut)"""
-import json, os, resource, socket, statistics, subprocess, sys, tempfile, threading, time
+import json, os, resource, shutil, socket, statistics, subprocess, sys, tempfile, threading, time
 
 exe = sys.argv[1]
 N = int(os.environ.get("N", "1000"))
-resource.setrlimit(resource.RLIMIT_NOFILE, (16000, 16000))
+try:
+    resource.setrlimit(resource.RLIMIT_NOFILE, (16000, 16000))
+except (ValueError, OSError):
+    sys.exit("abus-famille: il faut pouvoir ouvrir 16 000 descripteurs (ulimit -n)")
 dossier = tempfile.mkdtemp()
 base = dossier + "/famille.db"
 
@@ -152,3 +154,4 @@ for s in muettes:
     s.close()
 serveur.terminate()
 serveur.wait()
+shutil.rmtree(dossier)
