@@ -19,8 +19,8 @@ std::string cleAdresse(const std::string& adresse) {
         std::snprintf(texte, sizeof texte, "%u.%u.%u.%u", octets[12], octets[13], octets[14],
                       octets[15]);
     else
-        std::snprintf(texte, sizeof texte, "%02x%02x:%02x%02x:%02x%02x:%02x%02x::/64", octets[0],
-                      octets[1], octets[2], octets[3], octets[4], octets[5], octets[6], octets[7]);
+        std::snprintf(texte, sizeof texte, "%02x%02x:%02x%02x:%02x%02x:%02x00::/56", octets[0],
+                      octets[1], octets[2], octets[3], octets[4], octets[5], octets[6]);
     return texte;
 }
 

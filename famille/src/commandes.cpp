@@ -29,7 +29,7 @@ Serveur
       Écrit {"adresse","port","tls"} une fois à l'écoute, s'arrête sur SIGTERM ou SIGINT.
       Sans certificat, mettez-le derrière un mandataire HTTPS pour l'ouvrir au réseau.
       --renouveler-apres : un jeton plus vieux reçoit un successeur (en-tête X-Tavi-Jeton).
-      --connexions-par-adresse : 32 par défaut (un réseau IPv6 compte par son /64) ;
+      --connexions-par-adresse : 32 par défaut (un réseau IPv6 compte par son /56) ;
       à relever derrière un mandataire, par lequel tous les clients ont la même adresse.
 
 Famille et ordinateurs

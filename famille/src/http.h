@@ -13,7 +13,7 @@ struct RequeteHttp {
     // Names in lower case; a repeated header keeps its first value.
     std::map<std::string, std::string> entetes;
     std::string corps;
-    // The client's address as a limit key: IPv6 by its /64 (see cleAdresse).
+    // The client's address as a limit key: IPv6 by its /56 (see cleAdresse).
     std::string adresse;
 
     std::string entete(const std::string& nomMinuscule) const {

@@ -11,8 +11,10 @@ namespace tavi::famille {
 
 // Counts failed pairing attempts per key (an installation identifier, a remote address) and in
 // all over a sliding window. The bound in all is what stops a guesser with many addresses or
-// identifiers: one base is one family, so every failure counts against the same codes. Kept in
-// memory only: a restart forgives, which costs an attacker a restart of our server, not a guess.
+// identifiers: one base is one family, so every failure counts against the same codes. It also
+// locks out the family's own computers while it holds, so it is set far above what a child
+// mistyping or a few hostile addresses reach. Kept in memory only: a restart forgives, which
+// costs an attacker a restart of our server, not a guess.
 class Limiteur {
 public:
     Limiteur(std::size_t echecsParCle, std::size_t echecsEnTout, std::int64_t fenetreMs);
@@ -30,6 +32,7 @@ private:
     std::mutex verrou;
     std::deque<std::int64_t> tous;
     std::unordered_map<std::string, std::deque<std::int64_t>> echecs;
+    std::size_t seuilBalayage = 1000;
 };
 
 } // namespace tavi::famille

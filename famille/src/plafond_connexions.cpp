@@ -17,14 +17,15 @@ PlafondConnexions::Place::~Place() {
 PlafondConnexions::PlafondConnexions(std::size_t parAdresse_, std::size_t total_)
     : parAdresse(parAdresse_), total(total_) {}
 
-std::optional<PlafondConnexions::Place> PlafondConnexions::prendre(const std::string& cle) {
+PlafondConnexions::Obtention PlafondConnexions::prendre(const std::string& cle,
+                                                        bool auDelaDuTotal) {
     std::lock_guard garde(verrou);
-    if (ouvertes >= total) return std::nullopt;
-    auto& n = parCle[cle];
-    if (n >= parAdresse) return std::nullopt;
-    ++n;
+    auto trouve = parCle.find(cle);
+    if (trouve != parCle.end() && trouve->second >= parAdresse) return {};
+    if (ouvertes >= total && !auDelaDuTotal) return {std::nullopt, true};
+    ++parCle[cle];
     ++ouvertes;
-    return Place(*this, cle);
+    return {Place(*this, cle)};
 }
 
 void PlafondConnexions::rendre(const std::string& cle) {

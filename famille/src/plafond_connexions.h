@@ -27,10 +27,17 @@ public:
         std::string cle;
     };
 
+    // A place, or why there is none.
+    struct Obtention {
+        std::optional<Place> place;
+        bool serveurPlein = false; // else the address is at its own bound
+    };
+
     PlafondConnexions(std::size_t parAdresse, std::size_t total);
 
-    // No place when the address or the server is at its bound.
-    std::optional<Place> prendre(const std::string& cle);
+    // With `auDelaDuTotal`, only the address's bound applies: the caller has just ended
+    // another connection, whose place comes back as soon as its socket is closed.
+    Obtention prendre(const std::string& cle, bool auDelaDuTotal = false);
     // Waits at most until `echeance` for every place to be given back; true when they all are.
     bool attendreVide(std::chrono::steady_clock::time_point echeance);
 

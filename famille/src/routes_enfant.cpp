@@ -21,7 +21,7 @@ void Serveur::installerRoutes() {
     poster("/api/auth/ordinateur",
            [this](Depot& depot, const RequeteHttp& req, const json& corps,
                   std::int64_t maintenant) { return appairer(depot, req, corps, maintenant); });
-    posterEnfant("/api/enfant/battement", battre);
+    posterEnfant("/api/enfant/battement", battre, tailleMaxCorps);
     posterEnfant("/api/enfant/demandes", demander);
     posterEnfant("/api/enfant/tirelire/utiliser", utiliserTirelire);
     posterEnfant("/api/enfant/signal", signaler);

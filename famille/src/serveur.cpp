@@ -11,10 +11,11 @@ using nlohmann::json;
 
 namespace {
 
-// A code has 31^8 values and lives a quarter of an hour: these bounds leave a guesser no
-// chance, even from many addresses, while a child mistyping stays far below them.
+// A code has 31^8 (8.5e11) values and lives a quarter of an hour: even at the family's bound
+// all the time, a guesser gets 15,000 tries at each code, one chance in 57 million. Locking
+// the family out takes a thousand addresses (IPv6: /56 networks) failing ten times each.
 constexpr std::size_t echecsParCle = 10;
-constexpr std::size_t echecsFamille = 100;
+constexpr std::size_t echecsFamille = 10000;
 constexpr std::int64_t fenetreEchecsMs = 10 * 60 * 1000;
 
 ReponseHttp refuser(int statut, const std::string& detail) {
@@ -33,10 +34,13 @@ Serveur::Serveur(const std::string& cheminBase, OptionsServeur options_)
     reglages.certificat = options.certificat;
     reglages.cle = options.cle;
     reglages.connexionsParAdresse = options.connexionsParAdresse;
-    for (const auto& [chemin, _] : routes)
-        reglages.chemins.insert(chemin);
-    ecoute = std::make_unique<Ecoute>(std::move(reglages),
-                                      [this](const RequeteHttp& r) { return traiter(r); });
+    reglages.connexionsTotal = options.connexionsTotal;
+    reglages.octetsCorpsEnCours = options.octetsCorpsEnCours;
+    for (const auto& [chemin, route] : routes)
+        reglages.chemins[chemin] = {route.corpsMax, route.jeton};
+    ecoute = std::make_unique<Ecoute>(
+        std::move(reglages), [this](const RequeteHttp& r) { return traiter(r); },
+        [this](const RequeteHttp& r) { return verifierTete(r); });
 }
 
 Serveur::~Serveur() {
@@ -54,7 +58,7 @@ ReponseHttp Serveur::traiter(const RequeteHttp& requete) {
         json document = lireObjet(requete.corps);
         auto reponse = connexions.avec([&](Depot& depot) {
             Transaction t(depot.base());
-            auto r = route->second(depot, requete, document, maintenantMs());
+            auto r = route->second.traitement(depot, requete, document, maintenantMs());
             t.valider();
             return r;
         });
@@ -69,28 +73,46 @@ ReponseHttp Serveur::traiter(const RequeteHttp& requete) {
     }
 }
 
-void Serveur::poster(const std::string& chemin, Traitement traitement) {
-    routes[chemin] = std::move(traitement);
+std::optional<ReponseHttp> Serveur::verifierTete(const RequeteHttp& tete) {
+    try {
+        connexions.avec([&](Depot& depot) { authentifier(depot, tete); });
+        return std::nullopt;
+    } catch (const ErreurRequete& e) {
+        return refuser(e.statut, e.what());
+    }
 }
 
-void Serveur::posterEnfant(const std::string& chemin, TraitementEnfant traitement) {
-    poster(chemin, [this, traitement](Depot& depot, const RequeteHttp& req, const json& corps,
-                                      std::int64_t maintenant) {
-        std::string autorisation = req.entete("authorization");
-        const std::string prefixe = "Bearer ";
-        if (autorisation.size() <= prefixe.size() || autorisation.size() > 512 ||
-            autorisation.compare(0, prefixe.size(), prefixe) != 0)
-            throw ErreurRequete(401, "Cet ordinateur n'est pas relié à ta famille.");
-        auto acces = depot.authentifier(autorisation.substr(prefixe.size()));
-        if (!acces)
-            throw ErreurRequete(401, "Cet ordinateur n'est plus relié à ta famille. Demande un "
-                                     "nouveau code à tes parents.");
-        auto reponse = traitement(depot, *acces, corps, maintenant);
-        if (reponse.statut >= 200 && reponse.statut < 300 && options.renouvelerApresMs &&
-            maintenant - acces->jetonCreeMs >= *options.renouvelerApresMs)
-            reponse.jetonNeuf = depot.renouvelerJeton(*acces, maintenant);
-        return reponse;
-    });
+Acces Serveur::authentifier(Depot& depot, const RequeteHttp& requete) {
+    std::string autorisation = requete.entete("authorization");
+    const std::string prefixe = "Bearer ";
+    if (autorisation.size() <= prefixe.size() || autorisation.size() > 512 ||
+        autorisation.compare(0, prefixe.size(), prefixe) != 0)
+        throw ErreurRequete(401, "Cet ordinateur n'est pas relié à ta famille.");
+    auto acces = depot.authentifier(autorisation.substr(prefixe.size()));
+    if (!acces)
+        throw ErreurRequete(401, "Cet ordinateur n'est plus relié à ta famille. Demande un "
+                                 "nouveau code à tes parents.");
+    return *acces;
+}
+
+void Serveur::poster(const std::string& chemin, Traitement traitement, std::size_t corpsMax) {
+    routes[chemin] = {std::move(traitement), corpsMax, false};
+}
+
+void Serveur::posterEnfant(const std::string& chemin, TraitementEnfant traitement,
+                           std::size_t corpsMax) {
+    // Checked again with the body: the token may have been revoked in between.
+    routes[chemin] = {[this, traitement](Depot& depot, const RequeteHttp& req, const json& corps,
+                                         std::int64_t maintenant) {
+                          auto acces = authentifier(depot, req);
+                          auto reponse = traitement(depot, acces, corps, maintenant);
+                          if (reponse.statut >= 200 && reponse.statut < 300 &&
+                              options.renouvelerApresMs &&
+                              maintenant - acces.jetonCreeMs >= *options.renouvelerApresMs)
+                              reponse.jetonNeuf = depot.renouvelerJeton(acces, maintenant);
+                          return reponse;
+                      },
+                      corpsMax, true};
 }
 
 void Serveur::demarrer() {

@@ -27,6 +27,9 @@ struct OptionsServeur {
     std::optional<std::int64_t> renouvelerApresMs;
     std::size_t connexionsBase = 1;
     std::size_t connexionsParAdresse = 32;
+    std::size_t connexionsTotal = 4096;
+    // Bodies being read or handled, all clients together: 64 heartbeats of the largest size.
+    std::size_t octetsCorpsEnCours = 64 * 1024 * 1024;
 };
 
 // The family server: the agent's endpoints over HTTP (or HTTPS with a certificate), on one
@@ -57,10 +60,23 @@ private:
     using TraitementEnfant = std::function<Reponse(
         Depot&, const Acces&, const nlohmann::json& corps, std::int64_t maintenantMs)>;
 
+    struct Route {
+        Traitement traitement;
+        std::size_t corpsMax;
+        bool jeton; // the token is checked from the head, before the body is read
+    };
+
+    // Bodies other than the heartbeat hold a few short texts.
+    static constexpr std::size_t corpsCourt = 16 * 1024;
+
     // serveur.cpp: framing shared by every endpoint.
     ReponseHttp traiter(const RequeteHttp& requete);
-    void poster(const std::string& chemin, Traitement traitement);
-    void posterEnfant(const std::string& chemin, TraitementEnfant traitement);
+    std::optional<ReponseHttp> verifierTete(const RequeteHttp& tete);
+    static Acces authentifier(Depot& depot, const RequeteHttp& requete);
+    void poster(const std::string& chemin, Traitement traitement,
+                std::size_t corpsMax = corpsCourt);
+    void posterEnfant(const std::string& chemin, TraitementEnfant traitement,
+                      std::size_t corpsMax = corpsCourt);
     void entretenir();
 
     // routes_enfant.cpp: the agent's endpoints.
@@ -79,7 +95,7 @@ private:
     OptionsServeur options;
     Connexions connexions;
     Limiteur limiteur;
-    std::map<std::string, Traitement> routes;
+    std::map<std::string, Route> routes;
     std::unique_ptr<Ecoute> ecoute;
     int port_ = 0;
     std::thread entretien;

@@ -1,6 +1,7 @@
 // A tavi-famille server on a free loopback port, SQLite in a temporary folder, and raw TCP
 // connections from several loopback addresses playing the attacker.
 #include "adresse_client.h"
+#include "limiteur.h"
 #include "outils_test.h"
 #include "prise_test.h"
 #include "temps.h"
@@ -84,16 +85,26 @@ TEST_F(Defenses, UnRefusFermeLaConnexionSansLireLaRequeteQuiSuit) {
     morceaux.envoyer("0\r\n\r\n" + suivante);
     std::string reponse = morceaux.lire(5s);
     EXPECT_EQ(statutHttp(reponse), 400);
-    EXPECT_NE(reponse.find("1 Mio"), std::string::npos);
+    EXPECT_NE(reponse.find("16 Kio"), std::string::npos) << "only a heartbeat may be large";
     EXPECT_NE(reponse.find("Connection: close"), std::string::npos);
     EXPECT_EQ(reponse.find("Keep-Alive"), std::string::npos);
     EXPECT_TRUE(morceaux.fermee);
 
-    // A wrong method, an unknown path, a negative length: each refused at once, and closed.
+    // A wrong method, an unknown path, a negative or folded length, no Host, an endpoint's
+    // refusal, a bad token with a body yet to come: each refused at once, and closed.
+    const std::string signalVide = "POST /api/enfant/signal HTTP/1.1\r\nHost: x\r\n";
     const std::vector<std::pair<std::string, int>> refus = {
         {"GET /api/enfant/battement HTTP/1.1\r\nHost: x\r\n\r\n", 405},
         {"POST /api/rien HTTP/1.1\r\nHost: x\r\nContent-Length: 2\r\n\r\n{}", 404},
-        {"POST /api/enfant/signal HTTP/1.1\r\nHost: x\r\nContent-Length: -5\r\n\r\n", 400},
+        {signalVide + "Content-Length: -5\r\n\r\n", 400},
+        {signalVide + "Authorization: Bearer " + jeton + "\r\nContent-Length:\r\n " +
+             std::to_string(signal.size()) + "\r\n\r\n" + signal,
+         400},
+        {"POST /api/enfant/signal HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}", 400},
+        {signalVide + "Authorization: Bearer " + jeton + "\r\nContent-Length: 2\r\n\r\n{}", 400},
+        {"POST /api/enfant/battement HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer faux\r\n"
+         "Content-Length: 1048576\r\n\r\n",
+         401},
     };
     for (const auto& [texte, attendu] : refus) {
         Prise prise(serveur.port());
@@ -110,6 +121,78 @@ TEST_F(Defenses, UnRefusFermeLaConnexionSansLireLaRequeteQuiSuit) {
     }
     EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM signaux"), 0)
         << "a request sent after a refused one was run";
+
+    Prise absolue(serveur.port());
+    absolue.envoyer(suivante.replace(5, 0, "http://famille.exemple:8080"));
+    EXPECT_EQ(statutHttp(absolue.lire(1s)), 204) << "a target in absolute form";
+}
+
+TEST(Corps, PasseLeBudgetDesCorpsEnCoursUneRequeteEstRefuseeEt503) {
+    OptionsServeur options;
+    options.octetsCorpsEnCours = 2 * 1024 * 1024;
+    ServeurEssai serveur(options);
+    const std::string jeton = serveur.enfantEtOrdinateur("Léa", "pc-1");
+    const std::string tete = "POST /api/enfant/battement HTTP/1.1\r\nHost: x\r\nAuthorization: "
+                             "Bearer " +
+                             jeton + "\r\nContent-Length: 1048576\r\n\r\n";
+    std::vector<std::unique_ptr<Prise>> corps;
+    for (int i = 0; i < 3; ++i) {
+        corps.push_back(std::make_unique<Prise>(serveur.port()));
+        corps.back()->envoyer(tete);
+    }
+    int refusees = 0;
+    for (auto& prise : corps) {
+        std::string reponse = prise->lire(1s);
+        refusees += statutHttp(reponse) == 503 && prise->fermee &&
+                    reponse.find("Retry-After") != std::string::npos;
+    }
+    EXPECT_EQ(refusees, 1) << "two unfinished bodies of 1 MiB fill a budget of 2 MiB";
+    auto client = serveur.client();
+    EXPECT_EQ(poster(client, "/api/enfant/battement", battement(1), jeton)->status, 200)
+        << "a plain heartbeat is not held up by large bodies";
+    corps.clear();
+    std::this_thread::sleep_for(200ms);
+    Prise apres(serveur.port());
+    apres.envoyer(tete);
+    apres.lire(1s);
+    EXPECT_FALSE(apres.fermee) << "the bodies given up gave their share back";
+}
+
+TEST(Connexions, UnServeurPleinCoupeLaPlusVieilleConnexionQuiNAJamaisFiniUneRequete) {
+    OptionsServeur options;
+    options.connexionsTotal = 12;
+    ServeurEssai serveur(options);
+    const std::string battre =
+        requeteBrute("/api/enfant/battement", battement(1).dump(),
+                     "Authorization: Bearer " + serveur.enfantEtOrdinateur("Léa", "pc-1") + "\r\n");
+    Prise agent(serveur.port(), "127.0.8.1");
+    agent.envoyer(battre);
+    EXPECT_EQ(statutHttp(agent.lire(500ms)), 200);
+    std::vector<std::unique_ptr<Prise>> muettes;
+    for (int i = 0; i < 11; ++i)
+        muettes.push_back(std::make_unique<Prise>(serveur.port(), "127.0.9." + std::to_string(i)));
+
+    Prise nouvelle(serveur.port(), "127.0.10.1");
+    nouvelle.envoyer(requeteBrute("/api/enfant/signal", "{}"));
+    EXPECT_EQ(statutHttp(nouvelle.lire(5s)), 401) << "the newcomer was turned away";
+    muettes[0]->lire(1s);
+    EXPECT_TRUE(muettes[0]->fermee) << "the oldest silent connection made room";
+    for (std::size_t i = 1; i < muettes.size(); ++i) {
+        muettes[i]->lire(0ms);
+        EXPECT_FALSE(muettes[i]->fermee) << i;
+    }
+    agent.envoyer(battre);
+    EXPECT_EQ(statutHttp(agent.lire(500ms)), 200) << "an agent's kept-alive connection stays";
+}
+
+TEST(Limiteur, LesEchecsDeToutesLesClesComptentPourLaFamillePendantLaFenetre) {
+    Limiteur limiteur(10, 30, 60000);
+    for (int i = 0; i < 30; ++i) {
+        EXPECT_FALSE(limiteur.bloque({"cle " + std::to_string(i)}, 1000));
+        limiteur.noterEchec({"cle " + std::to_string(i)}, 1000);
+    }
+    EXPECT_TRUE(limiteur.bloque({"neuve"}, 1000));
+    EXPECT_FALSE(limiteur.bloque({"neuve"}, 61000));
 }
 
 TEST(Connexions, UneAdresseNOuvrePasPlusQueSonPlafondDeConnexionsEtLArretNeLesAttendPas) {
@@ -131,8 +214,8 @@ TEST(Connexions, UneAdresseNOuvrePasPlusQueSonPlafondDeConnexionsEtLArretNeLesAt
     serveur.reset();
     EXPECT_LT(std::chrono::steady_clock::now() - debut, 3s) << "the stop waited out idle clients";
 
-    EXPECT_EQ(cleAdresse("2001:db8:1:2:aaaa::1"), cleAdresse("2001:db8:1:2:bbbb::9"));
-    EXPECT_NE(cleAdresse("2001:db8:1:2::1"), cleAdresse("2001:db8:1:3::1"));
+    EXPECT_EQ(cleAdresse("2001:db8:1:2:aaaa::1"), cleAdresse("2001:db8:1:ff:bbbb::9")) << "/56";
+    EXPECT_NE(cleAdresse("2001:db8:1:2::1"), cleAdresse("2001:db8:1:102::1"));
     EXPECT_EQ(cleAdresse("::ffff:192.0.2.7"), "192.0.2.7");
 }
 
