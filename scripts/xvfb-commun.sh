@@ -8,7 +8,7 @@ nettoyer() {
     rm -rf "$dossier"
 }
 trap nettoyer EXIT
-export TZ=Europe/Paris XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config"
+export XDG_STATE_HOME="$dossier/etat" XDG_CONFIG_HOME="$dossier/config"
 export DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent
 # The agent's place among its copies lives here too: a copy the user runs is never found.
 export XDG_RUNTIME_DIR="$dossier/execution"
