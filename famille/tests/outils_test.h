@@ -36,12 +36,6 @@ inline httplib::Result poster(httplib::Client& client, const std::string& chemin
 inline nlohmann::json corpsJson(const httplib::Result& reponse) {
     return reponse ? nlohmann::json::parse(reponse->body, nullptr, false) : nullptr;
 }
-// The "detail" of a refusal, or "" when the body has none.
-inline std::string detail(const httplib::Result& reponse) {
-    const nlohmann::json corps = corpsJson(reponse);
-    const auto texte = corps.is_object() ? corps.value("detail", nlohmann::json()) : nullptr;
-    return texte.is_string() ? texte.get<std::string>() : "";
-}
 
 // A heartbeat body as the agent sends it, with today's use.
 inline nlohmann::json battement(double utiliseJourMin) {

@@ -50,21 +50,6 @@ TEST_F(Battements, ChaqueLotDuBattementEstEnregistre) {
     EXPECT_EQ(installees[0].at("id"), "vlc");
 }
 
-TEST_F(Battements, UneAnnonceOuUnSilenceSeLisentDansLeRapport) {
-    ASSERT_EQ(battre(battement(5))->status, 200);
-    EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("protection"), "active");
-    auto silence = serveur.lignes("ordinateur", maintenantMs() + Depot::silenceMaxMs + 2000);
-    EXPECT_EQ(silence.at(0).at("protection"), "coupée");
-    EXPECT_NE(silence.at(0).at("pourquoi").get<std::string>().find("aucune nouvelle"),
-              std::string::npos);
-
-    json annonce = battement(6);
-    annonce["incertain"] = true;
-    annonce["annonce"] = "veille";
-    ASSERT_EQ(battre(annonce)->status, 200);
-    EXPECT_EQ(serveur.lignes("ordinateur").at(0).at("derniere_annonce").at("texte"), "veille");
-}
-
 TEST_F(Battements, LeResteDuJourCompteChaqueOrdinateurEtSurvitAUnRedemarrage) {
     std::string fixe = serveur.appairer("Léa", "pc-2");
     serveur.depot().modifier("Léa", [](Enfant& e) {
@@ -91,52 +76,36 @@ TEST_F(Battements, LeResteDuJourCompteChaqueOrdinateurEtSurvitAUnRedemarrage) {
 }
 
 TEST_F(Battements, UnCorpsMalFormeOuTropGrosEstRefuseSansRienEnregistrer) {
-    json siteFractionnaire = battement(10);
-    siteFractionnaire["sites"] = {{{"d", "a.fr"}, {"p", 1}, {"f", 2}, {"s", 1.5}}};
-    json usageMalDate = battement(10);
-    usageMalDate["usage_applis"] = {{"jours", {{"22/11/2026", {{"vlc", 1}}}}}};
     auto avec = [](const char* cle, json valeur) {
         json corps = battement(10);
         corps[cle] = std::move(valeur);
         return corps.dump();
     };
-    json texteAuLieuDeNombre = battement(10);
-    texteAuLieuDeNombre["utilise_jour_min"] = "10";
 
     const std::vector<std::pair<std::string, std::string>> mauvais = {
         {"pas du JSON", "JSON"},
         {"[1, 2]", "objet"},
         {"{}", "« actif »"},
-        {texteAuLieuDeNombre.dump(), "« utilise_jour_min »"},
+        {avec("utilise_jour_min", "10"), "« utilise_jour_min »"},
         {battement(-1).dump(), "« utilise_jour_min »"},
-        {siteFractionnaire.dump(), "« sites[0].s »"},
-        {usageMalDate.dump(), "22/11/2026"},
+        {avec("sites", {{{"d", "a.fr"}, {"p", 1}, {"f", 2}, {"s", 1.5}}}), "« sites[0].s »"},
         {avec("usage_applis", {{"jours", {{"2024-02-31", {{"vlc", 1}}}}}}), "2024-02-31"},
-        {avec("demarrage_id", 1.5), "« demarrage_id »"},
         {avec("agent_lance_ms", 1LL << 53), "« agent_lance_ms »"},
         // Deep nesting is refused before parsing: it would cost memory and stack out of all
         // proportion to its size.
-        {[] {
-             std::string profond;
-             for (int i = 0; i < 100000; ++i)
-                 profond += "{\"a\":";
-             return profond + "1" + std::string(100000, '}');
-         }(),
-         "JSON"},
+        {std::string(100000, '[') + std::string(100000, ']'), "JSON"},
     };
     for (const auto& [corps, attendu] : mauvais) {
         auto reponse = posterTexte(client, "/api/enfant/battement", corps, jeton);
         ASSERT_TRUE(reponse) << corps.substr(0, 60);
         EXPECT_EQ(reponse->status, 400) << corps.substr(0, 60);
-        EXPECT_NE(detail(reponse).find(attendu), std::string::npos)
-            << corps.substr(0, 60) << " → " << detail(reponse);
+        EXPECT_NE(reponse->body.find(attendu), std::string::npos)
+            << corps.substr(0, 60) << " → " << reponse->body;
     }
 
     json gros = battement(10);
     gros["annonce"] = std::string(tailleMaxCorps, 'x');
-    auto tropGros = posterTexte(client, "/api/enfant/battement", gros.dump(), jeton);
-    EXPECT_EQ(tropGros->status, 400);
-    EXPECT_EQ(detail(tropGros), "La requête dépasse 1 Mio.");
+    EXPECT_EQ(posterTexte(client, "/api/enfant/battement", gros.dump(), jeton)->status, 400);
     EXPECT_TRUE(serveur.lignes("ordinateur").at(0).at("derniere_nouvelle_ms").is_null())
         << "nothing of a refused message is stored";
     EXPECT_EQ(serveur.compter("SELECT COUNT(*) FROM usage_jour"), 0);

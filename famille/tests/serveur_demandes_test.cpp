@@ -29,11 +29,8 @@ TEST_F(Demandes, UneDemandeAccordeeAjouteSesMinutesUneSeuleFoisEtDixEnAttenteSuf
     EXPECT_EQ(consigne(60).at("reste_jour_min"), 20.0);
 
     for (const json& faux :
-         {json{{"type", "temps"}, {"minutes", "15"}}, json{{"type", "glace"}, {"minutes", 5}}}) {
-        auto refus = poster(client, "/api/enfant/demandes", faux, jeton);
-        EXPECT_EQ(refus->status, 400) << faux.dump();
-        EXPECT_FALSE(detail(refus).empty()) << faux.dump();
-    }
+         {json{{"type", "temps"}, {"minutes", "15"}}, json{{"type", "glace"}, {"minutes", 5}}})
+        EXPECT_EQ(poster(client, "/api/enfant/demandes", faux, jeton)->status, 400) << faux.dump();
     for (int i = 0; i < 10; ++i)
         ASSERT_EQ(poster(client, "/api/enfant/demandes", demandeTemps(5), jeton)->status, 201);
     EXPECT_EQ(poster(client, "/api/enfant/demandes", demandeTemps(5), jeton)->status, 429);

@@ -76,10 +76,15 @@ TEST_F(Preuves, LeRapportListeLesInterruptionsDuJourDansLOrdre) {
     EXPECT_EQ(lignes[2].at("apres"), "arret");
     EXPECT_EQ(lignes[5].at("detail"), "fenêtre déplacée hors de l'écran");
     EXPECT_EQ(serveur.lignes("signal", t + 400000).size(), 1u) << "a plain signal stays one";
+    const auto ordinateur = [&](std::int64_t instant) {
+        return serveur.lignes("ordinateur", instant).at(0);
+    };
+    EXPECT_EQ(ordinateur(t + 400000).at("protection"), "active");
+    EXPECT_EQ(ordinateur(t + 400000).at("derniere_annonce").at("texte"), "veille");
+    EXPECT_EQ(ordinateur(t + 362000 + Depot::silenceMaxMs).at("protection"), "coupée");
 
     // A flood of evidence stops being stored at the quota but is still counted.
     for (int i = 0; i < Depot::quotaJour.preuves + 5; ++i)
         battreA(t + 500000 + i, avecDemarrage(9, i));
-    EXPECT_EQ(serveur.lignes("ordinateur", t + 600000).at(0).at("interruptions_non_detaillees"),
-              11);
+    EXPECT_EQ(ordinateur(t + 600000).at("interruptions_non_detaillees"), 11);
 }

@@ -141,9 +141,7 @@ TEST(BoucleQt, AucuneSuiteNeTourneUneFoisLaBouclePartie) {
     ASSERT_TRUE(retenir([&] { return enCours == BoucleQt::filsArrierePlan; }, 5s));
 
     partie = true;
-    const auto debut = std::chrono::steady_clock::now();
-    boucle.reset();
-    EXPECT_LT(std::chrono::steady_clock::now() - debut, 2s) << "the end waited for hung work";
+    boucle.reset(); // hangs if the end waits for the work held below
     lache = true;
     // One thread took the work that finished during the wait; the others, this.
     ASSERT_TRUE(attendreQue([&] { return lachesFinis == BoucleQt::filsArrierePlan - 1; }));

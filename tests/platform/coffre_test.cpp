@@ -133,7 +133,6 @@ TEST(CoffreFichier, ChaqueSecretASonFichierAuSeulUtilisateurSansCollisionEvasion
     coffre.supprimer(service, compte);
     EXPECT_EQ(coffre.lire(service, compte), std::nullopt);
     EXPECT_EQ(fichiersContenant(secrets, "interrompu"), std::vector<fs::path>{});
-    EXPECT_EQ(coffre.lire("a@b", "c"), "un");
     EXPECT_TRUE(coffre.retirer(service, compte)) << "deleting what is gone is no failure";
     const std::string tropLong(200, 'x');
     EXPECT_FALSE(coffre.deposer(tropLong, tropLong, "refused"));

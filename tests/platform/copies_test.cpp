@@ -130,14 +130,11 @@ int connecter(const std::filesystem::path& chemin, bool lier = false) {
 
 } // namespace
 
-TEST_F(CopiesBusTest, LeNomDuBusDesigneLaCopieQuiTientEtLAgentLePrend) {
+TEST_F(CopiesBusTest, LeNomDuBusDesigneLaCopieQuiTientEtLAgentLePrendMemeApresUneReconnexion) {
     demarrer();
     parcourirLesRoles();
     EXPECT_FALSE(std::filesystem::exists(dossier / "tavi-home")) << "no socket beside the bus";
-}
 
-TEST_F(CopiesBusTest, LaPlaceEstRepriseApresUneReconnexion) {
-    demarrer();
     auto main1 = nouvelle();
     EXPECT_EQ(main1->tenir(false), false);
     daemon->arreter();

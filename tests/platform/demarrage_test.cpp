@@ -96,7 +96,6 @@ TEST(DemarrageXdg, EnregistreUneSeuleFoisALaPlaceDUnLienUneEntreeQueGLibLanceEnA
     EXPECT_EQ(etat.st_mode & 0777, 0644u);
     const auto entree = lireEntreeBureau(lireFichier(maison.entree()), {});
     ASSERT_TRUE(entree);
-    EXPECT_EQ(entree->type, "Application");
     const std::vector<std::string> attendus = {"env", "TAVI_AGENT=1",
                                                remplacer(maison.options.executable, "%", "%%")};
     EXPECT_EQ(argumentsExec(entree->exec), attendus);

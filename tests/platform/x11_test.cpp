@@ -221,24 +221,20 @@ TEST_F(X11, LesProprietesHostilesNeCassentRien) {
     EXPECT_TRUE(bureau.premierPlanObservable());
 }
 
-TEST_F(X11, LInactiviteCroitUneSaisieLaRemetAZeroEtSansDpmsLEcranVeille) {
+// Idle time grows and an input resets it; then the server goes away.
+TEST_F(X11, LInactiviteCroitUneSaisieLaRemetAZeroEtLAgentSurvitALaPerteDuServeur) {
     EcranX11 ecran(affichage);
     XTestFakeMotionEvent(client, 0, 10, 10, 0);
     XSync(client, False);
     std::this_thread::sleep_for(600ms);
-    const auto avant = ecran.secondesInactivite();
-    ASSERT_TRUE(avant);
-    EXPECT_GE(*avant, 0.5);
+    EXPECT_GE(ecran.secondesInactivite().value_or(0), 0.5);
     XTestFakeMotionEvent(client, 0, 50, 50, 0);
     XSync(client, False);
     EXPECT_LT(ecran.secondesInactivite().value_or(99), 0.3);
     // Xvfb has no DPMS: nothing can have put the screens to sleep.
     EXPECT_EQ(ecran.ecransEnVeille(), false);
-}
 
-TEST_F(X11, LAgentSurvitALaPerteDuServeurEtSansServeur) {
     BureauX11 bureau(affichage, resoudre);
-    EcranX11 ecran(affichage);
     ASSERT_TRUE(activer(fenetre(4001, "Jeu")));
     ASSERT_EQ(bureau.applicationAuPremierPlan(), jeu(moi));
     int appels = 0;
@@ -270,7 +266,6 @@ TEST_F(X11, LAgentSurvitALaPerteDuServeurEtSansServeur) {
                  sansAffichage.applicationAuPremierPlan() ||
                  !sansAffichage.applicationsOuvertes().empty() || sansEcran.secondesInactivite() ||
                  sansEcran.ecransEnVeille());
-    EXPECT_EQ(sansAffichage.notrePid(), getpid());
 }
 
 } // namespace
@@ -288,7 +283,6 @@ TEST_F(X11, TaviActiviteDitLApplicationAuPremierPlanEtLInactivite) {
     // Named by its process, the test itself, not by the class it claims.
     EXPECT_EQ(etat["appli"]["nom"], "tests_x11") << s.out;
     EXPECT_EQ(etat["appli"]["pid"], moi) << "the client's process, not the pid it claims";
-    EXPECT_TRUE(etat["inactivite_s"].is_number());
     EXPECT_EQ(etat["inobservable"], nlohmann::json({"ecran_verrouille", "sur_console",
                                                     "session_active", "affichage_retenu"}));
 }
