@@ -56,11 +56,9 @@ TEST(ContenuVoile, LEmojiVientDeLaCauseSinonDesMotsDuTitre) {
 
 TEST(ContenuVoile, LeTitreNommeLOrdinateurOuLAppliEtLaPastilleLaRegle) {
     const auto pause = contenu(MotifVoile::pause(regle("pause_famille")));
-    EXPECT_EQ(pause.titre, "Ton ordinateur fait la sieste");
-    EXPECT_EQ(pause.badge, "Pause famille");
+    EXPECT_EQ(pause.titre + " · " + pause.badge, "Ton ordinateur fait la sieste · Pause famille");
     const auto appli = contenu(MotifVoile::appli("Minecraft", regle("limite_appli", "Jeux", 1)));
-    EXPECT_EQ(appli.titre, "Minecraft fait la sieste");
-    EXPECT_EQ(appli.badge, "Limite : Jeux");
+    EXPECT_EQ(appli.titre + " · " + appli.badge, "Minecraft fait la sieste · Limite : Jeux");
 
     // What the server or a desktop entry names is drawn only in part past a bound.
     EtatVoile bavard;
