@@ -84,7 +84,6 @@ TEST(ContenuVoile, LaLigneDeReveilSuitLaCauseEtLeJourDeLaFin) {
          "Ta limite du jour est atteinte. Il se réveille demain."},
         {regle("limite_appli", "Jeux", paris(15, 0, 0)), 0,
          "Ta limite pour cette appli est atteinte. Elle se réveille demain."},
-        {regle("horaire", "Au lit"), 0, aucune},
         {regle("horaire", "Au lit", paris(14, 19, 30)), 0, "Il se réveille à 19:30"},
         {regle("horaire", "Au lit", paris(15, 7, 30)), 0, "Il se réveille demain à 07:30"},
         // 23:30 and 00:30 in Paris are the same day in UTC: the day is the local one.

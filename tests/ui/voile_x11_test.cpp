@@ -141,10 +141,7 @@ protected:
     }
     // A real click of the X server's pointer on the middle of `b`.
     void cliquer(QWidget* b) {
-        if (!b) {
-            ADD_FAILURE() << "no such button";
-            return;
-        }
+        ASSERT_TRUE(b) << "no such button";
         test::cliquerX(autre, b->mapToGlobal(b->rect().center()));
     }
 
@@ -165,9 +162,8 @@ TEST_F(VoileX11, UneFenetreParEcranMemeQuandLesEcransChangentRefaitesPourUnAutre
     EXPECT_EQ(v.fenetres(), avant);
     ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
 
+    // A screen comes, another goes.
     xrandr({"--setmonitor", "C", "1024/271x768/203+1366+0", "none"});
-    ASSERT_TRUE(attendreQue([&] { return nomsDesEcrans() == QStringList{"A", "B", "C"}; }));
-    ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
     xrandr({"--delmonitor", "B"});
     ASSERT_TRUE(attendreQue([&] { return nomsDesEcrans() == QStringList{"A", "C"}; }));
     ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
