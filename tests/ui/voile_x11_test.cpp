@@ -224,6 +224,7 @@ TEST_F(VoileX11, UnePauseTientClavierEtPointeurJusquAuRetraitEtLesReprendSiOnLes
         QTest::qWait(1000), v.maintenir();
     EXPECT_EQ(signaux.at(0).first + " " + signaux.at(0).second, "voile_repare démappé");
     EXPECT_EQ(signaux.at(1).first, "saisie_refusee");
+    EXPECT_EQ(signaux.size(), 2u) << "once per refusal";
     XUngrabKeyboard(autre, CurrentTime);
     XSync(autre, False);
     v.maintenir();
