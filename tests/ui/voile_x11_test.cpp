@@ -204,13 +204,6 @@ TEST_F(VoileX11, UnePauseTientClavierEtPointeurJusquAuRetraitEtLesReprendSiOnLes
     EXPECT_FALSE(v.prisTenue());
     EXPECT_EQ(saisir(), std::pair(GrabSuccess, GrabSuccess));
 
-    // An application's nap leaves the desktop usable.
-    v.montrer(MotifVoile::appli("Jeu", pause().regle));
-    ASSERT_TRUE(attendreQue([&] { return exposees(); }));
-    v.maintenir();
-    EXPECT_FALSE(v.prisTenue());
-    EXPECT_EQ(saisir(), std::pair(GrabSuccess, GrabSuccess));
-
     // Another program holding the keyboard: the grab is taken once it lets go, and the parents
     // hear once of a refusal that lasts past 5 s.
     ASSERT_EQ(XGrabKeyboard(autre, DefaultRootWindow(autre), False, GrabModeAsync, GrabModeAsync,
@@ -232,8 +225,8 @@ TEST_F(VoileX11, UnePauseTientClavierEtPointeurJusquAuRetraitEtLesReprendSiOnLes
     EXPECT_EQ(saisir().first, AlreadyGrabbed);
 }
 
-TEST_F(VoileX11, LesBoutonsMenentAuxOperations) {
-    VoileQt& v = voile(false);
+TEST_F(VoileX11, LesBoutonsMenentAuxOperationsEtLaSiesteDUneAppliLaisseLeBureau) {
+    VoileQt& v = voile();
     v.montrer(pause());
     ASSERT_TRUE(attendreQue([&] { return exposees(); }));
     FenetreVoile* f = v.fenetres().front();
@@ -258,8 +251,11 @@ TEST_F(VoileX11, LesBoutonsMenentAuxOperations) {
     EXPECT_FALSE(f->close());
     EXPECT_TRUE(f->isVisible());
 
+    // An application's nap leaves the keyboard and pointer to the desktop.
     v.montrer(MotifVoile::appli("Jeu", pause().regle));
     ASSERT_TRUE(attendreQue([&] { return exposees(); }));
+    EXPECT_FALSE(v.prisTenue());
+    EXPECT_EQ(saisir(), std::pair(GrabSuccess, GrabSuccess));
     cliquer(bouton(v.fenetres().front(), "OK"));
     EXPECT_TRUE(attendreQue([&] { return actions->fermetures == 1; }));
 }
