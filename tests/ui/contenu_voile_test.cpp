@@ -74,12 +74,11 @@ TEST(ContenuVoile, LeTitreNommeLOrdinateurOuLAppliEtLaPastilleLaRegle) {
 TEST(ContenuVoile, LaLigneDeReveilSuitLaCauseEtLeJourDeLaFin) {
     test::FuseauFixe fuseau("Europe/Paris");
     const std::int64_t tard = paris(14, 23, 30);
-    const std::optional<std::string> aucune;
     const std::tuple<RegleMac, std::int64_t, std::optional<std::string>> cas[] = {
         {regle("navigateur", "", paris(15, 7, 0)), 0, TextesPlateforme::navigateurIllisible()},
         {regle("automatisation"), 0, TextesPlateforme::lectureRefusee()},
         {regle("site"), 0, "Tes parents ont mis ce site en sieste."},
-        {regle("limite"), 0, aucune}, // no end: nothing, even for a limit
+        {regle("limite"), 0, std::nullopt}, // no end: nothing, even for a limit
         {regle("limite", "", paris(15, 0, 0)), 0,
          "Ta limite du jour est atteinte. Il se réveille demain."},
         {regle("limite_appli", "Jeux", paris(15, 0, 0)), 0,

@@ -69,9 +69,9 @@ TEST(MenuBarre, EndormiLeTitreDeLaRegleEtDemanderResteOuvert) {
 
     // A hostile title is drawn cut, never whole.
     e.regle = dodo(std::string(5000, 'x'));
+    e.prenom = std::string(5000, 'y');
     EXPECT_LT(iconeBarre(e).texte.size(), 200u);
     EXPECT_LT(menuBarre(e)[1].titre.size(), 200u);
-    e.prenom = std::string(5000, 'y');
     EXPECT_LT(menuBarre(e)[0].titre.size(), 200u);
 }
 
