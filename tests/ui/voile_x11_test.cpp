@@ -106,20 +106,17 @@ protected:
     }
     // One window per screen, over all of it, left alone by any window manager.
     bool couvreLesEcrans() {
-        const auto fenetres = voile_->fenetres();
-        const auto ecrans = QGuiApplication::screens();
-        if (fenetres.size() != std::size_t(ecrans.size()) || !exposees()) return false;
-        for (QScreen* ecran : ecrans) {
-            auto sur = [&](FenetreVoile* f) { return f->ecran() == ecran; };
-            if (std::count_if(fenetres.begin(), fenetres.end(), sur) != 1) return false;
+        QList<QScreen*> restants = QGuiApplication::screens();
+        for (FenetreVoile* f : voile_->fenetres()) {
             XWindowAttributes a{};
-            XGetWindowAttributes(
-                autre, (*std::find_if(fenetres.begin(), fenetres.end(), sur))->winId(), &a);
-            if (QRect(a.x, a.y, a.width, a.height) != ecran->geometry() || !a.override_redirect ||
-                a.map_state != IsViewable)
+            XGetWindowAttributes(autre, f->winId(), &a);
+            // A live screen, not yet covered, before its geometry is read.
+            if (!restants.removeOne(f->ecran()) ||
+                QRect(a.x, a.y, a.width, a.height) != f->ecran()->geometry() ||
+                !a.override_redirect || a.map_state != IsViewable)
                 return false;
         }
-        return true;
+        return restants.isEmpty() && exposees();
     }
     // What another program gets when it tries to grab the keyboard, then the pointer.
     std::pair<int, int> saisir() {
@@ -161,8 +158,9 @@ TEST_F(VoileX11, UneFenetreParEcranMemeQuandLesEcransChangentRefaitesPourUnAutre
     EXPECT_EQ(v.fenetres(), avant);
     ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
 
-    // A screen comes, another goes.
     xrandr({"--setmonitor", "C", "1024/271x768/203+1366+0", "none"});
+    ASSERT_TRUE(attendreQue([&] { return nomsDesEcrans() == QStringList{"A", "B", "C"}; }));
+    ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
     xrandr({"--delmonitor", "B"});
     ASSERT_TRUE(attendreQue([&] { return nomsDesEcrans() == QStringList{"A", "C"}; }));
     ASSERT_TRUE(attendreQue([&] { return couvreLesEcrans(); }));
