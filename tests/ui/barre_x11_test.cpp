@@ -92,17 +92,14 @@ protected:
             }
         ADD_FAILURE() << "no entry " << debut.toStdString();
     }
-    static std::vector<std::string> titres(const QMenu& menu) {
-        std::vector<std::string> t;
+    // The menu on screen says what the model says, entry for entry.
+    void commeLeModele(const QMenu& menu) {
+        std::vector<std::string> vus, attendus;
         for (QAction* action : menu.actions())
-            if (!action->isSeparator()) t.push_back(action->text().toStdString());
-        return t;
-    }
-    static std::vector<std::string> titresDuModele(const EtatBarre& etat) {
-        std::vector<std::string> t;
-        for (const EntreeMenu& e : menuBarre(etat))
-            if (!e.separateur()) t.push_back(e.titre);
-        return t;
+            if (!action->isSeparator()) vus.push_back(action->text().toStdString());
+        for (const EntreeMenu& e : menuBarre(actions.etat))
+            if (!e.separateur()) attendus.push_back(e.titre);
+        EXPECT_EQ(vus, attendus);
     }
 
     Display* autre = nullptr;
@@ -128,7 +125,6 @@ TEST_F(BarreX11, SansZoneDeNotificationLaBarreLeDitUneFoisRedessineSeulementCeQu
     actions.etat.resteSecondes = 2700;
     actions.quand();
     EXPECT_EQ(barre.dessins(), dessins + 1);
-    EXPECT_EQ(barre.dernierTitre(), iconeBarre(actions.etat).cle());
     EXPECT_EQ(barre.icone().toolTip(), QStringLiteral("Tavi Home · 45 min"));
 
     demarrerHote();
@@ -145,7 +141,7 @@ TEST_F(BarreX11, UnClicOuvreLeMenuDuMomentEtSesEntreesMenentAuxOperations) {
     ASSERT_TRUE(attendreQue([&] { return incrustee(barre); }));
     cliquer(barre.icone().geometry());
     ASSERT_TRUE(attendreQue([&] { return barre.menu().isVisible(); }));
-    EXPECT_EQ(titres(barre.menu()), titresDuModele(actions.etat));
+    commeLeModele(barre.menu());
     cliquer(barre.menu(), "Relier");
     EXPECT_TRUE(attendreQue([&] { return accueils == 1; }));
 
@@ -156,12 +152,10 @@ TEST_F(BarreX11, UnClicOuvreLeMenuDuMomentEtSesEntreesMenentAuxOperations) {
     ASSERT_TRUE(attendreQue([&] { return !barre.menu().isVisible(); }));
     cliquer(barre.icone().geometry());
     ASSERT_TRUE(attendreQue([&] { return barre.menu().isVisible(); }));
-    EXPECT_EQ(titres(barre.menu()), titresDuModele(actions.etat));
+    commeLeModele(barre.menu());
 
     cliquer(barre.menu(), QStringLiteral("🙋"));
-    QMenu* demander = nullptr;
-    for (QAction* action : barre.menu().actions())
-        if (action->menu() && action->text().contains("Demander")) demander = action->menu();
+    QMenu* demander = barre.menu().findChild<QMenu*>(); // the only submenu without a piggy bank
     ASSERT_TRUE(demander);
     ASSERT_TRUE(attendreQue([&] { return demander->isVisible(); }));
     cliquer(*demander, "15");
@@ -192,9 +186,7 @@ TEST(IconeBarre, LeBadgeALaTailleEtLaDensiteDemandeesEtMontreLeTempsRestant) {
     const QImage image = dessinerIconeBarre(sablier, 22, 2);
     EXPECT_EQ(image.size(), QSize(44, 44));
     EXPECT_EQ(image.devicePixelRatio(), 2);
-    EXPECT_NE(image.pixelColor(22, 22).alpha(), 0);
     EXPECT_NE(image, dessinerIconeBarre({IconeBarre::Symbole::sablier, "46 min"}, 22, 2));
-    EXPECT_EQ(iconeQt(sablier).availableSizes().size(), 5);
 }
 
 struct FauxAccueil : ActionsAccueil {
@@ -203,7 +195,6 @@ struct FauxAccueil : ActionsAccueil {
     std::optional<Consigne> consigne() const override {
         Consigne c; // every report on: the tallest panel
         c.rapportApplis = c.historiqueSites = Interrupteur{true};
-        c.filtreWeb = FiltreJSON{true, {}, {}};
         return c;
     }
     std::string prenom() const override { return "Léa"; }

@@ -5,7 +5,6 @@
 
 #include <QDateTime>
 #include <QTimeZone>
-#include <array>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
@@ -57,11 +56,9 @@ TEST(ContenuVoile, LEmojiVientDeLaCauseSinonDesMotsDuTitre) {
 
 TEST(ContenuVoile, LeTitreNommeLOrdinateurOuLAppliEtLaPastilleLaRegle) {
     const auto pause = contenu(MotifVoile::pause(regle("pause_famille")));
-    EXPECT_EQ(pause.titre, "Ton ordinateur fait la sieste");
-    EXPECT_EQ(pause.badge, "Pause famille");
+    EXPECT_EQ(pause.titre + " · " + pause.badge, "Ton ordinateur fait la sieste · Pause famille");
     const auto appli = contenu(MotifVoile::appli("Minecraft", regle("limite_appli", "Jeux", 1)));
-    EXPECT_EQ(appli.titre, "Minecraft fait la sieste");
-    EXPECT_EQ(appli.badge, "Limite : Jeux");
+    EXPECT_EQ(appli.titre + " · " + appli.badge, "Minecraft fait la sieste · Limite : Jeux");
 
     // What the server or a desktop entry names is drawn only in part past a bound.
     EtatVoile bavard;
@@ -77,20 +74,17 @@ TEST(ContenuVoile, LeTitreNommeLOrdinateurOuLAppliEtLaPastilleLaRegle) {
 TEST(ContenuVoile, LaLigneDeReveilSuitLaCauseEtLeJourDeLaFin) {
     test::FuseauFixe fuseau("Europe/Paris");
     const std::int64_t tard = paris(14, 23, 30);
-    const std::optional<std::string> aucune;
     const std::tuple<RegleMac, std::int64_t, std::optional<std::string>> cas[] = {
         {regle("navigateur", "", paris(15, 7, 0)), 0, TextesPlateforme::navigateurIllisible()},
         {regle("automatisation"), 0, TextesPlateforme::lectureRefusee()},
         {regle("site"), 0, "Tes parents ont mis ce site en sieste."},
-        {regle("limite"), 0, aucune}, // no end: nothing, even for a limit
+        {regle("limite"), 0, std::nullopt}, // no end: nothing, even for a limit
         {regle("limite", "", paris(15, 0, 0)), 0,
          "Ta limite du jour est atteinte. Il se réveille demain."},
         {regle("limite_appli", "Jeux", paris(15, 0, 0)), 0,
          "Ta limite pour cette appli est atteinte. Elle se réveille demain."},
-        {regle("horaire", "Au lit"), 0, aucune},
         {regle("horaire", "Au lit", paris(14, 19, 30)), 0, "Il se réveille à 19:30"},
         {regle("horaire", "Au lit", paris(15, 7, 30)), 0, "Il se réveille demain à 07:30"},
-        {regle("horaire", "Vacances", paris(20, 9, 5)), 0, "Il se réveille demain à 09:05"},
         // 23:30 and 00:30 in Paris are the same day in UTC: the day is the local one.
         {regle("horaire", "Au lit", paris(15, 0, 30)), tard, "Il se réveille demain à 00:30"},
     };
@@ -118,28 +112,20 @@ TEST(ContenuVoile, LesBoutonsSelonLeMotifLaTirelireEtLesChoix) {
         e.tirelireMin = minutes;
         return contenu(motif, e).suite;
     };
-    ASSERT_EQ(tirelire(pause, 1.9).size(), 1u);
-    EXPECT_EQ(tirelire(pause, 1.9)[0].minutes, 1);
+    EXPECT_EQ(tirelire(pause, 1.9).at(0).minutes, 1);
     for (double sansTirelire : {0.5, std::nan(""), std::numeric_limits<double>::infinity()})
         EXPECT_TRUE(tirelire(pause, sansTirelire).empty()) << sansTirelire;
     EXPECT_TRUE(tirelire(appli, 30).empty());
     EXPECT_TRUE(tirelire(MotifVoile::pause(regle("coupee")), 30).empty());
 
-    // The choices: three durations, held while a request is under way; no cancel.
-    etat.choixTemps = true;
+    // The choices: three durations, held while a request is under way; asking itself never is.
+    etat.choixTemps = etat.envoi = true;
     etat.tirelireMin = 5;
     c = contenu(pause, etat);
-    EXPECT_EQ(c.question, "Combien de temps ?");
     ASSERT_EQ(c.rangee.size(), 3u);
-    for (std::size_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(c.rangee[i].minutes, (std::array{10, 15, 30}[i]));
-        EXPECT_FALSE(c.rangee[i].desactive);
-    }
-    etat.envoi = true;
-    c = contenu(pause, etat);
     EXPECT_TRUE(c.rangee[0].desactive && c.rangee[2].desactive && c.suite[0].desactive);
     etat.choixTemps = false;
-    EXPECT_FALSE(contenu(pause, etat).rangee[0].desactive) << "asking is never held";
+    EXPECT_FALSE(contenu(pause, etat).rangee[0].desactive);
 }
 
 TEST(Lisible, DureesHeuresEtEspacesInsecables) {

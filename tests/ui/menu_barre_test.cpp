@@ -3,7 +3,6 @@
 #include "ui/menu_barre.h"
 #include "ui/textes_plateforme.h"
 
-#include <array>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
@@ -30,13 +29,6 @@ RegleMac dodo(std::string titre) {
     return r;
 }
 
-std::vector<std::string> titres(const std::vector<EntreeMenu>& menu) {
-    std::vector<std::string> t;
-    for (const auto& e : menu)
-        t.push_back(e.titre);
-    return t;
-}
-
 const EntreeMenu* trouver(const std::vector<EntreeMenu>& menu, std::string_view debut) {
     for (const auto& e : menu)
         if (e.titre.starts_with(debut)) return &e;
@@ -46,32 +38,23 @@ const EntreeMenu* trouver(const std::vector<EntreeMenu>& menu, std::string_view 
 TEST(MenuBarre, NonRelieOuRelieAvecUneLimiteDansLOrdreEtSansQuitter) {
     const auto seul = menuBarre(EtatBarre{});
     ASSERT_EQ(seul.size(), 2u);
-    EXPECT_FALSE(seul[0].actif);
     EXPECT_EQ(seul[1].action, A::accueil);
-    EXPECT_EQ(iconeBarre(EtatBarre{}), (IconeBarre{S::relier, ""}));
 
     EtatBarre e = relie();
     e.resteSecondes = 45 * 60;
-    const auto menu = menuBarre(e);
-    EXPECT_EQ(titres(menu),
-              (std::vector<std::string>{"Tavi Home · Léa", "⏳ Il te reste 45 min aujourd'hui", "",
-                                        "🙋 Demander du temps", "",
-                                        "Ce que tes parents peuvent voir", "Version 1.2.3"}));
+    e.message = "C'est envoyé !";
+    e.agentActif = false;
+    std::string titres;
+    for (const auto& entree : menuBarre(e))
+        titres += entree.titre + (entree.actif ? "|" : "/");
     // The status line is drawn in full ink: a disabled entry would be faded grey.
-    EXPECT_TRUE(!menu[0].actif && menu[1].actif && !menu[6].actif);
-    EXPECT_EQ(menu[5].action, A::ceQueVoient);
-    const auto& demander = menu[3].sousMenu;
-    ASSERT_EQ(demander.size(), 3u);
-    for (std::size_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(demander[i].minutes, (std::array{10, 15, 30}[i]));
-        EXPECT_EQ(demander[i].action, A::demander);
-        EXPECT_TRUE(demander[i].actif);
-    }
-    EXPECT_EQ(iconeBarre(e), (IconeBarre{S::sablier, "45 min"}));
-
+    EXPECT_EQ(titres,
+              std::string("Tavi Home · Léa/⏳ Il te reste 45 min aujourd'hui|/🙋 Demander du temps|"
+                          "C'est envoyé !//Ce que tes parents peuvent voir|⚠️ ") +
+                  TextesPlateforme::laisserOuvrir() + "|Version 1.2.3/");
+    EXPECT_EQ(trouver(menuBarre(e), "⚠️")->action, A::reglages);
     e.resteSecondes.reset();
     EXPECT_EQ(menuBarre(e)[1].titre, "🟢 Pas de limite aujourd'hui");
-    EXPECT_EQ(iconeBarre(e).symbole, S::etincelles);
 }
 
 TEST(MenuBarre, EndormiLeTitreDeLaRegleEtDemanderResteOuvert) {
@@ -83,13 +66,12 @@ TEST(MenuBarre, EndormiLeTitreDeLaRegleEtDemanderResteOuvert) {
     EXPECT_TRUE(menu[1].actif);
     EXPECT_TRUE(trouver(menu, "🙋")->sousMenu[0].actif);
     EXPECT_EQ(iconeBarre(e), (IconeBarre{S::dodo, "Au lit"}));
-    EXPECT_EQ(iconeBarre(e).cle(), "moon.zzz.fill|Au lit");
 
     // A hostile title is drawn cut, never whole.
     e.regle = dodo(std::string(5000, 'x'));
+    e.prenom = std::string(5000, 'y');
     EXPECT_LT(iconeBarre(e).texte.size(), 200u);
     EXPECT_LT(menuBarre(e)[1].titre.size(), 200u);
-    e.prenom = std::string(5000, 'y');
     EXPECT_LT(menuBarre(e)[0].titre.size(), 200u);
 }
 
@@ -106,30 +88,13 @@ TEST(MenuBarre, LaTirelireOffreCeQuElleContientEtToutSonEntier) {
         const EntreeMenu* tirelire = trouver(menu, "⭐");
         ASSERT_EQ(tirelire != nullptr, !offerts.empty()) << minutes;
         if (!tirelire) continue;
-        const auto tout = std::to_string(offerts.back());
-        EXPECT_EQ(tirelire->titre, "⭐ Ma tirelire : " + tout + " min");
         std::vector<int> obtenus;
         for (const auto& s : tirelire->sousMenu) {
             obtenus.push_back(s.minutes);
             EXPECT_EQ(s.action, A::tirelire);
         }
         EXPECT_EQ(obtenus, offerts) << minutes;
-        EXPECT_EQ(tirelire->sousMenu.back().titre, "Tout utiliser (" + tout + " min)");
     }
-}
-
-TEST(MenuBarre, UnMessageEtLAgentDeConnexionCoupeAjoutentLeursEntrees) {
-    EtatBarre e = relie();
-    e.message = "C'est envoyé ! Tes parents vont répondre.";
-    e.agentActif = false;
-    const auto menu = menuBarre(e);
-    ASSERT_TRUE(trouver(menu, "C'est envoyé"));
-    EXPECT_FALSE(trouver(menu, "C'est envoyé")->actif);
-    const EntreeMenu* reglages = trouver(menu, "⚠️ ");
-    ASSERT_TRUE(reglages);
-    EXPECT_EQ(reglages->titre, std::string("⚠️ ") + TextesPlateforme::laisserOuvrir());
-    EXPECT_EQ(reglages->action, A::reglages);
-    EXPECT_EQ(menu.back().titre, "Version 1.2.3");
 }
 
 TEST(TexteBadge, MinutesJusquA99PuisHeuresEtMinutesCommeLeMenu) {
