@@ -46,13 +46,6 @@ protected:
         }
         return nullptr;
     }
-    // SIGTERM, and how long the agent took to end.
-    static std::pair<int, std::chrono::milliseconds> arreter(test::Processus& p) {
-        const auto debut = std::chrono::steady_clock::now();
-        const int statut = p.arreter();
-        return {statut, std::chrono::duration_cast<std::chrono::milliseconds>(
-                            std::chrono::steady_clock::now() - debut)};
-    }
 
     test::FamilleLocale famille;
 };
@@ -65,7 +58,7 @@ TEST_F(TaviHomeSansInterface, RejointPublieSonEtatEtSignaleSonArret) {
     // Unpaired, SIGTERM ends it at once; its first line says it is not paired.
     auto p = agent();
     EXPECT_EQ(attendreLigne(*p, [](const json&) { return true; })["relie"], false);
-    EXPECT_EQ(arreter(*p).first, 0);
+    EXPECT_EQ(p->arreter(), 0);
 
     const std::string code = famille.code();
     test::Sortie s = tavi({"rejoindre", code});
@@ -85,10 +78,11 @@ TEST_F(TaviHomeSansInterface, RejointPublieSonEtatEtSignaleSonArret) {
               std::string::npos)
         << texteEntree;
 
-    // Started again, it runs paired, and its stop reaches the parents.
+    // Started again, it runs paired: a family pause reaches it, and then its stop the parents.
     p = agent();
-    ASSERT_FALSE(attendreLigne(*p, [](const json& e) { return e["relie"] == true; }).is_null());
-    EXPECT_EQ(arreter(*p).first, 0);
+    famille.commande1({"pause", "Léa", "15"});
+    ASSERT_FALSE(attendreLigne(*p, [](const json& e) { return e["voile"].is_object(); }).is_null());
+    EXPECT_EQ(p->arreter(), 0);
     const json rapport =
         json::parse(test::lignes(famille.commande({"rapport", "Léa"}).out).at(1), nullptr, false);
     EXPECT_EQ(rapport["ordinateur"].value("pourquoi", ""), "arrêt signalé") << rapport;
@@ -134,10 +128,10 @@ TEST_F(TaviHomeSansInterface, UnServeurMuetNeRetientPasLArretAuDelaDeQuatreSecon
         std::lock_guard garde(verrou);
         return !recues.empty();
     }));
-    const auto [statut, duree] = arreter(*p);
-    EXPECT_EQ(statut, 0);
+    const auto debut = std::chrono::steady_clock::now();
+    EXPECT_EQ(p->arreter(), 0);
     // Not a speed: without its own bound the report would hold the agent for libcurl's 20 s.
-    EXPECT_LT(duree, std::chrono::seconds(10));
+    EXPECT_LT(std::chrono::steady_clock::now() - debut, std::chrono::seconds(10));
     std::lock_guard garde(verrou);
     ASSERT_EQ(recues.size(), 2u) << "the stop report was not sent";
     EXPECT_NE(recues[1].find("POST /api/enfant/battement"), std::string::npos) << recues[1];
