@@ -57,10 +57,10 @@ protected:
     void repondre(const json& consigne) {
         transport->parDefaut = [consigne](const auto&) { return FauxTransport::ok(consigne); };
     }
-    void construire() {
-        moteur = std::make_unique<Moteur>(Plateforme{horloges, reglages, coffre, boucle, transport,
-                                                     session, bureau, navigation, applications,
-                                                     categories, systeme, demarrage, nullptr});
+    void construire(Notifications* notifications = nullptr) {
+        moteur = std::make_unique<Moteur>(
+            Plateforme{horloges, reglages, coffre, boucle, transport, session, bureau, navigation,
+                       applications, categories, systeme, demarrage, nullptr, notifications});
     }
     void demarrer() {
         if (!moteur) construire();

@@ -6,11 +6,6 @@ using namespace tavi::test;
 
 TEST_F(BancMoteur, AvertitAvantLaSiesteDeLOrdinateurOuDeLAppliUneFoisACinqEtAUneMinute) {
     FaussesNotifications notifications;
-    const auto construireAvertie = [&] {
-        moteur = std::make_unique<Moteur>(
-            Plateforme{horloges, reglages, coffre, boucle, transport, session, bureau, navigation,
-                       applications, categories, systeme, demarrage, nullptr, &notifications});
-    };
     // 7 minutes left today, and the game in front with 10 minutes a day.
     relier();
     json consigne = limiteJeux(10);
@@ -18,7 +13,7 @@ TEST_F(BancMoteur, AvertitAvantLaSiesteDeLOrdinateurOuDeLAppliUneFoisACinqEtAUne
     transport->enFile(cheminBattement, FauxTransport::ok(consigne));
     transport->parDefaut = [](const auto&) { return FauxTransport::statut(500); };
     bureau.activer({"jeu", std::nullopt, "Jeu", 10});
-    construireAvertie();
+    construire(&notifications);
     demarrer();
     secondes(125);
     ASSERT_EQ(notifications.envoyees.size(), 1u);
@@ -26,7 +21,7 @@ TEST_F(BancMoteur, AvertitAvantLaSiesteDeLOrdinateurOuDeLAppliUneFoisACinqEtAUne
 
     // Started again within the same minutes, it does not say it again.
     moteur.reset();
-    construireAvertie();
+    construire(&notifications);
     demarrer();
     secondes(400);
     std::vector<std::string> textes;

@@ -43,10 +43,6 @@ TEST_F(BancMoteur, UnTicCompteEvalueEtBatToutesLesTrenteSecondesDepuisLeDebutDuP
     boucle.terminerArrierePlan();
     secondes(1);
     EXPECT_EQ(battements().size(), 4u);
-    secondes(3);
-    moteur->auReveil();
-    secondes(1);
-    EXPECT_EQ(battements().size(), 5u) << "a wake beats at the next tick";
 }
 
 TEST_F(BancMoteur, DeuxRefusDeSuiteOublientLeJumelageEtLeVoileTombeAussitot) {

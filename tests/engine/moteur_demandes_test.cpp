@@ -62,13 +62,10 @@ TEST_F(BancMoteur, RejoindreEcritLeJumelageEnregistreLAgentEtBatMemeAvecUnTrouss
     moteur->rejoindre("123456", noter);
     boucle.terminerArrierePlan();
     ASSERT_TRUE(issue && *issue);
-    EXPECT_EQ(transport->requetes(rejoindre).back().corps["nom"], "poste-du-salon");
     EXPECT_TRUE(moteur->relie());
-    EXPECT_EQ(reglages.texte("prenom"), "Lina");
     EXPECT_EQ(reglages.texte("ordinateur_id"), "ordi-7");
     EXPECT_EQ(demarrage.enregistrements, 1);
-    ASSERT_EQ(battements().size(), 1u);
-    EXPECT_EQ(battements()[0]["actif"], true);
+    EXPECT_EQ(battements().size(), 1u);
     EXPECT_TRUE(voile().affiche()) << "the rule set is in force once pairing is done";
     EXPECT_TRUE(moteur->jetonEnAttente());
     EXPECT_EQ(moteur->messageVoile(),

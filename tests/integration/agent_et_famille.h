@@ -6,6 +6,7 @@
 #include "platform/memoire/coffre_memoire.h"
 #include "platform/qt/boucle_qt.h"
 #include "platform/sqlite/reglages_sqlite.h"
+#include "support/application_qt.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -30,6 +31,13 @@ protected:
     }
 
     Moteur& moteur() { return agent->moteur(); }
+    // Pairs the engine with Léa's code, as the welcome window does.
+    void relier() {
+        std::optional<ResultatApi<Rejoindre>> reponse;
+        moteur().rejoindre(famille.code(), [&](ResultatApi<Rejoindre> r) { reponse = r; });
+        ASSERT_TRUE(attendreQue([&] { return reponse.has_value(); }));
+        ASSERT_TRUE(*reponse) << decrire(reponse->error());
+    }
 
     FamilleLocale famille;
     DossierTemporaire dossier;

@@ -34,12 +34,6 @@ protected:
         QCoreApplication::sendEvent(QCoreApplication::instance(), &quitter);
         return !quitter.isAccepted();
     }
-    void relier() {
-        std::optional<ResultatApi<Rejoindre>> reponse;
-        moteur().rejoindre(famille.code(), [&](ResultatApi<Rejoindre> r) { reponse = r; });
-        ASSERT_TRUE(test::attendreQue([&] { return reponse.has_value(); }));
-        ASSERT_TRUE(*reponse);
-    }
 
     FaussesCopies copies;
     Alimentation alimentation;

@@ -18,12 +18,8 @@ class MoteurEtFamille : public test::AgentEtFamille {
 protected:
     void SetUp() override {
         AgentEtFamille::SetUp();
-        if (HasFatalFailure()) return;
-        std::optional<ResultatApi<Rejoindre>> reponse;
-        moteur().rejoindre(famille.code(), [&](ResultatApi<Rejoindre> r) { reponse = r; });
-        ASSERT_TRUE(test::attendreQue([&] { return reponse.has_value(); }));
-        ASSERT_TRUE(*reponse) << decrire(reponse->error());
-        ASSERT_TRUE(moteur().consigne().has_value());
+        if (!HasFatalFailure()) relier();
+        if (!HasFatalFailure()) ASSERT_TRUE(moteur().consigne().has_value());
     }
 
     json etat() { return json::parse(etatPublie(moteur()).dump()); }
@@ -39,18 +35,13 @@ TEST_F(MoteurEtFamille, UnePauseDesParentsVoileLOrdinateurEnUnBattementEtSeLeveA
     std::ostringstream sortie;
     SortieEtat lignes(moteur(), sortie);
     moteur().evaluer();
-    json e = etat();
-    EXPECT_EQ(e["relie"], true);
-    EXPECT_EQ(e["voile"], nullptr);
-    EXPECT_EQ(e["reste_secondes"], 90 * 60) << e;
+    EXPECT_EQ(etat()["reste_secondes"], 90 * 60);
 
     famille.commande1({"pause", "Léa", "15", "--titre", "Goûter"});
     battre();
-    e = etat();
+    const json e = etat();
     EXPECT_EQ(e["voile"], json({{"motif", "pause"}, {"nom", nullptr}, {"cause", "pause_famille"}}));
-    ASSERT_TRUE(e["regle"].is_object()) << e;
-    EXPECT_EQ(e["regle"]["bloquer_tout"], true);
-    EXPECT_EQ(e["regle"]["titre"], "Goûter");
+    EXPECT_EQ(e["regle"]["titre"], "Goûter") << e;
 
     // Lifted on the parents' side, gone with the ticking engine's next heartbeat, which a wake
     // brings forward to the next tick.
@@ -64,9 +55,6 @@ TEST_F(MoteurEtFamille, UnePauseDesParentsVoileLOrdinateurEnUnBattementEtSeLeveA
     ASSERT_GE(l.size(), 3u) << sortie.str();
     for (std::size_t i = 1; i < l.size(); ++i)
         EXPECT_NE(l[i], l[i - 1]) << sortie.str();
-    EXPECT_NE(sortie.str().find(R"("voile":{"motif":"pause","nom":null,"cause":"pause_famille"})"),
-              std::string::npos)
-        << sortie.str();
     EXPECT_EQ(json::parse(l.back())["voile"], nullptr);
 }
 

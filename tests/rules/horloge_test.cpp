@@ -97,7 +97,7 @@ TEST_F(HorlogeServeur, UnEchantillonDUnAutreDemarrageOuDUneMonotoneEnAvanceEstRe
     EXPECT_EQ(maintenant(), t0 + 3'001'250);
 }
 
-TEST_F(HorlogeServeur, ApresUnRedemarrageCEstLHeureMuraleCorrigeeDeLEcartConnu) {
+TEST_F(HorlogeServeur, HorsDeSonDemarrageLEchantillonCorrigeLHeureMuraleDedansIlLIgnore) {
     noterAvec(t0 + 42'000, 400);
     const auto ecart = 42'200;
 
@@ -110,9 +110,9 @@ TEST_F(HorlogeServeur, ApresUnRedemarrageCEstLHeureMuraleCorrigeeDeLEcartConnu) 
     horloges.identite = 4242;
     horloges.mono = 1'000;
     EXPECT_EQ(maintenant(), horloges.murale + ecart);
-}
 
-TEST_F(HorlogeServeur, LEchantillonIgnoreLHeureMuraleEtSurvitAuRedemarrageDeLAgent) {
+    // On the sample's own boot the wall clock plays no part, even across the agent's restart.
+    horloges.mono = 1'000'000;
     noterAvec(t0, 200);
     horloges.avancer(minute);
     const auto avant = maintenant();

@@ -23,17 +23,5 @@ TEST(TitreAffiche, UneCauseConnueAnnonceSonTexteEtLesAutresMontrentLeurTitreOuPa
     EXPECT_EQ(avecCause("Limite", "Devoirs").titreAffiche(), "Devoirs");
 }
 
-TEST(Fusion, LesBlocagesSAdditionnentEtLaFinLaPlusTardiveGagne) {
-    RegleMac a{false, {"a", "b"}, {"jeux"}, "moment", "Devoirs", 0};
-    RegleMac b{false, {"b", "c"}, {"videos"}, "gage", "B", 5000};
-    EXPECT_EQ(a.fusion(b),
-              (RegleMac{false, {"a", "b", "c"}, {"jeux", "videos"}, "moment", "Devoirs", 5000}));
-    EXPECT_EQ(b.fusion(a).fin, 5000);
-    // Both total: the receiver keeps its message (a total block over a partial one brings its
-    // own, which the schedule's merges check).
-    a.bloquerTout = true;
-    EXPECT_EQ(a.fusion(RegleMac{true, {}, {}, "pause_famille", "", 0}).titre, "Devoirs");
-}
-
 } // namespace
 } // namespace tavi
