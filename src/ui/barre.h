@@ -40,7 +40,6 @@ public:
     QSystemTrayIcon& icone() { return *icone_; }
     QMenu& menu() { return menu_; }
     // The key of the icon last drawn, and how many times it was drawn.
-    const std::string& dernierTitre() const { return dernierTitre_; }
     int dessins() const { return dessins_; }
     // The message window, once a message was shown.
     QMessageBox* boiteMessage() const { return boite_.get(); }

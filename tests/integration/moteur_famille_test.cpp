@@ -19,7 +19,9 @@ protected:
     void SetUp() override {
         AgentEtFamille::SetUp();
         if (!HasFatalFailure()) relier();
-        if (!HasFatalFailure()) ASSERT_TRUE(moteur().consigne().has_value());
+        if (!HasFatalFailure()) {
+            ASSERT_TRUE(moteur().consigne().has_value());
+        }
     }
 
     json etat() { return json::parse(etatPublie(moteur()).dump()); }
