@@ -78,7 +78,8 @@ std::optional<double> Moteur::resteSecondes() const {
 void Moteur::demarrer() {
     minuteurs_.push_back(
         p.boucle.repeter(std::chrono::seconds(1), [this] { sansArret("tic", [this] { tic(); }); }));
-    activation_ = p.bureau.observerActivation([this](const Application&) { verifierAppliActive(); });
+    activation_ =
+        p.bureau.observerActivation([this](const Application&) { verifierAppliActive(); });
     lireJeton();
     lireEtatAgent();
     tic();

@@ -98,8 +98,8 @@ public:
 
     // Web filter.
     void verifierNavigateurs(double dt);
-    void appliquerLectures(const std::vector<LectureNavigateur>& lectures, bool filtre,
-                           bool histo, const FiltreJSON& f, double dt);
+    void appliquerLectures(const std::vector<LectureNavigateur>& lectures, bool filtre, bool histo,
+                           const FiltreJSON& f, double dt);
     void signalerSite(const std::string& domaine);
 
     // Something the child did to the agent that the parents must hear of (a veil put back, a

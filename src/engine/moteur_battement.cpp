@@ -105,10 +105,10 @@ void Moteur::envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
     auto envoi = std::make_shared<Envoi>();
     envoi->generation = generation;
     nlohmann::json& corps = envoi->corps;
-    corps = clesFixesBattement(p.systeme, version(),
-                               EtatAgent{agentActif_, !consigne_, refusAutomatisation_.empty(),
-                                         compteur_.secondesDuJour(), p.horloges.demarrage(),
-                                         lanceMs_});
+    corps =
+        clesFixesBattement(p.systeme, version(),
+                           EtatAgent{agentActif_, !consigne_, refusAutomatisation_.empty(),
+                                     compteur_.secondesDuJour(), p.horloges.demarrage(), lanceMs_});
 
     // A history the parents did not ask for is dropped, not kept.
     if (!consigne_ || !estActif(consigne_->historiqueSites)) {
