@@ -64,14 +64,23 @@ def marques_gardien(rapport):
     return absences, relances
 
 
+def present(etat, pid):
+    """Whether `tavi-gardien etat` shows `pid` as an agent holding its presence."""
+    if isinstance(etat, dict):
+        if etat.get("pid") == pid and etat.get("presence") is True:
+            return True
+        return any(present(v, pid) for v in etat.values())
+    return isinstance(etat, list) and any(present(v, pid) for v in etat)
+
+
 class GardienEnfant(unittest.TestCase):
     scene = None
 
     @classmethod
     def setUpClass(cls):
         cls.scene = Scene(BUILD)
+        cls.scene.monter()
         try:
-            cls.scene.monter()
             # A pause already decided: the first heartbeat of each agent brings it, the veil
             # stays up for the whole run.
             cls.scene.famille("pause", "Léa", "15")
@@ -98,7 +107,7 @@ class GardienEnfant(unittest.TestCase):
 
     def _present(self):
         agents = [a for a in self.scene.agents() if etat_processus(a) not in ("T", "t", "Z")]
-        if agents and str(agents[-1]) in json.dumps(self.scene.etat()):
+        if agents and present(self.scene.etat(), agents[-1]):
             return agents[-1]
         return None
 
