@@ -1,6 +1,7 @@
 #include "app/agent_linux.h"
 
 #include "commun/journal.h"
+#include "platform/linux/demarrage_gardien.h"
 #include "platform/linux/demarrage_linux.h"
 #include "platform/linux/dossiers_linux.h"
 #include "platform/linux/environnement_xdg.h"
@@ -82,10 +83,13 @@ std::unique_ptr<ReglagesSqlite> reglagesDeSession() {
     return std::make_unique<ReglagesSqlite>(ReglagesSqlite::enMemoire);
 }
 
-std::unique_ptr<Demarrage> demarrageDeSession(std::optional<std::filesystem::path> executable) {
+std::unique_ptr<Demarrage> demarrageDeSession(std::optional<std::filesystem::path> executable,
+                                              bool sousGardien) {
     OptionsDemarrage options = DemarrageLinux::duProcessus().options();
     if (executable) options.executable = std::move(*executable);
-    return std::make_unique<DemarrageLinux>(std::move(options));
+    auto demarrage = std::make_unique<DemarrageLinux>(std::move(options));
+    if (sousGardien) return std::make_unique<DemarrageGardien>(std::move(demarrage));
+    return demarrage;
 }
 
 } // namespace
@@ -99,7 +103,8 @@ AgentDeSession::AgentDeSession(Boucle& boucle, std::optional<std::filesystem::pa
                                FabriqueVoile fabriqueVoile, LienServeur lien)
     : boucle_(boucle), relais_(lien.relais), reglages_(reglagesDeSession()),
       coffre_(std::make_unique<CoffreSuivi>()),
-      demarrage_(std::make_unique<DemarrageSuivi>(demarrageDeSession(std::move(executableAgent)))),
+      demarrage_(std::make_unique<DemarrageSuivi>(
+          demarrageDeSession(std::move(executableAgent), relais_.has_value()))),
       agent_(std::make_unique<AgentLinux>(boucle, *reglages_, *coffre_, *demarrage_,
                                           std::move(fabriqueVoile), std::move(lien))) {}
 
