@@ -1,10 +1,10 @@
 #include "app/agent_linux.h"
 
 #include "commun/journal.h"
+#include "platform/linux/demarrage_gardien.h"
 #include "platform/linux/demarrage_linux.h"
 #include "platform/linux/dossiers_linux.h"
 #include "platform/linux/environnement_xdg.h"
-#include "server/transport_curl.h"
 
 #include <atomic>
 #include <chrono>
@@ -13,7 +13,7 @@
 namespace tavi {
 
 AgentLinux::AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demarrage& demarrage,
-                       FabriqueVoile fabriqueVoile)
+                       FabriqueVoile fabriqueVoile, LienServeur lien)
     : observation_(boucle, EnvironnementXdg::duProcessus()),
       notifications_(observation_.busDeSession()) {
     moteur_ = std::make_unique<Moteur>(Plateforme{
@@ -21,7 +21,7 @@ AgentLinux::AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demar
         .reglages = reglages,
         .coffre = coffre,
         .boucle = boucle,
-        .transport = std::make_shared<TransportCurl>(),
+        .transport = std::move(lien.transport),
         .session = observation_.session(),
         .bureau = observation_.bureau(),
         .navigation = observation_.navigation(),
@@ -31,6 +31,7 @@ AgentLinux::AgentLinux(Boucle& boucle, Reglages& reglages, Coffre& coffre, Demar
         .demarrage = demarrage,
         .fabriqueVoile = std::move(fabriqueVoile),
         .notifications = &notifications_,
+        .base = std::move(lien.base),
     });
 }
 
@@ -82,20 +83,30 @@ std::unique_ptr<ReglagesSqlite> reglagesDeSession() {
     return std::make_unique<ReglagesSqlite>(ReglagesSqlite::enMemoire);
 }
 
-std::unique_ptr<Demarrage> demarrageDeSession(std::optional<std::filesystem::path> executable) {
+std::unique_ptr<Demarrage> demarrageDeSession(std::optional<std::filesystem::path> executable,
+                                              bool sousGardien) {
     OptionsDemarrage options = DemarrageLinux::duProcessus().options();
     if (executable) options.executable = std::move(*executable);
-    return std::make_unique<DemarrageLinux>(std::move(options));
+    auto demarrage = std::make_unique<DemarrageLinux>(std::move(options));
+    if (sousGardien) return std::make_unique<DemarrageGardien>(std::move(demarrage));
+    return demarrage;
 }
 
 } // namespace
 
 AgentDeSession::AgentDeSession(Boucle& boucle, std::optional<std::filesystem::path> executableAgent,
                                FabriqueVoile fabriqueVoile)
-    : boucle_(boucle), reglages_(reglagesDeSession()), coffre_(std::make_unique<CoffreSuivi>()),
-      demarrage_(std::make_unique<DemarrageSuivi>(demarrageDeSession(std::move(executableAgent)))),
+    : AgentDeSession(boucle, std::move(executableAgent), std::move(fabriqueVoile),
+                     LienServeur::deCeProcessus()) {}
+
+AgentDeSession::AgentDeSession(Boucle& boucle, std::optional<std::filesystem::path> executableAgent,
+                               FabriqueVoile fabriqueVoile, LienServeur lien)
+    : boucle_(boucle), relais_(lien.relais), reglages_(reglagesDeSession()),
+      coffre_(std::make_unique<CoffreSuivi>()),
+      demarrage_(std::make_unique<DemarrageSuivi>(
+          demarrageDeSession(std::move(executableAgent), relais_.has_value()))),
       agent_(std::make_unique<AgentLinux>(boucle, *reglages_, *coffre_, *demarrage_,
-                                          std::move(fabriqueVoile))) {}
+                                          std::move(fabriqueVoile), std::move(lien))) {}
 
 AgentDeSession::~AgentDeSession() {
     attente_.reset();

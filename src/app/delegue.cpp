@@ -38,7 +38,7 @@ void Delegue::lancer() {
         if (!faible.lock()) return;
         if (!moteur_.agentActif()) return continuer();
         attendreAgent(0, [this](bool autre) {
-            if (autre)
+            if (autre && !estAgent_)
                 ceder();
             else
                 continuer();
@@ -73,7 +73,20 @@ void Delegue::continuer() {
     copies_.tenir(estAgent_, [this] { montrerSiBesoin(true); });
     montrerSiBesoin(false);
     signaux_ = std::make_unique<SignauxArret>(boucle_, [this](int) { auRevoir(); });
+    lance_ = true;
     if (!estAgent_) passeMain_ = boucle_.repeter(periodeRelais, [this] { passerLaMain(); });
+}
+
+void Delegue::reconnaitre(bool agent) {
+    if (agent == estAgent_) return;
+    estAgent_ = agent;
+    if (!lance_) return;
+    if (!agent) {
+        passeMain_ = boucle_.repeter(periodeRelais, [this] { passerLaMain(); });
+        return;
+    }
+    passeMain_.reset();
+    copies_.tenir(true, [this] { montrerSiBesoin(true); });
 }
 
 void Delegue::passerLaMain() {
@@ -89,7 +102,7 @@ void Delegue::passerLaMain() {
         copies_.autreInstance([this, faible](bool autre) {
             if (!faible.lock()) return;
             verificationEnCours_ = false;
-            if (autre) ceder();
+            if (autre && !estAgent_) ceder();
         });
     });
 }

@@ -26,7 +26,8 @@ enum class ReponseFin {
 // - One copy per user: the login agent's. A copy started by hand while the computer is paired
 //   registers the login agent and, when the agent's copy shows up within `attenteAgent`, asks
 //   it to show itself and ends with status 0; otherwise it runs, and looks again every
-//   `periodeRelais` whether it must step aside.
+//   `periodeRelais` whether it must step aside. Which copy is the login agent's may be learnt
+//   after the launch (`reconnaitre`: under a guardian, the guardian says so).
 // - The welcome window opens at start unless the computer is paired, the child has seen what
 //   the parents see under the rules in force and the login agent is registered; and whenever
 //   another copy asks.
@@ -66,6 +67,9 @@ public:
     ReponseFin demandeFin(std::function<void()> terminer);
     // SIGTERM or SIGINT.
     void auRevoir();
+    // Whether this copy is the login agent's, as learnt since it was made: the agent's copy
+    // never steps aside, any other looks every `periodeRelais` whether it must.
+    void reconnaitre(bool agent);
     // The welcome window: always when `force`, else only when something is missing.
     void montrerSiBesoin(bool force);
 
@@ -79,13 +83,14 @@ private:
     Moteur& moteur_;
     Copies& copies_;
     Alimentation& alimentation_;
-    const bool estAgent_;
+    bool estAgent_;
     FabriqueFenetres fabriqueFenetres_;
     std::unique_ptr<Fenetres> fenetres_;
     std::unique_ptr<class Veille> veille_;
     std::unique_ptr<SignauxArret> signaux_;
     std::unique_ptr<Minuterie> passeMain_;
     bool arretSysteme_ = false;
+    bool lance_ = false;
     bool verificationEnCours_ = false;
     bool arretEnCours_ = false;
     std::shared_ptr<Delegue*> vivant_ = std::make_shared<Delegue*>(this);

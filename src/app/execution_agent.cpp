@@ -9,6 +9,7 @@
 #include "platform/linux/alimentation_logind.h"
 #include "platform/linux/copies_linux.h"
 #include "platform/linux/garde_x11.h"
+#include "platform/linux/presence_gardien.h"
 #include "platform/linux/prise_x11.h"
 #include "platform/qt/boucle_qt.h"
 #include "ui/accueil_moteur.h"
@@ -22,10 +23,13 @@
 #include <QGuiApplication>
 #include <cstdlib>
 #include <iostream>
+#include <utility>
 
 namespace tavi {
 
 namespace {
+
+constexpr std::chrono::seconds attenteGardien{2};
 
 // The veil on the session's screens, holding the keyboard and pointer and guarding its windows
 // where the display server lets a client do so (X11); what it repairs reaches the parents.
@@ -64,6 +68,24 @@ private:
     Barre barre;
 };
 
+// This copy's presence on the guardian's relay. The launch waits for the guardian's first
+// answer, `attenteGardien` at most: a guardian that does not answer leaves this copy a copy
+// until it does.
+std::unique_ptr<PresenceGardien>
+presenceAuGardien(Boucle& boucle, const std::filesystem::path& relais, Delegue& delegue) {
+    auto lance = std::make_shared<bool>(false);
+    auto lancer = [&delegue, lance] {
+        if (std::exchange(*lance, true)) return;
+        delegue.lancer();
+    };
+    boucle.plusTard(attenteGardien, lancer);
+    return std::make_unique<PresenceGardien>(
+        boucle, relais, [&delegue, lancer](PresenceGardien::Role role) {
+            delegue.reconnaitre(role == PresenceGardien::Role::agent);
+            lancer();
+        });
+}
+
 // Runs the agent of this session on `boucle` until it ends; `fenetres` makes its windows.
 [[noreturn]] void
 executer(BoucleQt& boucle, FabriqueVoile fabriqueVoile,
@@ -73,13 +95,20 @@ executer(BoucleQt& boucle, FabriqueVoile fabriqueVoile,
     Moteur& moteur = agent.moteur();
     AlimentationLogind alimentation(agent.observation().busDuSysteme());
     const auto copies = copiesDeSession(boucle, agent.observation().busDeSession());
-    Delegue delegue(
-        boucle, moteur, *copies, alimentation, Demarrage::estAgent(std::getenv("TAVI_AGENT")),
-        fenetres
-            ? Delegue::FabriqueFenetres([&] { return fenetres(moteur, agent.notifications()); })
-            : Delegue::FabriqueFenetres());
+    // Under a guardian, TAVI_AGENT is anybody's to set: only the guardian says which copy it
+    // started.
+    const bool sousGardien = agent.relais().has_value();
+    Delegue delegue(boucle, moteur, *copies, alimentation,
+                    !sousGardien && Demarrage::estAgent(std::getenv("TAVI_AGENT")),
+                    fenetres ? Delegue::FabriqueFenetres(
+                                   [&] { return fenetres(moteur, agent.notifications()); })
+                             : Delegue::FabriqueFenetres());
     avant(moteur, delegue);
-    delegue.lancer();
+    std::unique_ptr<PresenceGardien> presence;
+    if (sousGardien)
+        presence = presenceAuGardien(boucle, *agent.relais(), delegue);
+    else
+        delegue.lancer();
     finirProcessus(boucle.executer());
 }
 

@@ -12,8 +12,14 @@
 #include <QCoreApplication>
 #include <cstdlib>
 #include <iostream>
+#include <sys/prctl.h>
 
 int main(int argc, char** argv) {
+    // Before any thread or secret: no process of the child's own account may attach a debugger
+    // to the agent, read its memory or its /proc files, or get a core of it. The relay's
+    // placeholder token is all it holds under a guardian, but its decisions are what the
+    // parents rely on.
+    ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
     tavi::suivreFuseauSysteme();
     tavi::initialiserTextes(TAVI_CATALOGUES);
     const tavi::Lancement lancement = tavi::lireLancement({argv, argv + argc});

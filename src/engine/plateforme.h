@@ -16,6 +16,8 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace tavi {
 
@@ -45,6 +47,9 @@ struct Plateforme {
     FabriqueVoile fabriqueVoile;
     // The desktop's notifications, which warn the child before a rest; none, no warning.
     Notifications* notifications = nullptr;
+    // The family server's base address, fixed for the engine's life (the guardian's relay);
+    // absent, the store's "serveur" setting.
+    std::optional<std::string> base = std::nullopt;
 };
 
 } // namespace tavi

@@ -3,6 +3,7 @@
 #include "outils/commandes.h"
 #include "platform/linux/dossiers_linux.h"
 #include "platform/sqlite/reglages_sqlite.h"
+#include "server/relais.h"
 #include "server/stockage.h"
 
 #include <algorithm>
@@ -27,7 +28,8 @@ Valeur depuisJson(const std::string& texte) {
     if (j.is_number()) return j.get<double>();
     if (j.is_string()) return j.get<std::string>();
     if (j.is_object()) return Dictionnaire{j};
-    if (j.is_array() && std::all_of(j.begin(), j.end(), [](const auto& e) { return e.is_string(); }))
+    if (j.is_array() &&
+        std::all_of(j.begin(), j.end(), [](const auto& e) { return e.is_string(); }))
         return j.get<std::vector<std::string>>();
     throw ErreurUsage("« " + texte.substr(0, 80) +
                       " » : --json attend un booléen, un nombre, un texte, une liste de textes "
@@ -54,6 +56,13 @@ int commandeReglage(const std::vector<std::string>& arguments) {
     ReglagesSqlite reglages(*fichier);
     if (!reglages.persistant())
         throw EchecCommande{"réglages inaccessibles : " + fichier->string()};
+
+    // Said on standard error, so that the value read stays the only line of the output.
+    if (cle == "serveur")
+        if (const auto relais = relaisPresent())
+            std::cerr << "tavi: le gardien relaie tout par " << relais->string()
+                      << " : l'agent ignore ce réglage et joint le serveur que le gardien "
+                         "connaît\n";
 
     if (supprimer) {
         reglages.supprimer(cle);

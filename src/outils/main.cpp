@@ -44,6 +44,7 @@ constexpr const char* usage = R"(usage : tavi COMMANDE [OPTIONS]
       lit (JSON, ou null), écrit (un texte, ou avec --json la valeur JSON donnée) ou
       supprime une clé des réglages de l'agent ;
       « tavi reglage serveur https://… » pointe l'agent vers un serveur de famille
+      (sauf sous le gardien : l'agent passe alors par son relais et ignore ce réglage)
 
 La consigne est lue dans FICHIER, ou sur l'entrée standard avec « - » (et sans fichier,
 sauf pour « site »).

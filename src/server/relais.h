@@ -1,5 +1,7 @@
 #pragma once
 
+#include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,6 +16,9 @@ namespace tavi {
 // not the guardian's agent, and has no token.
 inline constexpr std::string_view cheminRelaisParDefaut = "/run/tavi-home/relais";
 std::string cheminRelais();
+// `cheminRelais()` when something is there (a stale or broken relay included: the requests then
+// fail, they never fall back to the family server's address); absent without a guardian.
+std::optional<std::filesystem::path> relaisPresent();
 
 // The base address the agent gives its requests when they go through the relay: the host is
 // never resolved, the guardian forwards the path to the family server it was configured with.

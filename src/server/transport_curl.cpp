@@ -92,6 +92,11 @@ TransportCurl::TransportCurl() : TransportCurl(Bornes{}) {}
 TransportCurl::TransportCurl(Bornes bornes)
     : bornes_(bornes), partage_(std::make_unique<Partage>()) {}
 
+TransportCurl::TransportCurl(Bornes bornes, const std::filesystem::path& prise)
+    : TransportCurl(bornes) {
+    prise_ = prise.native();
+}
+
 TransportCurl::~TransportCurl() = default;
 
 Attendu<ReponseHttp, ErreurTransport> TransportCurl::echanger(const RequeteHttp& requete) {
@@ -130,7 +135,14 @@ Attendu<ReponseHttp, ErreurTransport> TransportCurl::echanger(const RequeteHttp&
         curl_easy_setopt(e, CURLOPT_SHARE, partage_->partage);
         curl_easy_setopt(e, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, 0L);
-        curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https");
+        if (prise_) {
+            curl_easy_setopt(e, CURLOPT_UNIX_SOCKET_PATH, prise_->c_str());
+            // A proxy named in the environment would take the request to the network.
+            curl_easy_setopt(e, CURLOPT_PROXY, "");
+            curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http");
+        } else {
+            curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https");
+        }
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(e, CURLOPT_SSL_VERIFYHOST, 2L);
         curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS,

@@ -4,7 +4,10 @@
 
 #include <chrono>
 #include <cstddef>
+#include <filesystem>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace tavi {
 
@@ -25,6 +28,9 @@ public:
 
     TransportCurl();
     explicit TransportCurl(Bornes bornes);
+    // Every exchange over the Unix socket `prise` (the guardian's relay), whatever host the
+    // address names: no proxy, plain HTTP only, nothing ever leaves for the network.
+    TransportCurl(Bornes bornes, const std::filesystem::path& prise);
     ~TransportCurl() override;
     TransportCurl(const TransportCurl&) = delete;
     TransportCurl& operator=(const TransportCurl&) = delete;
@@ -34,6 +40,7 @@ public:
 private:
     struct Partage;
     Bornes bornes_;
+    std::optional<std::string> prise_;
     std::unique_ptr<Partage> partage_;
 };
 

@@ -1,0 +1,103 @@
+#include "gardien/lanceur.h"
+
+#include "gardien/processus.h"
+
+#include <algorithm>
+#include <grp.h>
+#include <pwd.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tavi {
+
+namespace {
+
+constexpr const char* cheminFixe = "/usr/local/bin:/usr/bin:/bin";
+
+bool faitDe(std::string_view valeur, std::string_view autorises, std::size_t longueurMax) {
+    if (valeur.empty() || valeur.size() > longueurMax) return false;
+    return std::all_of(valeur.begin(), valeur.end(), [autorises](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               autorises.find(c) != std::string_view::npos;
+    });
+}
+
+bool cheminSimple(std::string_view chemin) {
+    return chemin.starts_with('/') && faitDe(chemin, "/._-", 1024) &&
+           chemin.find("/../") == std::string_view::npos && !chemin.ends_with("/..");
+}
+
+// The X authority the session leader names, when it is a file of the user's: it decides which
+// X server the agent trusts, and the child can rewrite their processes' environments.
+std::optional<std::string> autoriteX(const std::string& valeur, uid_t uid) {
+    struct stat etat {};
+    if (!valeur.starts_with('/') || lstat(valeur.c_str(), &etat) != 0 || !S_ISREG(etat.st_mode) ||
+        etat.st_uid != uid)
+        return std::nullopt;
+    return valeur;
+}
+
+bool estSocket(const std::string& chemin) {
+    struct stat etat {};
+    return lstat(chemin.c_str(), &etat) == 0 && S_ISSOCK(etat.st_mode);
+}
+
+} // namespace
+
+std::optional<Lancement> preparerLancement(const SessionGraphique& session,
+                                           const std::string& agent, const std::string& relais) {
+    passwd entree{};
+    passwd* trouve = nullptr;
+    std::vector<char> tampon(16 * 1024);
+    if (getpwuid_r(session.uid, &entree, tampon.data(), tampon.size(), &trouve) != 0 || !trouve)
+        return std::nullopt;
+    Lancement l;
+    l.executable = agent;
+    l.uid = session.uid;
+    l.gid = entree.pw_gid;
+    l.utilisateur = entree.pw_name;
+    l.maison = entree.pw_dir ? entree.pw_dir : "/";
+    const std::string coquille = entree.pw_shell && *entree.pw_shell ? entree.pw_shell : "/bin/sh";
+
+    // The groups are read here, not in the child: after a fork only system calls are safe.
+    int nombre = 64;
+    l.groupes.resize(static_cast<std::size_t>(nombre));
+    if (getgrouplist(l.utilisateur.c_str(), l.gid, l.groupes.data(), &nombre) < 0) {
+        l.groupes.resize(static_cast<std::size_t>(nombre));
+        if (getgrouplist(l.utilisateur.c_str(), l.gid, l.groupes.data(), &nombre) < 0)
+            return std::nullopt;
+    }
+    l.groupes.resize(static_cast<std::size_t>(nombre));
+
+    const std::string execution = cheminSimple(session.dossierExecution)
+                                      ? session.dossierExecution
+                                      : "/run/user/" + std::to_string(session.uid);
+    const auto meneur =
+        Processus::environnement(session.meneur, {"XAUTHORITY", "LANG", "WAYLAND_DISPLAY"});
+    auto& env = l.environnement;
+    env = {"TAVI_AGENT=1",
+           "TAVI_RELAIS=" + relais,
+           "HOME=" + l.maison,
+           "USER=" + l.utilisateur,
+           "LOGNAME=" + l.utilisateur,
+           "SHELL=" + coquille,
+           "PATH=" + std::string(cheminFixe),
+           "XDG_RUNTIME_DIR=" + execution};
+    if (faitDe(session.affichage, ":._-", 64)) env.push_back("DISPLAY=" + session.affichage);
+    if (const auto x = meneur.find("XAUTHORITY"); x != meneur.end())
+        if (const auto autorite = autoriteX(x->second, session.uid))
+            env.push_back("XAUTHORITY=" + *autorite);
+    if (const auto w = meneur.find("WAYLAND_DISPLAY");
+        w != meneur.end() && (faitDe(w->second, "._-", 64) || cheminSimple(w->second)))
+        env.push_back("WAYLAND_DISPLAY=" + w->second);
+    if (estSocket(execution + "/bus"))
+        env.push_back("DBUS_SESSION_BUS_ADDRESS=unix:path=" + execution + "/bus");
+    const auto langue = meneur.find("LANG");
+    env.push_back("LANG=" + (langue != meneur.end() && faitDe(langue->second, "._@-", 64)
+                                 ? langue->second
+                                 : std::string("C.UTF-8")));
+    return l;
+}
+
+} // namespace tavi
