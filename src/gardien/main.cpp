@@ -1,6 +1,6 @@
 #include "gardien/commandes_gardien.h"
 #include "gardien/service.h"
-#include "gardien/supervision_vide.h"
+#include "gardien/surveillance.h"
 #include "generique/arguments.h"
 #include "server/transport_curl.h"
 
