@@ -113,6 +113,9 @@ class GardienEnfant(unittest.TestCase):
 
     def absences_apres(self, nombre, fin=None, limite=30):
         """Waits for the report to show more than `nombre` absences (the last of kind `fin`)."""
+        with open(self.scene.binaires["famille"], "rb") as f:
+            if b"absences" not in f.read():
+                self.skipTest("this tavi-famille does not report the guardian's absences")
         def vu():
             absences, _ = marques_gardien(self.scene.rapport())
             return len(absences) > nombre and (fin is None or absences[-1].get("fin") in fin)
@@ -166,11 +169,13 @@ class GardienEnfant(unittest.TestCase):
     def test_3_voile_xkill_revient(self):
         wid = attendre(self.voile, 30)
         self.assertTrue(wid, "no veil under the pause")
+        avant = self.agent()
         absences, _ = self.compte()
         r = self.scene.enfant(["xkill", "-id", wid])
         self.assertEqual(r.returncode, 0, r.stderr)
-        self.assertTrue(attendre(lambda: (v := self.voile()) and v != wid and v, 5),
-                        "no veil back within 5 s")
+        # The X server may give the new agent's veil the same id: a new agent shows it.
+        self.assertTrue(attendre(lambda: self.scene.agents() not in ([], [avant])
+                                 and self.voile(), 5), "no veil back within 5 s")
         self.agent(5)
         self.absences_apres(absences)
 
@@ -237,4 +242,6 @@ if __name__ == "__main__":
     except Manque as e:
         print(f"SKIPPED: {e}")
         sys.exit(77)
-    unittest.main(verbosity=2)
+    resultat = unittest.main(verbosity=2, exit=False).result
+    # A case skipped for a missing piece marks the whole entry skipped, never passed.
+    sys.exit(1 if not resultat.wasSuccessful() else 77 if resultat.skipped else 0)
