@@ -96,7 +96,7 @@ std::vector<AppliInstallee> lireApplis(const json& liste) {
 
 } // namespace
 
-Battement lireBattement(const json& corps) {
+Battement lireBattement(const json& corps, std::int64_t maintenantMs) {
     Champs champs(corps);
     Battement b;
     b.actif = champs.booleen("actif");
@@ -130,6 +130,13 @@ Battement lireBattement(const json& corps) {
         b.demarrageId = champs.entier("demarrage_id", 0, entierExactMax);
     if (champs.trouver("agent_lance_ms"))
         b.agentLanceMs = champs.entier("agent_lance_ms", 0, entierExactMax);
+    if (const json* gardien = champs.trouver("gardien")) {
+        try {
+            b.gardien = lireTemoignageGardien(*gardien, maintenantMs);
+        } catch (const ErreurRequete& e) {
+            b.gardienEcarte = e.what();
+        }
+    }
     return b;
 }
 
@@ -142,6 +149,7 @@ json resume(const Battement& b) {
     if (b.systeme) r["systeme"] = *b.systeme;
     if (!b.autorisations.empty()) r["autorisations"] = b.autorisations;
     if (b.annonce) r["annonce"] = *b.annonce;
+    if (b.gardien) r["gardien"] = {{"agent", b.gardien->agent}};
     return r;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "temoignage_gardien.h"
+
 #include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -52,12 +54,18 @@ struct Battement {
     // send neither.
     std::optional<std::int64_t> demarrageId;
     std::optional<std::int64_t> agentLanceMs;
+    // What the guardian saw, when the message came through one; a member that fails its checks
+    // is set aside with the reason, and the rest of the message stands: refused, the heartbeat
+    // would be sent again with the same member, and the agent would never get its rule set.
+    std::optional<TemoignageGardien> gardien;
+    std::optional<std::string> gardienEcarte;
 };
 
 // Checks every member it knows and refuses the whole message (ErreurRequete 400) at the first
-// fault, so that nothing of a bad message is stored. Unknown members are ignored: a newer
-// agent may send more.
-Battement lireBattement(const nlohmann::json& corps);
+// fault, so that nothing of a bad message is stored; but for the guardian's member, set aside
+// alone. Unknown members are ignored: a newer agent may send more. `maintenantMs` is the
+// server's clock, against which the guardian's instants are checked.
+Battement lireBattement(const nlohmann::json& corps, std::int64_t maintenantMs);
 
 // The scalar members of a message, kept as "what the computer said last".
 nlohmann::json resume(const Battement& battement);

@@ -8,7 +8,7 @@ namespace tavi::famille {
 
 namespace {
 
-// Version 3 of the schema (version 1 lacked volumes_jour, version 2 the columns that
+// Version 4 of the schema (version 1 lacked volumes_jour, versions 2 and 3 the columns that
 // colonnesAjoutees adds; every statement here is idempotent, so running it again upgrades an
 // older base). Per-day tables are keyed by the child's local day ("yyyy-MM-dd"); instants are
 // ms since the epoch; minutes are REAL.
@@ -130,7 +130,8 @@ CREATE TABLE IF NOT EXISTS evenements (
     ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
     genre TEXT NOT NULL,
     texte TEXT,
-    recu_ms INTEGER NOT NULL
+    recu_ms INTEGER NOT NULL,
+    cle_ms INTEGER
 );
 CREATE INDEX IF NOT EXISTS evenements_ordinateur ON evenements(ordinateur_id, recu_ms);
 CREATE TABLE IF NOT EXISTS volumes_jour (
@@ -153,7 +154,16 @@ constexpr const char* colonnesAjoutees[][3] = {
     {"ordinateurs", "agent_lance_ms", "INTEGER"},
     {"volumes_jour", "applis", "INTEGER NOT NULL DEFAULT 0"},
     {"volumes_jour", "preuves", "INTEGER NOT NULL DEFAULT 0"},
+    {"evenements", "cle_ms", "INTEGER"},
 };
+
+// After the columns: an older evenements table gets its cle_ms only above. The guardian's
+// evidence is keyed by the instant it is about, so the same absence sent again by a retried
+// heartbeat is stored once.
+constexpr const char* indexAjoutes = R"sql(
+CREATE UNIQUE INDEX IF NOT EXISTS evenements_cle ON evenements(ordinateur_id, genre, cle_ms)
+    WHERE cle_ms IS NOT NULL;
+)sql";
 
 bool aLaColonne(Base& base, const std::string& table, const std::string& colonne) {
     Requete r = base.requete("SELECT 1 FROM pragma_table_info(?) WHERE name = ?");
@@ -174,8 +184,8 @@ void Depot::creerSchema() {
         Requete version = base_.requete("PRAGMA user_version");
         if (version.ligne()) numero = version.entier(0);
     }
-    if (numero == 3) return;
-    if (numero > 3) throw ErreurBase("cette base vient d'une version plus récente de tavi-famille");
+    if (numero == 4) return;
+    if (numero > 4) throw ErreurBase("cette base vient d'une version plus récente de tavi-famille");
     Transaction t(base_);
     base_.executer(schema);
     for (const auto& [table, colonne, definition] : colonnesAjoutees)
@@ -183,7 +193,8 @@ void Depot::creerSchema() {
             base_.executer(
                 (std::string("ALTER TABLE ") + table + " ADD COLUMN " + colonne + " " + definition)
                     .c_str());
-    base_.executer("PRAGMA user_version = 3");
+    base_.executer(indexAjoutes);
+    base_.executer("PRAGMA user_version = 4");
     t.valider();
 }
 

@@ -145,8 +145,14 @@ private:
     void noterAgent(const std::string& ordinateurId, const Battement& b, std::int64_t maintenantMs,
                     VolumesJour& v);
     // Stores one piece of evidence (genre, details as a JSON object) within the day's quota.
+    // With `cleMs`, the instant it is about, a piece already stored is not stored or counted
+    // again.
     void noterPreuve(const std::string& ordinateurId, const std::string& genre,
-                     const nlohmann::json& details, std::int64_t maintenantMs, VolumesJour& v);
+                     const nlohmann::json& details, std::int64_t maintenantMs, VolumesJour& v,
+                     std::optional<std::int64_t> cleMs = std::nullopt);
+    // What the guardian reported (depot_gardien.cpp).
+    void noterGardien(const std::string& ordinateurId, const Battement& b,
+                      std::int64_t maintenantMs, VolumesJour& v);
     void creerSchema();
     VolumesJour volumes(const std::string& ordinateurId, const std::string& jour);
     void noterVolumes(const std::string& ordinateurId, const std::string& jour,

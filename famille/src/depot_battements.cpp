@@ -88,6 +88,7 @@ nlohmann::json Depot::battre(const Acces& acces, const Battement& b, std::int64_
         ++v.evenements;
     }
     if (b.genre == GenreMessage::arret) noterPreuve(id, "arret", json::object(), maintenantMs, v);
+    noterGardien(id, b, maintenantMs, v);
     if (v != avant) noterVolumes(id, jour, v);
 
     auto reponse = consigne(*enfant, usageDuJour(enfant->id, jour, id), maintenantMs, zone);
@@ -200,6 +201,8 @@ void Depot::noterAgent(const std::string& id, const Battement& b, std::int64_t m
         dernierGenre = r.texteOuRien(3);
         dernierResume = r.texteOuRien(4);
     }
+    const bool autreDemarrage = b.demarrageId && demarrageId && *demarrageId != *b.demarrageId;
+    json reboot = json::object();
     // Gaps are measured between heartbeats only: announcements sent in between would hide
     // an agent that no longer beats.
     if (b.genre == GenreMessage::battement) {
@@ -212,16 +215,21 @@ void Depot::noterAgent(const std::string& id, const Battement& b, std::int64_t m
                 json dit = json::parse(*dernierResume, nullptr, false);
                 if (dit.is_object() && dit.contains("annonce")) details["apres"] = dit["annonce"];
             }
-            noterPreuve(id, ecartMs > silenceMaxMs ? "silence" : "battements_espaces", details,
-                        maintenantMs, v);
+            // A silence that ends on another boot is the computer off, not the agent held
+            // back: the reboot's line says how long it lasted.
+            if (ecartMs > silenceMaxMs && autreDemarrage)
+                reboot = details;
+            else
+                noterPreuve(id, ecartMs > silenceMaxMs ? "silence" : "battements_espaces", details,
+                            maintenantMs, v);
         }
         base_.requete("UPDATE ordinateurs SET dernier_battement_ms = ? WHERE id = ?")
             .avec(maintenantMs, id)
             .executer();
     }
     if (!b.demarrageId) return;
-    if (demarrageId && *demarrageId != *b.demarrageId)
-        noterPreuve(id, "redemarrage_ordinateur", json::object(), maintenantMs, v);
+    if (autreDemarrage)
+        noterPreuve(id, "redemarrage_ordinateur", reboot, maintenantMs, v);
     else if (demarrageId && agentLanceMs && b.agentLanceMs && *agentLanceMs != *b.agentLanceMs)
         noterPreuve(id, "redemarrage_agent",
                     {{"lance_avant_ms", *agentLanceMs}, {"lance_ms", *b.agentLanceMs}},
@@ -232,13 +240,20 @@ void Depot::noterAgent(const std::string& id, const Battement& b, std::int64_t m
 }
 
 void Depot::noterPreuve(const std::string& id, const std::string& genre, const json& details,
-                        std::int64_t maintenantMs, VolumesJour& v) {
+                        std::int64_t maintenantMs, VolumesJour& v,
+                        std::optional<std::int64_t> cleMs) {
+    if (cleMs) {
+        Requete deja = base_.requete("SELECT 1 FROM evenements WHERE ordinateur_id = ? AND "
+                                     "genre = ? AND cle_ms = ?");
+        deja.avec(id, genre, *cleMs);
+        if (deja.ligne()) return;
+    }
     if (v.preuves++ >= quotaJour.preuves) return;
     base_
-        .requete("INSERT INTO evenements (ordinateur_id, genre, texte, recu_ms) "
-                 "VALUES (?, ?, ?, ?)")
+        .requete("INSERT INTO evenements (ordinateur_id, genre, texte, recu_ms, cle_ms) "
+                 "VALUES (?, ?, ?, ?, ?)")
         .avec(id, genre, details.empty() ? std::nullopt : std::optional(details.dump()),
-              maintenantMs)
+              maintenantMs, cleMs)
         .executer();
 }
 

@@ -47,6 +47,8 @@ json ligneOrdinateur(Requete& r, std::int64_t maintenantMs) {
                 o["demarrage_auto"] = *actif;
             if (auto a = dit.find("autorisations"); a != dit.end() && a->is_object())
                 o["autorisations"] = *a;
+            // Whether the latest message came through the guardian, and from its agent.
+            if (auto g = dit.find("gardien"); g != dit.end() && g->is_object()) o["gardien"] = *g;
         }
     }
     return o;

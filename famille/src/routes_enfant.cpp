@@ -61,7 +61,7 @@ Serveur::Reponse Serveur::appairer(Depot& depot, const RequeteHttp& req, const j
 
 Serveur::Reponse Serveur::battre(Depot& depot, const Acces& acces, const json& corps,
                                  std::int64_t maintenant) {
-    Battement battement = lireBattement(corps);
+    Battement battement = lireBattement(corps, maintenant);
     return {200, depot.battre(acces, battement, maintenant), std::nullopt};
 }
 

@@ -170,13 +170,21 @@ TEST(Schema, UneBaseDeVersion2EstMiseAJourALOuverture) {
                   "ALTER TABLE ordinateurs DROP COLUMN demarrage_id;"
                   "ALTER TABLE ordinateurs DROP COLUMN agent_lance_ms;"
                   "ALTER TABLE volumes_jour DROP COLUMN applis;"
-                  "ALTER TABLE volumes_jour DROP COLUMN preuves; PRAGMA user_version = 2;");
+                  "ALTER TABLE volumes_jour DROP COLUMN preuves;"
+                  "DROP INDEX evenements_cle; ALTER TABLE evenements DROP COLUMN cle_ms;"
+                  "PRAGMA user_version = 2;");
     Depot depot(chemin, Base::Ouverture::existante);
     const std::int64_t t = maintenantMs();
     depot.ajouterEnfant("Léa", "fr", "Europe/Paris", t);
     auto jeton = depot.appairer(depot.creerCode("Léa", t).code, "pc-1", "PC", "0.1.0", t)->jeton;
-    depot.battre(*depot.authentifier(jeton), lireBattement(battement(10)), t);
-    EXPECT_EQ(depot.rapport("Léa", t).at(1).at("ordinateur").at("utilise_jour_min"), 10.0);
+    json corps = battement(10);
+    corps["gardien"] = {{"agent", true}, {"pid", 1}, {"relances", {t}}};
+    for (int fois = 0; fois < 2; ++fois)
+        depot.battre(*depot.authentifier(jeton), lireBattement(corps, t), t);
+    const auto rapport = depot.rapport("Léa", t);
+    EXPECT_EQ(rapport.at(1).at("ordinateur").at("utilise_jour_min"), 10.0);
+    EXPECT_EQ(rapport.back().at("interruption").at("genre"), "relance_agent");
+    EXPECT_FALSE(rapport.at(rapport.size() - 2).contains("interruption")) << "stored twice";
 }
 
 TEST(Charge, CinquanteOrdinateursBattentEnMemeTempsSansErreur) {

@@ -18,7 +18,7 @@ protected:
     Acces acces = *serveur.depot().authentifier(jeton);
 
     json battreA(std::int64_t instant, json corps) {
-        return serveur.depot().battre(acces, lireBattement(corps), instant);
+        return serveur.depot().battre(acces, lireBattement(corps, instant), instant);
     }
 };
 
@@ -84,7 +84,67 @@ TEST_F(Preuves, LeRapportListeLesInterruptionsDuJourDansLOrdre) {
     EXPECT_EQ(ordinateur(t + 362000 + Depot::silenceMaxMs).at("protection"), "coupée");
 
     // A flood of evidence stops being stored at the quota but is still counted.
+    // (The first one's silence goes into its reboot's line.)
     for (int i = 0; i < Depot::quotaJour.preuves + 5; ++i)
         battreA(t + 500000 + i, avecDemarrage(9, i));
-    EXPECT_EQ(ordinateur(t + 600000).at("interruptions_non_detaillees"), 11);
+    EXPECT_EQ(ordinateur(t + 600000).at("interruptions_non_detaillees"), 10);
+}
+
+TEST_F(Preuves, LeRapportDitCeQueLeGardienAVuUneFoisEtEcarteSonMembreFaux) {
+    const std::int64_t t = minuit + 9 * 3600000;
+    auto avecGardien = [](json gardien, std::int64_t demarrage = 7) {
+        json corps = battement(10);
+        corps["demarrage_id"] = demarrage;
+        corps["gardien"] = std::move(gardien);
+        return corps;
+    };
+    const json vu = {{"agent", true},
+                     {"pid", 4321},
+                     {"executable", "/usr/bin/tavi-home"},
+                     {"lance_ms", t - 5000},
+                     {"demarrage", "3f0c"},
+                     {"absences",
+                      {{{"debut_ms", t - 20000}, {"duree_ms", 12000}, {"fin", "relance"}},
+                       {{"debut_ms", t - 4000}, {"duree_ms", 3000}, {"fin", "retour"}}}},
+                     {"relances", {t - 8000}}};
+    battreA(t, avecGardien(vu));
+    battreA(t + 30000, avecGardien(vu)); // the same heartbeat sent again
+    json copie = {{"agent", false}, {"pid", 999}, {"executable", "/home/lea/a"}, {"lance_ms", t}};
+    battreA(t + 60000, avecGardien(copie));
+    battreA(t + 90000, avecGardien(copie));
+    EXPECT_EQ(serveur.lignes("ordinateur", t + 90000).at(0).at("gardien").at("agent"), false);
+
+    // A member that fails a check is set aside alone: the heartbeat is answered and stored.
+    json tropDAbsences = vu;
+    tropDAbsences["absences"] = json::array();
+    for (int i = 0; i < 101; ++i)
+        tropDAbsences["absences"].push_back({{"debut_ms", t}, {"duree_ms", 0}, {"fin", "retour"}});
+    const std::vector<std::pair<std::string, json>> faux = {
+        {"fin", {{"debut_ms", t}, {"duree_ms", 1}, {"fin", "partie"}}},
+        {"debut_ms", {{"debut_ms", t + 2 * 86400000}, {"duree_ms", 1}, {"fin", "retour"}}},
+        {"duree_ms", {{"debut_ms", t}, {"duree_ms", -1}, {"fin", "retour"}}}};
+    std::vector<json> membres = {tropDAbsences, json{{"agent", "oui"}, {"pid", 1}}, json::array()};
+    for (const auto& [membre, absence] : faux) {
+        membres.push_back(vu);
+        membres.back()["absences"] = json::array({absence});
+    }
+    for (std::size_t i = 0; i < membres.size(); ++i)
+        EXPECT_NO_THROW(battreA(t + 120000 + 1000 * i, avecGardien(membres[i]))) << i;
+    // A night off: the silence that ends on another boot goes into the reboot's line.
+    battreA(t + 3600000, avecGardien(vu, 8));
+
+    std::vector<std::string> genres;
+    for (const auto& ligne : serveur.lignes("interruption", t + 3600000))
+        genres.push_back(ligne.at("genre"));
+    std::vector<std::string> attendus = {"absence_agent", "absence_agent", "relance_agent",
+                                         "copie_agent"};
+    attendus.insert(attendus.end(), membres.size(), "gardien_ecarte");
+    attendus.push_back("redemarrage_ordinateur");
+    EXPECT_EQ(genres, attendus);
+    auto lignes = serveur.lignes("interruption", t + 3600000);
+    EXPECT_EQ(lignes[0].at("duree_ms"), 12000);
+    EXPECT_EQ(lignes[1].at("fin"), "retour");
+    EXPECT_EQ(lignes[3].at("executable"), "/home/lea/a");
+    EXPECT_EQ(lignes[4].at("raison"), "« gardien.absences » a plus de 100 éléments.");
+    EXPECT_EQ(lignes.back().at("secondes"), 3600 - 125);
 }

@@ -1,0 +1,37 @@
+#include "depot.h"
+
+namespace tavi::famille {
+
+using nlohmann::json;
+
+// Each absence and each restart is keyed by its instant: a heartbeat that failed on its way is
+// sent again with the same ones, and the parents must see them once.
+void Depot::noterGardien(const std::string& id, const Battement& b, std::int64_t maintenantMs,
+                         VolumesJour& v) {
+    if (b.gardienEcarte)
+        noterPreuve(id, "gardien_ecarte", {{"raison", *b.gardienEcarte}}, maintenantMs, v);
+    if (!b.gardien) return;
+    const TemoignageGardien& g = *b.gardien;
+    for (const auto& absence : g.absences)
+        noterPreuve(
+            id, "absence_agent",
+            {{"debut_ms", absence.debutMs}, {"duree_ms", absence.dureeMs}, {"fin", absence.fin}},
+            maintenantMs, v, absence.debutMs);
+    for (std::int64_t relance : g.relances)
+        noterPreuve(id, "relance_agent", {{"lance_ms", relance}}, maintenantMs, v, relance);
+    // The guardian keeps the latest absences and only counts the older ones.
+    if (g.absencesPerdues > 0)
+        noterPreuve(id, "absences_perdues", {{"nombre", g.absencesPerdues}}, maintenantMs, v,
+                    g.absences.empty() ? std::nullopt : std::optional(g.absences.front().debutMs));
+    // A copy the guardian did not start got its heartbeat through: the guardian expected no
+    // agent in that session (one logind does not count as graphical, a nested display...).
+    // Noted once per copy; the computer's line tells whether the latest heartbeat was one.
+    if (!g.agent) {
+        json copie = {{"pid", g.pid}};
+        if (g.executable) copie["executable"] = *g.executable;
+        if (g.lanceMs) copie["lance_ms"] = *g.lanceMs;
+        noterPreuve(id, "copie_agent", copie, maintenantMs, v, g.lanceMs.value_or(g.pid));
+    }
+}
+
+} // namespace tavi::famille
