@@ -44,24 +44,10 @@ class Enregistreur(http.server.ThreadingHTTPServer):
 
 
 def marques_gardien(rapport):
-    """Every absence and every restart the report shows, found wherever the report puts them:
-    (absences, relances)."""
-    absences, relances = [], []
-
-    def parcourir(v):
-        if isinstance(v, dict):
-            for cle, w in v.items():
-                if cle == "absences" and isinstance(w, list):
-                    absences.extend(w)
-                elif cle == "relances" and isinstance(w, list):
-                    relances.extend(w)
-                else:
-                    parcourir(w)
-        elif isinstance(v, list):
-            for w in v:
-                parcourir(w)
-    parcourir(rapport)
-    return absences, relances
+    """The guardian's account in the report: (absences, restarts) of the agent, oldest first."""
+    genres = [l["interruption"] for l in rapport if isinstance(l.get("interruption"), dict)]
+    return ([g for g in genres if g.get("genre") == "absence_agent"],
+            [g for g in genres if g.get("genre") == "relance_agent"])
 
 
 def present(etat, pid):
@@ -114,7 +100,7 @@ class GardienEnfant(unittest.TestCase):
     def absences_apres(self, nombre, fin=None, limite=30):
         """Waits for the report to show more than `nombre` absences (the last of kind `fin`)."""
         with open(self.scene.binaires["famille"], "rb") as f:
-            if b"absences" not in f.read():
+            if b"absence_agent" not in f.read():
                 self.skipTest("this tavi-famille does not report the guardian's absences")
         def vu():
             absences, _ = marques_gardien(self.scene.rapport())
@@ -232,6 +218,14 @@ class GardienEnfant(unittest.TestCase):
         r = self.scene.enfant([sys.executable, boucle, self.scene.adresse], text=True)
         self.assertEqual(r.returncode, 0, r.stdout + r.stderr)
         self.assertIn("gardien", r.stdout)  # the placeholder was tried among the others
+        # Through the relay, a process of the child that is not the guardian's agent.
+        r = self.scene.enfant(["curl", "-s", "-o", "/dev/null", "-w", "%{http_code}",
+                               "--unix-socket", self.scene.relais, "-H",
+                               "Content-Type: application/json", "-H", "X-Tavi-Installation: x",
+                               "-d", '{"actif":true,"incertain":false,"plateforme":"linux",'
+                               '"version":"0","utilise_jour_min":0,"autorisations":{}}',
+                               "http://tavi-gardien/api/enfant/battement"], text=True)
+        self.assertEqual(r.stdout, "403", "a heartbeat of the child's own went through")
 
 
 if __name__ == "__main__":
