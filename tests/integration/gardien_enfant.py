@@ -17,7 +17,7 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../scripts"))
 from scene_gardien import Manque, Scene, attendre, etat_processus  # noqa: E402
 
-BUILD = sys.argv.pop(1) if len(sys.argv) > 1 else "build"
+BUILD = sys.argv[1] if len(sys.argv) > 1 else "build"
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 
@@ -236,6 +236,6 @@ if __name__ == "__main__":
     except Manque as e:
         print(f"SKIPPED: {e}")
         sys.exit(77)
-    resultat = unittest.main(verbosity=2, exit=False).result
+    resultat = unittest.main(argv=sys.argv[:1] + sys.argv[2:], verbosity=2, exit=False).result
     # A case skipped for a missing piece marks the whole entry skipped, never passed.
     sys.exit(1 if not resultat.wasSuccessful() else 77 if resultat.skipped else 0)
