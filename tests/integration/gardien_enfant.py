@@ -210,8 +210,9 @@ class GardienEnfant(unittest.TestCase):
                     if isinstance(o, dict) and (o.get("derniere_nouvelle_ms") or 0) > debut_ms:
                         return True
             return False
-        self.assertTrue(attendre(nouvelle, 30, 0.5), "no heartbeat after the restart")
+        attendre(lambda: self.proxy.recues or nouvelle(), 30, 0.5)
         self.assertEqual(self.proxy.recues, [], "requests reached the child's proxy")
+        self.assertTrue(nouvelle(), "no heartbeat after the restart")
 
     def test_7_battements_de_l_enfant_refuses(self):
         boucle = os.path.join(HERE, "gardien_boucle.py")
