@@ -4,7 +4,6 @@ scripts/scene_gardien.py): kill, stop, xkill, an own copy with a doctored enviro
 for the token, the settings pointed at a proxy, a heartbeat loop of the child's own. Each one
 checks the outcome in the parents' report and in `tavi-gardien etat`.
 Usage: gardien_enfant.py BUILD (root; exit 77 when something it needs is missing)."""
-import http.client
 import http.server
 import json
 import os
@@ -15,7 +14,7 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../scripts"))
-from scene_gardien import Manque, Scene, attendre, etat_processus  # noqa: E402
+from scene_gardien import Manque, Scene, attendre, entrer_espace_prive, etat_processus  # noqa: E402
 
 BUILD = sys.argv[1] if len(sys.argv) > 1 else "build"
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -231,9 +230,8 @@ class GardienEnfant(unittest.TestCase):
 
 if __name__ == "__main__":
     try:
-        Scene(BUILD)._verifier()
-        from scene_gardien import entrer_espace_prive
         entrer_espace_prive()
+        Scene(BUILD)._verifier()
     except Manque as e:
         print(f"SKIPPED: {e}")
         sys.exit(77)
