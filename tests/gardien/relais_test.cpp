@@ -188,6 +188,14 @@ TEST(RelaisGardien, LeBattementPorteLeMembreDuGardienEtLeRendEnCasDEchec) {
     EXPECT_EQ(envoye["gardien"]["pid"], getpid());
     g.reponseServeur = 200;
     EXPECT_EQ(statut(g.echanger(battement)), 200);
+
+    // The agent's presence is said and kept open; one per process.
+    Client presence(g.socket);
+    presence.envoyer(requete("POST", "/gardien/presence"));
+    char ligne[256] = {};
+    ASSERT_GT(recv(presence.fd, ligne, sizeof ligne - 1, 0), 0);
+    EXPECT_TRUE(std::string(ligne).ends_with("\r\n\r\nagent\n")) << ligne;
+    EXPECT_EQ(statut(g.echanger(requete("POST", "/gardien/presence"))), 409);
     std::lock_guard v(g.supervision.verrou);
     ASSERT_EQ(g.supervision.rendus.size(), 1u);
     EXPECT_EQ(g.supervision.rendus[0], envoye["gardien"]);
