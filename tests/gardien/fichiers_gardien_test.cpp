@@ -60,12 +60,17 @@ TEST(RegistreGardien, UnFichierDouteuxNeToucheQueSonCompte) {
     ecrireFichier(d / "etat/comptes/1004.json", R"({"uid":1001,"compte":"x","jeton":"j",)"
                                                 R"("ordinateur_id":"o","prenom":"Z"})");
     chmod((d / "etat/comptes/1004.json").c_str(), 0600);
+    // A file cut short: its error must not quote the token it held.
+    ecrireFichier(registre.fichier(1005), R"({"uid":1005,"jeton":"secret-coupe)");
+    chmod(registre.fichier(1005).c_str(), 0600);
     EXPECT_FALSE(registre.lire(1002));
     EXPECT_FALSE(registre.lire(1003));
     const auto liste = registre.lister();
     ASSERT_EQ(liste.comptes.size(), 1u);
     EXPECT_EQ(liste.comptes[0].uid, 1001u);
-    EXPECT_EQ(liste.erreurs.size(), 3u);
+    ASSERT_EQ(liste.erreurs.size(), 4u);
+    for (const auto& erreur : liste.erreurs)
+        EXPECT_EQ(erreur.find("secret"), std::string::npos) << erreur;
 
     EXPECT_TRUE(*registre.oublier(1001));
     EXPECT_FALSE(*registre.oublier(1001));
