@@ -17,7 +17,7 @@ Sans commande : lance le service (root seulement).
 
 Commandes :
   etat                 les comptes reliés, les sessions, l'agent et son dernier battement
-                       (une ligne JSON chacun, sans secret)
+                       (une ligne JSON chacun, sans secret) (root seulement)
   serveur ADRESSE      le serveur de la famille (https://, ou http:// vers cet ordinateur)
                        (root seulement)
   oublier COMPTE       délie un compte (nom de connexion ou uid) (root seulement)
@@ -84,7 +84,8 @@ int main(int argc, char** argv) {
         return usage(e.what());
     }
 
-    if (commande == "etat") return tavi::commandeEtat(options);
+    // The guardian tells its state to root alone, and the registry is root's.
+    if (commande == "etat") return root("etat") ? tavi::commandeEtat(options) : 1;
     if (commande == "serveur") return root("serveur") ? tavi::commandeServeur(options, mots[0]) : 1;
     if (commande == "oublier") return root("oublier") ? tavi::commandeOublier(options, mots[0]) : 1;
     if (!root("le service")) return 1;

@@ -71,6 +71,9 @@ Attendu<std::optional<CompteRelie>, std::string> Registre::lire(uid_t uid) const
     if (!octets) return octets.error().message;
     try {
         return std::optional(decoder(*octets, uid));
+    } catch (const nlohmann::json::exception&) {
+        // The library's message quotes what it last read, which may be the token.
+        return chemin + " : JSON illisible";
     } catch (const std::exception& e) {
         return chemin + " : " + e.what();
     }

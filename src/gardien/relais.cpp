@@ -9,6 +9,7 @@
 #include "server/rejoindre.h"
 #include "server/relais.h"
 
+#include <chrono>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -70,7 +71,7 @@ Relais::Decision Relais::decider(const RequeteRecue& requete, Pair pair) {
 
     Envoi envoi;
     envoi.pair = pair;
-    envoi.appariement = chemin == cheminAppariement;
+    envoi.appariement = chemin == cheminAppariement && requete.methode == "POST";
     envoi.requete.methode = requete.methode;
     if (auto type = requete.entete("content-type")) {
         if (type->size() > 256) return erreur(400, "Content-Type trop long.");
@@ -127,8 +128,13 @@ Relais::Decision Relais::decider(const RequeteRecue& requete, Pair pair) {
 Relais::Decision Relais::etat(Pair) {
     json comptes = json::array();
     const auto liste = p.registre.lister();
-    for (const auto& compte : liste.comptes)
-        comptes.push_back(compte.public_());
+    for (const auto& compte : liste.comptes) {
+        json ligne = compte.public_();
+        if (auto dernier = derniersBattementsMs_.find(compte.uid);
+            dernier != derniersBattementsMs_.end())
+            ligne["dernier_battement_ms"] = dernier->second;
+        comptes.push_back(std::move(ligne));
+    }
     json document = {
         {"comptes", comptes}, {"erreurs", liste.erreurs}, {"supervision", p.supervision.etat()}};
     return ReponseRelais{200, "application/json", dump(document)};
@@ -151,6 +157,10 @@ ReponseRelais Relais::conclure(const Envoi& envoi,
     const ReponseHttp& reponse = *resultat;
     const bool reussi = reponse.statut >= 200 && reponse.statut < 300;
     if (envoi.membre && !reussi) p.supervision.rendre(uid, *envoi.membre);
+    if (envoi.membre && reussi)
+        derniersBattementsMs_[uid] = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                         std::chrono::system_clock::now().time_since_epoch())
+                                         .count();
     journal(quoi + " : " + std::to_string(reponse.statut));
 
     if (envoi.appariement) return conclureAppariement(envoi, reponse);

@@ -4,6 +4,7 @@
 #include "gardien/registre.h"
 #include "server/transport.h"
 
+#include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -69,6 +70,7 @@ private:
 
     Ports p;
     std::map<uid_t, int> refusSuivis_; // 401s in a row from the server, per account
+    std::map<uid_t, std::int64_t> derniersBattementsMs_; // epoch ms, heartbeats the server took
 };
 
 } // namespace tavi

@@ -228,7 +228,8 @@ void Service::accepter() {
             close(fd);
             continue;
         }
-        if (parUid_[pair.uid] >= bornes_.connexionsParUid) {
+        if (auto ouvertes = parUid_.find(pair.uid);
+            ouvertes != parUid_.end() && ouvertes->second >= bornes_.connexionsParUid) {
             envoyerVite(fd, 429, "Trop de connexions de ce compte.");
             close(fd);
             continue;
