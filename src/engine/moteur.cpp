@@ -94,6 +94,7 @@ void Moteur::tic() {
     const std::int64_t eveille = p.horloges.monotoniqueEveilleMs();
     const double ecartEveille = static_cast<double>(eveille - dernierTicEveille_) / 1000.0;
     dernierTicEveille_ = eveille;
+    if (!relie_) adopterAppairage();
 
     // The rule veil stops the count; an application's nap does not.
     const bool enPause = voile().motif() && voile().motif()->estPause();
