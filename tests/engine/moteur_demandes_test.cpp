@@ -91,24 +91,3 @@ TEST_F(BancMoteur, RejoindreEcritLeJumelageEnregistreLAgentEtBatMemeAvecUnTrouss
     EXPECT_TRUE(moteur->relie());
     EXPECT_EQ(demarrage.enregistrements, 1) << "an agent already active is left as it is";
 }
-
-// `tavi rejoindre` while the agent runs shares its store and secret store: the running engine
-// takes the pairing, its rule set and its token (the guardian's placeholder here) within a tick
-// and beats, with no restart; a store still empty changes nothing.
-TEST_F(BancMoteur, UnAppairageFaitParUnAutreProcessusEstAdopteEnMarche) {
-    demarrer();
-    secondes(3);
-    ASSERT_FALSE(moteur->relie());
-    transport->parDefaut = [](const auto&) { return FauxTransport::statut(503); };
-    reglages.grouper([&] {
-        reglages.ecrire("ordinateur_id", std::string("ordi-9"));
-        reglages.ecrire("consigne", Donnees{json{{"protegeMaintenant", true}}.dump()});
-    });
-    Trousseau::ecrire(coffre, "gardien");
-    secondes(2);
-    EXPECT_TRUE(moteur->relie());
-    EXPECT_TRUE(voile().affiche()) << "the stored rule set is in force before any answer";
-    const auto envois = transport->requetes(cheminBattement);
-    ASSERT_EQ(envois.size(), 1u);
-    EXPECT_EQ(envois[0].entetes.at("Authorization"), "Bearer gardien");
-}
