@@ -5,6 +5,7 @@
 #include "support/processus.h"
 #include "support/serveur_brut.h"
 
+#include <csignal>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <poll.h>
@@ -39,12 +40,14 @@ TEST(SousGardien, ToutPasseParLeRelaisEtLAgentEnMarcheAdopteLAppairage) {
             getsockopt(s, SOL_SOCKET, SO_PEERCRED, &pair, &taille);
             const std::string requete = test::ServeurBrut::lireRequete(s);
             const std::string ligne = requete.substr(0, requete.find(" HTTP/"));
-            {
-                std::lock_guard v(verrou);
-                vus.emplace_back(pair.pid, ligne);
-            }
+            std::unique_lock v(verrou);
+            vus.emplace_back(pair.pid, ligne);
+            // The guardian's own copy: the first that shows up.
+            const bool agent = vus.front().first == pair.pid;
+            v.unlock();
             if (ligne == "POST /gardien/presence") {
-                test::ServeurBrut::ecrire(s, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nagent\n");
+                test::ServeurBrut::ecrire(s, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" +
+                                                 std::string(agent ? "agent\n" : "copie\n"));
                 char signe[64];
                 for (pollfd p{s, POLLIN, 0}; !arret && !coupe;)
                     if (poll(&p, 1, 100) > 0 && recv(s, signe, sizeof signe, 0) <= 0) return;
@@ -96,6 +99,13 @@ TEST(SousGardien, ToutPasseParLeRelaisEtLAgentEnMarcheAdopteLAppairage) {
     ASSERT_EQ(rejoint.statut, 0) << rejoint.err;
     EXPECT_EQ(vuesDe(agent.pid(), "POST /api/enfant/battement", 0, 20s), 1)
         << "the running agent took the pairing and beat without a restart";
+    auto copie = env;
+    copie["TAVI_AGENT"] = "1";
+    const auto seconde = test::executer(
+        commande({"/usr/bin/timeout", "10", TAVI_HOME_BINAIRE, "--sans-interface"}), "", copie);
+    EXPECT_EQ(seconde.statut, 0)
+        << "a copy the guardian did not start steps aside, TAVI_AGENT or not";
+    EXPECT_EQ(kill(agent.pid(), 0), 0) << "the guardian's copy stays";
     coupe = true; // from now on each presence is closed as soon as it is answered
     EXPECT_EQ(vuesDe(agent.pid(), "POST /gardien/presence", 1, 6s), 2)
         << "a presence the guardian closed comes back within two rounds";
