@@ -25,8 +25,9 @@ constexpr double secondesArretMin = 30.0;
 
 Moteur::Moteur(Plateforme plateforme)
     : p(std::move(plateforme)), vivant_(std::make_shared<Moteur*>(this)),
-      trousseau_(p.boucle, p.coffre), api_(p.base ? *p.base : Stockage::serveur(p.reglages),
-                                           std::nullopt, p.transport, p.boucle, p.reglages),
+      trousseau_(p.boucle, p.coffre),
+      api_(p.base ? *p.base : Stockage::serveur(p.reglages), std::nullopt, p.transport, p.boucle,
+           p.reglages),
       compteur_(p.reglages, p.session, [this] { return maintenantServeur(); }),
       dernierTic_(p.horloges.monotoniqueMs()),
       dernierTicEveille_(p.horloges.monotoniqueEveilleMs()), lanceMs_(dernierTic_),
@@ -94,6 +95,7 @@ void Moteur::tic() {
     const std::int64_t eveille = p.horloges.monotoniqueEveilleMs();
     const double ecartEveille = static_cast<double>(eveille - dernierTicEveille_) / 1000.0;
     dernierTicEveille_ = eveille;
+    if (!relie_) adopterAppairage();
 
     // The rule veil stops the count; an application's nap does not.
     const bool enPause = voile().motif() && voile().motif()->estPause();

@@ -141,6 +141,7 @@ private:
     // goes no further, so that it never ends the agent.
     static void sansArret(const char* quoi, const std::function<void()>& action) noexcept;
     void lireJeton();
+    void adopterAppairage();
     void rangerJeton(const std::string& jeton, std::function<void(bool)> suite = {});
     void envoyerBattement(LuAvantBattement lu, std::uint64_t generation,
                           std::function<void()> fini);

@@ -2,6 +2,7 @@
 #include "commun/texte.h"
 #include "engine/moteur.h"
 #include "server/stockage.h"
+#include "server/stockage.h"
 
 #include <chrono>
 #include <string>
@@ -143,6 +144,20 @@ void Moteur::lireJeton() {
                         "dernière consigne reste appliquée, les battements attendent le jeton");
         }
     });
+}
+
+// The store is shared with the other processes of the account: a pairing that one of them made
+// (`tavi rejoindre`, another copy's welcome window) is this engine's too, without a restart.
+// Its token is read through the serial door, and the heartbeat goes as soon as it is in hand.
+void Moteur::adopterAppairage() {
+    if (!p.reglages.texte("ordinateur_id")) return;
+    ++generation_;
+    relie_ = true;
+    refus401_ = 0;
+    prochainBattement_ = 0;
+    consigne_ = Stockage::consigneRangee(p.reglages);
+    api_.definirJeton(std::nullopt);
+    lireJeton();
 }
 
 void Moteur::rangerJeton(const std::string& jeton, std::function<void(bool)> suite) {

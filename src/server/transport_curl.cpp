@@ -137,7 +137,8 @@ Attendu<ReponseHttp, ErreurTransport> TransportCurl::echanger(const RequeteHttp&
         curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, 0L);
         if (prise_) {
             curl_easy_setopt(e, CURLOPT_UNIX_SOCKET_PATH, prise_->c_str());
-            // A proxy named in the environment would take the request to the network.
+            // libcurl already sends nothing over a proxy through a Unix socket; said here too,
+            // since the child writes the environment that names one.
             curl_easy_setopt(e, CURLOPT_PROXY, "");
             curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http");
         } else {

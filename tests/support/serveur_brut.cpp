@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace tavi::test {
@@ -21,6 +23,22 @@ ServeurBrut::ServeurBrut(Conduite conduite) : conduite_(std::move(conduite)) {
         getsockname(ecoute_, reinterpret_cast<sockaddr*>(&adresse), &taille) != 0)
         throw std::runtime_error("serveur brut : pas de port");
     port_ = ntohs(adresse.sin_port);
+    accepter();
+}
+
+ServeurBrut::ServeurBrut(Conduite conduite, const std::string& chemin)
+    : conduite_(std::move(conduite)) {
+    ecoute_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un adresse{};
+    adresse.sun_family = AF_UNIX;
+    chemin.copy(adresse.sun_path, sizeof adresse.sun_path - 1);
+    if (ecoute_ < 0 || bind(ecoute_, reinterpret_cast<sockaddr*>(&adresse), sizeof adresse) != 0 ||
+        chmod(chemin.c_str(), 0666) != 0 || listen(ecoute_, 16) != 0)
+        throw std::runtime_error("serveur brut : pas de prise " + chemin);
+    accepter();
+}
+
+void ServeurBrut::accepter() {
     accepteur_ = std::thread([this] {
         while (!arret_) {
             pollfd p{ecoute_, POLLIN, 0};

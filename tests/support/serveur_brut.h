@@ -18,6 +18,8 @@ public:
     using Conduite = std::function<void(int socket, const std::atomic<bool>& arret)>;
 
     explicit ServeurBrut(Conduite conduite);
+    // The same on a Unix socket at `chemin`, which anybody may connect to.
+    ServeurBrut(Conduite conduite, const std::string& chemin);
     ~ServeurBrut();
 
     std::string adresse() const { return "http://127.0.0.1:" + std::to_string(port_); }
@@ -29,6 +31,8 @@ public:
     static bool ecrire(int socket, const std::string& octets);
 
 private:
+    void accepter();
+
     Conduite conduite_;
     int ecoute_ = -1;
     int port_ = 0;

@@ -85,7 +85,9 @@ struct PresenceGardien::Etat : std::enable_shared_from_this<PresenceGardien::Eta
 
     void lire() {
         char tampon[512];
-        while (prise >= 0) {
+        // A peer that keeps writing (the relay path is the child's to choose) gets a few reads
+        // per turn of the loop, never the whole main thread.
+        for (int lectures = 0; prise >= 0 && lectures < 16; ++lectures) {
             const ssize_t n = ::recv(prise, tampon, sizeof tampon, MSG_DONTWAIT);
             if (n < 0 && errno == EINTR) continue;
             if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
