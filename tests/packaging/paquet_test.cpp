@@ -11,8 +11,8 @@ namespace {
 using test::lireFichier;
 
 // The user unit that the package installs, left disabled, is to the byte what the login agent
-// writes for the installed executable: an agent run without the guardian counts it as its own.
-// No system-wide login entry is installed: the guardian starts the agent.
+// writes for the installed executable. No system-wide login entry is installed: the guardian
+// starts the agent.
 TEST(EntreesDuPaquet, LUniteEstCelleQueLAgentEcritPourLExecutableInstalle) {
     EXPECT_EQ(lireFichier(TAVI_UNITE_CONSTRUITE),
               DemarrageSystemd::texteUnite(std::filesystem::path(TAVI_HOME_INSTALLE)));
