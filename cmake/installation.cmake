@@ -79,11 +79,12 @@ lxqt-panel | lxpanel")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "qt6-wayland")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # A file under /etc belongs to the administrator once installed: an upgrade keeps their change.
-# The maintainer scripts enable and start the guardian, and a purge forgets the paired accounts.
+# The maintainer scripts enable and start the guardian, remove the earlier autostart entry, and
+# a purge forgets the paired accounts.
 file(WRITE "${PROJECT_BINARY_DIR}/packaging/debian/conffiles"
     "${TAVI_DOSSIER_CONFIG_GARDIEN}/tavi-home.conf\n")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/packaging/debian/conffiles")
-foreach(script postinst prerm postrm)
+foreach(script preinst postinst prerm postrm)
     list(APPEND CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/${script}")
 endforeach()
 include(CPack)

@@ -47,7 +47,7 @@ if grep -q -- '-dev$' <<< "$noms"; then echec "Depends names a development packa
 dpkg-deb -e "$deb" "$temporaire/controle"
 [[ "$(cat "$temporaire/controle/conffiles")" == "$config/tavi-home.conf" ]] ||
     echec "conffiles: $(cat "$temporaire/controle/conffiles" 2>/dev/null)"
-for script in postinst prerm postrm; do
+for script in preinst postinst prerm postrm; do
     [[ -x "$temporaire/controle/$script" ]] || echec "the package has no executable $script"
 done
 
@@ -63,6 +63,16 @@ installer=(dpkg --root="$racine" --log="$temporaire/dpkg.log" --force-depends
 # What the scripts keep of the units' state, outside the package's files.
 etat_unites='^/var/lib/(dpkg|systemd)/|^/etc/systemd/'
 
+# First an earlier package, whose system-wide autostart entry the upgrade must remove.
+ancien="$temporaire/ancien" entree=/etc/xdg/autostart/com.tavi.home.desktop
+mkdir -p "$ancien/DEBIAN" "$ancien$(dirname "$entree")"
+echo '[Desktop Entry]' > "$ancien$entree"
+echo "$entree" > "$ancien/DEBIAN/conffiles"
+printf 'Package: tavi-home\nVersion: 0.0.1\nArchitecture: %s\nMaintainer: x <x@x.invalid>\nDescription: x\n' \
+    "$(dpkg --print-architecture)" > "$ancien/DEBIAN/control"
+dpkg-deb -b "$ancien" "$temporaire/ancien.deb" > /dev/null
+"${installer[@]}" --install "$temporaire/ancien.deb" > "$temporaire/dpkg-ancien.log" 2>&1 ||
+    { cat "$temporaire/dpkg-ancien.log"; echec "dpkg --install of the earlier package failed"; }
 "${installer[@]}" --install "$deb" > "$temporaire/dpkg-install.log" 2>&1 ||
     { cat "$temporaire/dpkg-install.log"; echec "dpkg --install failed"; }
 statut="$(dpkg --root="$racine" -s tavi-home | sed -n 's/^Status: //p')"
