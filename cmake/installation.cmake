@@ -9,23 +9,30 @@ if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT)
 endif()
 include(GNUInstallDirs)
 
-# XDG_CONFIG_DIRS is /etc/xdg on every desktop unless the session says otherwise: the entry goes
-# there whatever the prefix, so that the agent starts at login in every session.
-set(TAVI_DOSSIER_AUTOSTART "/etc/xdg/autostart" CACHE PATH
-    "Where the system's autostart entry of the agent is installed")
-# The systemd user units of the packages, under the prefix as it stands; not GNUInstallDirs'
-# LIBDIR, which holds the architecture's folder on Debian.
+# The systemd units of the packages, under the prefix as it stands; not GNUInstallDirs' LIBDIR,
+# which holds the architecture's folder on Debian. The agent's user unit is left disabled (the
+# guardian starts the agent); the guardian's system unit is enabled by the package.
 set(TAVI_DOSSIER_UNITES "" CACHE PATH
     "Where the agent's systemd user unit is installed (empty: PREFIX/lib/systemd/user)")
 if(NOT TAVI_DOSSIER_UNITES)
     set(TAVI_DOSSIER_UNITES "${CMAKE_INSTALL_PREFIX}/lib/systemd/user")
 endif()
+set(TAVI_DOSSIER_UNITES_SYSTEME "" CACHE PATH
+    "Where the guardian's systemd system unit is installed (empty: PREFIX/lib/systemd/system)")
+if(NOT TAVI_DOSSIER_UNITES_SYSTEME)
+    set(TAVI_DOSSIER_UNITES_SYSTEME "${CMAKE_INSTALL_PREFIX}/lib/systemd/system")
+endif()
+# Where the guardian reads its configuration by default, whatever the prefix: the unit's
+# ConfigurationDirectory= is always under /etc.
+set(TAVI_DOSSIER_CONFIG_GARDIEN "/etc/tavi-home")
 
 set(TAVI_HOME_INSTALLE "${CMAKE_INSTALL_FULL_BINDIR}/tavi-home")
-# The unit and the entry are written from templates that quote nothing: a path that systemd or a
-# desktop would need escaped (a space, %, a quote, $, =...) is refused here rather than written
-# in a form that the login agent would not take for its own.
-foreach(chemin IN ITEMS "${TAVI_HOME_INSTALLE}" "${TAVI_DOSSIER_AUTOSTART}" "${TAVI_DOSSIER_UNITES}")
+set(TAVI_GARDIEN_INSTALLE "${CMAKE_INSTALL_FULL_BINDIR}/tavi-gardien")
+# The units are written from templates that quote nothing: a path that systemd would need
+# escaped (a space, %, a quote, $, =...) is refused here rather than written in a form that the
+# login agent would not take for its own, or that would start another program.
+foreach(chemin IN ITEMS "${TAVI_HOME_INSTALLE}" "${TAVI_GARDIEN_INSTALLE}" "${TAVI_DOSSIER_UNITES}"
+        "${TAVI_DOSSIER_UNITES_SYSTEME}")
     if(NOT chemin MATCHES "^/[A-Za-z0-9._/+-]+$")
         message(FATAL_ERROR "Installation path \"${chemin}\" must be absolute and hold only "
             "letters, digits and . _ / + -")
@@ -54,7 +61,8 @@ family's account. It applies the rules the parents set (a daily limit, time
 ranges, limits per application, a pause, a filter of sites) against a clock
 kept in step with the server, and counts the time the computer is really used.
 The child sees the time left in the notification area and can ask for more.
-It starts with every session.
+A root service, tavi-gardien, holds the family link and starts the agent in
+every session of a paired account.
 The package also holds tavi, the diagnostic command line, and tavi-famille,
 the reference family server.")
 # dpkg-shlibdeps finds the libraries the programs link, and with them what they load at run
@@ -71,9 +79,12 @@ lxqt-panel | lxpanel")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "qt6-wayland")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # A file under /etc belongs to the administrator once installed: an upgrade keeps their change.
-if(TAVI_DOSSIER_AUTOSTART MATCHES "^/etc/")
-    file(WRITE "${PROJECT_BINARY_DIR}/packaging/debian/conffiles"
-        "${TAVI_DOSSIER_AUTOSTART}/com.tavi.home.desktop\n")
-    set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/packaging/debian/conffiles")
-endif()
+# The maintainer scripts enable and start the guardian, remove the earlier autostart entry, and
+# a purge forgets the paired accounts.
+file(WRITE "${PROJECT_BINARY_DIR}/packaging/debian/conffiles"
+    "${TAVI_DOSSIER_CONFIG_GARDIEN}/tavi-home.conf\n")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/packaging/debian/conffiles")
+foreach(script preinst postinst prerm postrm)
+    list(APPEND CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/${script}")
+endforeach()
 include(CPack)

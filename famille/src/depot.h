@@ -150,7 +150,7 @@ private:
     void noterPreuve(const std::string& ordinateurId, const std::string& genre,
                      const nlohmann::json& details, std::int64_t maintenantMs, VolumesJour& v,
                      std::optional<std::int64_t> cleMs = std::nullopt);
-    // What the guardian reported (depot_gardien.cpp).
+    // What the guardian reported (depot_gardien.cpp). Before the computer's line is updated.
     void noterGardien(const std::string& ordinateurId, const Battement& b,
                       std::int64_t maintenantMs, VolumesJour& v);
     void creerSchema();

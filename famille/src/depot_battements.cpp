@@ -41,8 +41,9 @@ nlohmann::json Depot::battre(const Acces& acces, const Battement& b, std::int64_
     const VolumesJour avant = volumes(id, jour);
     VolumesJour v = avant;
 
-    // Before the update below: it compares this message with the computer's previous one.
+    // Before the update below: they compare this message with the computer's previous one.
     noterAgent(id, b, maintenantMs, v);
+    noterGardien(id, b, maintenantMs, v);
     base_
         .requete("UPDATE ordinateurs SET dernier_ms = ?, dernier_genre = ?, dernier_resume = ?, "
                  "version = ?, plateforme = ?, systeme = COALESCE(?, systeme) WHERE id = ?")
@@ -88,7 +89,6 @@ nlohmann::json Depot::battre(const Acces& acces, const Battement& b, std::int64_
         ++v.evenements;
     }
     if (b.genre == GenreMessage::arret) noterPreuve(id, "arret", json::object(), maintenantMs, v);
-    noterGardien(id, b, maintenantMs, v);
     if (v != avant) noterVolumes(id, jour, v);
 
     auto reponse = consigne(*enfant, usageDuJour(enfant->id, jour, id), maintenantMs, zone);

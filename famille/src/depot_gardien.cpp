@@ -10,7 +10,18 @@ void Depot::noterGardien(const std::string& id, const Battement& b, std::int64_t
                          VolumesJour& v) {
     if (b.gardienEcarte)
         noterPreuve(id, "gardien_ecarte", {{"raison", *b.gardienEcarte}}, maintenantMs, v);
-    if (!b.gardien) return;
+    if (!b.gardien) {
+        // The previous message came through the guardian and this one does not: the guardian
+        // was removed or stopped relaying, or its token is used elsewhere. Noted once, as the
+        // change it is.
+        Requete avant = base_.requete("SELECT dernier_resume FROM ordinateurs WHERE id = ?");
+        avant.avec(id);
+        if (!b.gardienEcarte && avant.ligne())
+            if (auto resume = avant.texteOuRien(0);
+                resume && json::parse(*resume, nullptr, false).contains("gardien"))
+                noterPreuve(id, "sans_gardien", json::object(), maintenantMs, v);
+        return;
+    }
     const TemoignageGardien& g = *b.gardien;
     for (const auto& absence : g.absences)
         noterPreuve(

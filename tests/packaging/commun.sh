@@ -1,7 +1,8 @@
 # Sourced by the packaging tests: the arguments they share, a scratch folder, skipping, and
 # the files the installation must hold.
-#   BUILD SOURCES PREFIX AUTOSTART UNITES "ICON SIZES"
-build="$1" sources="$2" prefixe="$3" autostart="$4" unites="$5" tailles="$6"
+#   BUILD SOURCES PREFIX UNITES UNITES_SYSTEME CONFIG "ICON SIZES"
+build="$1" sources="$2" prefixe="$3" unites="$4" systeme="$5" config="$6" tailles="$7"
+programmes="tavi-home tavi tavi-famille tavi-gardien"
 temporaire="$(mktemp -d "${TMPDIR:-/tmp}/tavi-paquet-XXXXXX")"
 trap 'rm -rf "$temporaire"' EXIT
 
@@ -23,11 +24,11 @@ exiger() {
 }
 
 # Every file, one absolute path a line, sorted: the programs, the launcher and its icons, the
-# metainfo, the catalogues of po/LINGUAS, the manual pages, the licence's notice, the user unit
-# and the system's autostart entry.
+# metainfo, the catalogues of po/LINGUAS, the manual pages, the licence's notice, the agent's
+# user unit, the guardian's system unit and its configuration.
 fichiers_attendus() {
     {
-        for programme in tavi-home tavi tavi-famille; do echo "$prefixe/bin/$programme"; done
+        for programme in $programmes; do echo "$prefixe/bin/$programme"; done
         echo "$prefixe/share/applications/com.tavi.home.desktop"
         echo "$prefixe/share/metainfo/com.tavi.home.metainfo.xml"
         echo "$prefixe/share/icons/hicolor/scalable/apps/com.tavi.home.svg"
@@ -37,13 +38,12 @@ fichiers_attendus() {
         grep -E '^[a-zA-Z_@]+$' "$sources/po/LINGUAS" | while read -r langue; do
             echo "$prefixe/share/locale/$langue/LC_MESSAGES/tavi-home.mo"
         done
-        for programme in tavi-home tavi tavi-famille; do
-            echo "$prefixe/share/man/man1/$programme.1.gz"
-        done
+        for programme in $programmes; do echo "$prefixe/share/man/man1/$programme.1.gz"; done
         echo "$prefixe/share/doc/tavi-home/copyright"
         echo "$prefixe/share/doc/tavi-home/NOTICE"
         echo "$unites/com.tavi.home.service"
-        echo "$autostart/com.tavi.home.desktop"
+        echo "$systeme/tavi-gardien.service"
+        echo "$config/tavi-home.conf"
     } | LC_ALL=C sort
 }
 

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The .deb that cpack makes from the build: the same files as `cmake --install`, owned by root,
-# its fields (dependencies from dpkg-shlibdeps plus what it cannot see), the autostart entry as a
-# conffile, then an install into a root of the test's own with dpkg, and its purge.
-#   deb.sh CPACK BUILD SOURCES PREFIX AUTOSTART UNITES "ICON SIZES"
+# its fields (dependencies from dpkg-shlibdeps plus what it cannot see), the guardian's
+# configuration as a conffile, then an install into a root of the test's own with dpkg, its
+# maintainer scripts enabling the guardian, and its purge forgetting the paired accounts.
+#   deb.sh CPACK BUILD SOURCES PREFIX UNITES UNITES_SYSTEME CONFIG "ICON SIZES"
 set -euo pipefail
 cpack="$1"
 shift
@@ -44,23 +45,47 @@ if grep -q -- '-dev$' <<< "$noms"; then echec "Depends names a development packa
     echec "Recommends: $(champ Recommends)"
 
 dpkg-deb -e "$deb" "$temporaire/controle"
-[[ "$(cat "$temporaire/controle/conffiles")" == "$autostart/com.tavi.home.desktop" ]] ||
+[[ "$(cat "$temporaire/controle/conffiles")" == "$config/tavi-home.conf" ]] ||
     echec "conffiles: $(cat "$temporaire/controle/conffiles" 2>/dev/null)"
+for script in preinst postinst prerm postrm; do
+    [[ -x "$temporaire/controle/$script" ]] || echec "the package has no executable $script"
+done
 
 # A root of our own with an empty package database: dpkg installs there without touching this
-# computer's, runs the maintainer scripts the package may have, and purges.
+# computer's, and purges. The maintainer scripts run outside it (the root holds no shell) with
+# DPKG_ROOT naming it, as they do for any install into another root: they enable the guardian
+# there and start nothing on this computer.
 racine="$temporaire/racine"
 mkdir -p "$racine/var/lib/dpkg/info" "$racine/var/lib/dpkg/updates" "$racine/var/lib/dpkg/triggers"
 touch "$racine/var/lib/dpkg/status" "$racine/var/lib/dpkg/available"
-installer=(dpkg --root="$racine" --log="$temporaire/dpkg.log" --force-depends)
+installer=(dpkg --root="$racine" --log="$temporaire/dpkg.log" --force-depends
+    --force-script-chrootless)
+# What the scripts keep of the units' state, outside the package's files.
+etat_unites='^/var/lib/(dpkg|systemd)/|^/etc/systemd/'
+
+# First an earlier package, whose system-wide autostart entry the upgrade must remove.
+ancien="$temporaire/ancien" entree=/etc/xdg/autostart/com.tavi.home.desktop
+mkdir -p "$ancien/DEBIAN" "$ancien$(dirname "$entree")"
+echo '[Desktop Entry]' > "$ancien$entree"
+echo "$entree" > "$ancien/DEBIAN/conffiles"
+printf 'Package: tavi-home\nVersion: 0.0.1\nArchitecture: %s\nMaintainer: x <x@x.invalid>\nDescription: x\n' \
+    "$(dpkg --print-architecture)" > "$ancien/DEBIAN/control"
+dpkg-deb -b "$ancien" "$temporaire/ancien.deb" > /dev/null
+"${installer[@]}" --install "$temporaire/ancien.deb" > "$temporaire/dpkg-ancien.log" 2>&1 ||
+    { cat "$temporaire/dpkg-ancien.log"; echec "dpkg --install of the earlier package failed"; }
 "${installer[@]}" --install "$deb" > "$temporaire/dpkg-install.log" 2>&1 ||
     { cat "$temporaire/dpkg-install.log"; echec "dpkg --install failed"; }
 statut="$(dpkg --root="$racine" -s tavi-home | sed -n 's/^Status: //p')"
 [[ "$statut" == "install ok installed" ]] || echec "package status after install: $statut"
-fichiers_sous "$racine" '^/var/lib/dpkg/' > "$temporaire/installes"
+fichiers_sous "$racine" "$etat_unites" > "$temporaire/installes"
 comparer_listes "dpkg --install" "$temporaire/attendus" "$temporaire/installes"
-cmp -s "$racine$autostart/com.tavi.home.desktop" "$build/packaging/autostart/com.tavi.home.desktop" ||
-    echec "the installed autostart entry is not the build's"
+lien="$racine/etc/systemd/system/multi-user.target.wants/tavi-gardien.service"
+[[ "$(readlink "$lien")" == "$systeme/tavi-gardien.service" ]] ||
+    echec "the guardian is not enabled at boot: $(ls -l "$lien" 2>&1)"
+
+# An account paired since: the purge forgets it with the rest of the guardian's state.
+mkdir -p "$racine/var/lib/tavi-home/comptes"
+echo '{}' > "$racine/var/lib/tavi-home/comptes/1001.json"
 
 "${installer[@]}" --purge tavi-home > "$temporaire/dpkg-purge.log" 2>&1 ||
     { cat "$temporaire/dpkg-purge.log"; echec "dpkg --purge failed"; }

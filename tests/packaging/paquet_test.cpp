@@ -1,7 +1,5 @@
 #include "commun/texte.h"
-#include "platform/linux/demarrage_linux.h"
 #include "platform/linux/demarrage_systemd.h"
-#include "platform/linux/demarrage_xdg.h"
 #include "support/dossier_temporaire.h"
 #include "support/variable.h"
 
@@ -12,27 +10,12 @@ namespace {
 
 using test::lireFichier;
 
-// The unit and the autostart entry that the package installs are, to the byte, what the login
-// agent writes for the installed executable: it then counts the system's entry as its own and
-// writes nothing more in the child's folders.
-TEST(EntreesDuPaquet, SontCellesQueLAgentEcritPourLExecutableInstalle) {
-    const std::filesystem::path executable = TAVI_HOME_INSTALLE;
-    EXPECT_EQ(lireFichier(TAVI_UNITE_CONSTRUITE), DemarrageSystemd::texteUnite(executable));
-    const std::string entree = lireFichier(TAVI_ENTREE_CONSTRUITE);
-    EXPECT_EQ(entree, DemarrageXdg::texteEntree(executable));
-    EXPECT_EQ(DemarrageXdg::pourquoiPasLaNotre(entree, executable), std::nullopt);
-
-    test::DossierTemporaire dossier;
-    test::ecrireFichier(dossier / "xdg/autostart/com.tavi.home.desktop", entree);
-    OptionsDemarrage options;
-    options.executable = executable;
-    options.configMaison = dossier / "maison";
-    options.configSysteme = {dossier / "vide", dossier / "xdg"};
-    options.mode = ModeDemarrage::xdg;
-    DemarrageLinux demarrage(options);
-    EXPECT_TRUE(demarrage.actif());
-    EXPECT_EQ(demarrage.enregistrer(), std::nullopt);
-    EXPECT_FALSE(std::filesystem::exists(dossier / "maison/autostart"));
+// The user unit that the package installs, left disabled, is to the byte what the login agent
+// writes for the installed executable. No system-wide login entry is installed: the guardian
+// starts the agent.
+TEST(EntreesDuPaquet, LUniteEstCelleQueLAgentEcritPourLExecutableInstalle) {
+    EXPECT_EQ(lireFichier(TAVI_UNITE_CONSTRUITE),
+              DemarrageSystemd::texteUnite(std::filesystem::path(TAVI_HOME_INSTALLE)));
 }
 
 // The build's own catalogues, read the way the installed programs read theirs: the user's
