@@ -130,12 +130,16 @@ void Surveillance::verifier(Compte& c) {
         return perdre(c, false);
     // A traced agent answers to whoever traces it: it cannot be given back, only replaced.
     if (e->lettre == 't') return perdre(c, true);
+    // A stopped agent is continued, and given the usual time to speak again from then; one
+    // that stays stopped (stopped again as soon as continued) is replaced as a silent one.
     if (e->lettre == 'T') {
         kill(a.pid, SIGCONT);
-        if (!c.absence) ouvrirAbsence(c, a.pid);
-        a.arrete = true;
-        a.dernierSigneMs = maintenant;
-        return;
+        if (!a.arrete) {
+            if (!c.absence) ouvrirAbsence(c, a.pid);
+            a.arrete = true;
+            a.dernierSigneMs = maintenant;
+            return;
+        }
     }
     if (maintenant - a.dernierSigneMs >= silenceMaxMs) perdre(c, true);
 }

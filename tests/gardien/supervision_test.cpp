@@ -9,9 +9,11 @@
 #include "support/processus.h"
 #include "support/variable.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -42,6 +44,9 @@ protected:
         ASSERT_GE(sd_bus_open_system(&controle), 0);
     }
     void TearDown() override {
+        // A test that fails midway leaves no agent behind holding the runner's output.
+        for (pid_t pid : agents)
+            kill(pid, SIGKILL);
         sd_bus_flush_close_unref(controle);
         logind.reset();
     }
@@ -76,6 +81,14 @@ protected:
         definir(chemin, reste...);
     }
 
+    pid_t agentDe(const Surveillance& s) {
+        const auto etat = s.etat();
+        for (const auto& c : etat["comptes"])
+            if (c["agent"].is_object()) return agents.emplace_back(c["agent"]["pid"].get<pid_t>());
+        return 0;
+    }
+
+    std::vector<pid_t> agents;
     std::unique_ptr<test::Processus> daemon, logind;
     sd_bus* controle = nullptr;
 };
@@ -96,13 +109,6 @@ struct Enfant {
         return chemin.string();
     }
 };
-
-pid_t agentDe(const Surveillance& s) {
-    const auto etat = s.etat();
-    for (const auto& c : etat["comptes"])
-        if (c["agent"].is_object()) return c["agent"]["pid"].get<pid_t>();
-    return 0;
-}
 
 } // namespace
 
@@ -146,7 +152,10 @@ TEST_F(Supervision_, LAgentDemarreCommeLEnfantAvecUnEnvironnementPropreEtRienDuG
     ASSERT_TRUE(sessions && sessions->size() == 1);
     const auto lancement = preparerLancement(sessions->front(), agent, "/run/relais-essai");
     ASSERT_TRUE(lancement);
+    const gid_t adm = 4; // a group of the guardian's that the agent must not keep
+    ASSERT_EQ(setgroups(1, &adm), 0);
     const auto lance = LanceurFork().lancer(*lancement);
+    setgroups(0, nullptr);
     close(fuite);
     ASSERT_TRUE(lance);
     int statut = 0;
@@ -158,6 +167,12 @@ TEST_F(Supervision_, LAgentDemarreCommeLEnfantAvecUnEnvironnementPropreEtRienDuG
                   "HOME=/home/tavienfant\nUSER=tavienfant\nLOGNAME=tavienfant\nSHELL=/bin/sh\n"
                   "PATH=/usr/local/bin:/usr/bin:/bin\nXDG_RUNTIME_DIR=/run/user/" +
                   u + "\nDISPLAY=:7\nXAUTHORITY=" + autorite.string() + "\nLANG=fr_FR.UTF-8\n");
+
+    ASSERT_EQ(chown(autorite.c_str(), 0, 0), 0);
+    const auto env = preparerLancement(sessions->front(), agent, "/r")->environnement;
+    EXPECT_EQ(std::count_if(env.begin(), env.end(), [](auto& v) { return v.starts_with("XAU"); }),
+              0)
+        << "an X authority that is not the user's own is left out";
 }
 
 TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPrendreUneCopie) {
@@ -182,8 +197,9 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     s.presenceOuverte(uid, premier);
 
     kill(premier, SIGKILL);
-    ASSERT_TRUE(attendreQue([&] { return s.tic(relies), agentDe(s) != premier; }));
-    const pid_t second = agentDe(s);
+    pid_t second = 0;
+    ASSERT_TRUE(attendreQue([&] { return s.tic(relies), (second = agentDe(s)) != premier; }));
+    ASSERT_GT(second, 0) << "restarted at the next tic, with no wait"; // kill(0) stops us all
     EXPECT_FALSE(s.estAgent(uid, premier));
     s.presenceOuverte(uid, second);
 
@@ -204,6 +220,8 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
         << "the silent one is killed and reaped";
 
     s.presenceOuverte(uid, copie.pid());
+    ASSERT_TRUE(attendreQue(
+        [&] { return Processus::executable(troisieme).value_or("").ends_with("/sleep"); }));
     auto membre = s.prendre(uid, copie.pid());
     EXPECT_FALSE(membre["agent"].get<bool>());
     s.rendre(uid, membre);
