@@ -225,6 +225,9 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     auto membre = s.prendre(uid, copie.pid());
     EXPECT_FALSE(membre["agent"].get<bool>());
     s.rendre(uid, membre);
+    s.presenceOuverte(uid, troisieme);
+    h.avancer(Surveillance::trouMs); // stopped and continued between two tics: a gap
+    s.signeDeVie(uid, troisieme);
     membre = s.prendre(uid, troisieme);
     EXPECT_TRUE(membre["agent"].get<bool>());
     EXPECT_TRUE(membre["executable"].get<std::string>().ends_with("/sleep"));
@@ -232,7 +235,7 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     std::vector<std::string> fins;
     for (const auto& a : membre["absences"])
         fins.push_back(a["fin"]);
-    EXPECT_EQ(fins, (std::vector<std::string>{"relance", "retour", "relance"}));
+    EXPECT_EQ(fins, (std::vector<std::string>{"relance", "retour", "relance", "retour"}));
     EXPECT_EQ(membre["relances"].size(), 3u);
 
     definir("/org/freedesktop/login1/session/c1", "State", "s", "closing");
