@@ -141,7 +141,11 @@ void Surveillance::verifier(Compte& c) {
             return;
         }
     }
-    if (maintenant - a.dernierSigneMs >= silenceMaxMs) perdre(c, true);
+    // A silent agent was gone from its last word on, not from the moment it was found out.
+    if (const auto silence = maintenant - a.dernierSigneMs; silence >= silenceMaxMs) {
+        if (!c.absence) ouvrirAbsence(c, a.pid, silence);
+        perdre(c, true);
+    }
 }
 
 // The agent is gone, or is made to go: an absence opens, and the next start waits longer the
@@ -194,8 +198,9 @@ void Surveillance::lancer(Compte& c) {
     garder(c);
 }
 
-void Surveillance::ouvrirAbsence(Compte& c, pid_t pid) {
-    c.absence = AbsenceOuverte{pid, ports.horloges.muraleMs(), ports.horloges.monotoniqueMs()};
+void Surveillance::ouvrirAbsence(Compte& c, pid_t pid, std::int64_t depuisMs) {
+    c.absence = AbsenceOuverte{pid, ports.horloges.muraleMs() - depuisMs,
+                               ports.horloges.monotoniqueMs() - depuisMs};
 }
 
 void Surveillance::fermerAbsence(Compte& c, const char* fin) {

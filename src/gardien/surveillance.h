@@ -105,7 +105,7 @@ private:
     void verifier(Compte& compte);
     void perdre(Compte& compte, bool tuer);
     void lancer(Compte& compte);
-    void ouvrirAbsence(Compte& compte, pid_t pid);
+    void ouvrirAbsence(Compte& compte, pid_t pid, std::int64_t depuisMs = 0);
     void fermerAbsence(Compte& compte, const char* fin);
     void vivant(Compte& compte);
     void garder(Compte& compte);

@@ -35,6 +35,7 @@ bool attendreQue(F&& condition) {
 class Supervision_ : public testing::Test {
 protected:
     void SetUp() override {
+        if (access("/usr/bin/dbus-daemon", X_OK) != 0) GTEST_SKIP() << "dbus-daemon is missing";
         if (test::executer({"/usr/bin/python3", "-c", "import dbusmock"}).statut != 0)
             GTEST_SKIP() << "python3-dbusmock is not installed";
         daemon = std::make_unique<test::Processus>(std::vector<std::string>{
@@ -237,6 +238,8 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
         fins.push_back(a["fin"]);
     EXPECT_EQ(fins, (std::vector<std::string>{"relance", "retour", "relance", "retour"}));
     EXPECT_EQ(membre["relances"].size(), 3u);
+    EXPECT_EQ(membre["absences"][2]["duree_ms"], Surveillance::silenceMaxMs + 1000)
+        << "silent since";
 
     definir("/org/freedesktop/login1/session/c1", "State", "s", "closing");
     s.tic(relies);
