@@ -89,6 +89,9 @@ protected:
         return 0;
     }
 
+    SessionsLogind sessions;
+    LanceurFork lanceur;
+    FaussesHorloges h;
     std::vector<pid_t> agents;
     std::unique_ptr<test::Processus> daemon, logind;
     sd_bus* controle = nullptr;
@@ -114,7 +117,6 @@ struct Enfant {
 } // namespace
 
 TEST_F(Supervision_, LogindNeDonneQueLesSessionsGraphiquesLocalesDesUtilisateurs) {
-    SessionsLogind sessions;
     EXPECT_EQ(sessions.graphiques(), std::nullopt) << "no logind on the bus";
     lancerLogind();
     session("c1", 1001, "lea", "Type", "s", "x11", "Display", "s", ":3", "Leader", "u", 4242);
@@ -149,9 +151,9 @@ TEST_F(Supervision_, LAgentDemarreCommeLEnfantAvecUnEnvironnementPropreEtRienDuG
     session("c1", enfant.uid, "tavienfant", "Type", "s", "x11", "Display", "s", ":7", "Leader", "u",
             static_cast<std::uint32_t>(meneur.pid()));
     test::Variable preload("LD_PRELOAD", "/tmp/piege.so"), fuseau("TZ", "Pacific/Kiritimati");
-    const auto sessions = SessionsLogind().graphiques();
-    ASSERT_TRUE(sessions && sessions->size() == 1);
-    const auto lancement = preparerLancement(sessions->front(), agent, "/run/relais-essai");
+    const auto lues = sessions.graphiques();
+    ASSERT_TRUE(lues && lues->size() == 1);
+    const auto lancement = preparerLancement(lues->front(), agent, "/run/relais-essai");
     ASSERT_TRUE(lancement);
     const gid_t adm = 4; // a group of the guardian's that the agent must not keep
     ASSERT_EQ(setgroups(1, &adm), 0);
@@ -159,8 +161,7 @@ TEST_F(Supervision_, LAgentDemarreCommeLEnfantAvecUnEnvironnementPropreEtRienDuG
     setgroups(0, nullptr);
     close(fuite);
     ASSERT_TRUE(lance);
-    int statut = 0;
-    ASSERT_EQ(waitpid(lance->pid, &statut, 0), lance->pid);
+    ASSERT_EQ(waitpid(lance->pid, nullptr, 0), lance->pid);
     const auto u = std::to_string(enfant.uid);
     EXPECT_EQ(test::lireFichier(sortie),
               u + "\n" + u +
@@ -170,7 +171,7 @@ TEST_F(Supervision_, LAgentDemarreCommeLEnfantAvecUnEnvironnementPropreEtRienDuG
                   u + "\nDISPLAY=:7\nXAUTHORITY=" + autorite.string() + "\nLANG=fr_FR.UTF-8\n");
 
     ASSERT_EQ(chown(autorite.c_str(), 0, 0), 0);
-    const auto env = preparerLancement(sessions->front(), agent, "/r")->environnement;
+    const auto env = preparerLancement(lues->front(), agent, "/r")->environnement;
     EXPECT_EQ(std::count_if(env.begin(), env.end(), [](auto& v) { return v.starts_with("XAU"); }),
               0)
         << "an X authority that is not the user's own is left out";
@@ -182,9 +183,6 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     const uid_t uid = enfant.uid;
     lancerLogind();
     session("c1", uid, "tavienfant", "Type", "s", "x11");
-    SessionsLogind sessions;
-    LanceurFork lanceur;
-    FaussesHorloges h;
     Surveillance s({sessions, lanceur, h}, {enfant.script("agent", "exec sleep 600"), "/r"});
     const std::set<uid_t> relies{uid};
     s.tic(relies);
@@ -252,9 +250,6 @@ TEST_F(Supervision_, UnAgentQuiMeurtSansCesseEstRelanceDeMoinsEnMoinsVite) {
     Enfant enfant;
     lancerLogind();
     session("c1", enfant.uid, "tavienfant", "Type", "s", "wayland");
-    SessionsLogind sessions;
-    LanceurFork lanceur;
-    FaussesHorloges h;
     Surveillance s({sessions, lanceur, h}, {enfant.script("agent", "exit 1"), "/r"});
     const std::set<uid_t> relies{enfant.uid};
     const auto attente = [&] { return s.etat()["comptes"][0].value("relance_dans_ms", -1); };
