@@ -130,14 +130,22 @@ void Surveillance::verifier(Compte& c) {
         return perdre(c, false);
     // A traced agent answers to whoever traces it: it cannot be given back, only replaced.
     if (e->lettre == 't') return perdre(c, true);
+    // A stopped agent is continued, and given the usual time to speak again from then; one
+    // that stays stopped (stopped again as soon as continued) is replaced as a silent one.
     if (e->lettre == 'T') {
         kill(a.pid, SIGCONT);
-        if (!c.absence) ouvrirAbsence(c, a.pid);
-        a.arrete = true;
-        a.dernierSigneMs = maintenant;
-        return;
+        if (!a.arrete) {
+            if (!c.absence) ouvrirAbsence(c, a.pid);
+            a.arrete = true;
+            a.dernierSigneMs = maintenant;
+            return;
+        }
     }
-    if (maintenant - a.dernierSigneMs >= silenceMaxMs) perdre(c, true);
+    // A silent agent was gone from its last word on, not from the moment it was found out.
+    if (const auto silence = maintenant - a.dernierSigneMs; silence >= silenceMaxMs) {
+        if (!c.absence) ouvrirAbsence(c, a.pid, silence);
+        perdre(c, true);
+    }
 }
 
 // The agent is gone, or is made to go: an absence opens, and the next start waits longer the
@@ -190,8 +198,9 @@ void Surveillance::lancer(Compte& c) {
     garder(c);
 }
 
-void Surveillance::ouvrirAbsence(Compte& c, pid_t pid) {
-    c.absence = AbsenceOuverte{pid, ports.horloges.muraleMs(), ports.horloges.monotoniqueMs()};
+void Surveillance::ouvrirAbsence(Compte& c, pid_t pid, std::int64_t depuisMs) {
+    c.absence = AbsenceOuverte{pid, ports.horloges.muraleMs() - depuisMs,
+                               ports.horloges.monotoniqueMs() - depuisMs};
 }
 
 void Surveillance::fermerAbsence(Compte& c, const char* fin) {

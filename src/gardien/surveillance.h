@@ -59,6 +59,10 @@ public:
     void signeDeVie(uid_t uid, pid_t pid) override;
     nlohmann::json prendre(uid_t uid, pid_t pid) override;
     void rendre(uid_t uid, const nlohmann::json& membre) override;
+    // {"logind": bool, "comptes": [{"uid", "session": {id, type, etat, siege, affichage} or
+    // null, "agent": {pid, lance_ms, presence, silence_ms} or null, "relance_dans_ms" (no agent
+    // yet), "absence_depuis_ms" (epoch ms or null), "absences", "relances" (counts waiting for a
+    // heartbeat)}]}
     nlohmann::json etat() const override;
 
 private:
@@ -101,7 +105,7 @@ private:
     void verifier(Compte& compte);
     void perdre(Compte& compte, bool tuer);
     void lancer(Compte& compte);
-    void ouvrirAbsence(Compte& compte, pid_t pid);
+    void ouvrirAbsence(Compte& compte, pid_t pid, std::int64_t depuisMs = 0);
     void fermerAbsence(Compte& compte, const char* fin);
     void vivant(Compte& compte);
     void garder(Compte& compte);

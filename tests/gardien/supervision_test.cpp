@@ -9,9 +9,11 @@
 #include "support/processus.h"
 #include "support/variable.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -33,6 +35,7 @@ bool attendreQue(F&& condition) {
 class Supervision_ : public testing::Test {
 protected:
     void SetUp() override {
+        if (access("/usr/bin/dbus-daemon", X_OK) != 0) GTEST_SKIP() << "dbus-daemon is missing";
         if (test::executer({"/usr/bin/python3", "-c", "import dbusmock"}).statut != 0)
             GTEST_SKIP() << "python3-dbusmock is not installed";
         daemon = std::make_unique<test::Processus>(std::vector<std::string>{
@@ -42,6 +45,9 @@ protected:
         ASSERT_GE(sd_bus_open_system(&controle), 0);
     }
     void TearDown() override {
+        // A test that fails midway leaves no agent behind holding the runner's output.
+        for (pid_t pid : agents)
+            kill(pid, SIGKILL);
         sd_bus_flush_close_unref(controle);
         logind.reset();
     }
@@ -76,6 +82,17 @@ protected:
         definir(chemin, reste...);
     }
 
+    pid_t agentDe(const Surveillance& s) {
+        const auto etat = s.etat();
+        for (const auto& c : etat["comptes"])
+            if (c["agent"].is_object()) return agents.emplace_back(c["agent"]["pid"].get<pid_t>());
+        return 0;
+    }
+
+    SessionsLogind sessions;
+    LanceurFork lanceur;
+    FaussesHorloges h;
+    std::vector<pid_t> agents;
     std::unique_ptr<test::Processus> daemon, logind;
     sd_bus* controle = nullptr;
 };
@@ -97,17 +114,9 @@ struct Enfant {
     }
 };
 
-pid_t agentDe(const Surveillance& s) {
-    const auto etat = s.etat();
-    for (const auto& c : etat["comptes"])
-        if (c["agent"].is_object()) return c["agent"]["pid"].get<pid_t>();
-    return 0;
-}
-
 } // namespace
 
 TEST_F(Supervision_, LogindNeDonneQueLesSessionsGraphiquesLocalesDesUtilisateurs) {
-    SessionsLogind sessions;
     EXPECT_EQ(sessions.graphiques(), std::nullopt) << "no logind on the bus";
     lancerLogind();
     session("c1", 1001, "lea", "Type", "s", "x11", "Display", "s", ":3", "Leader", "u", 4242);
@@ -142,15 +151,17 @@ TEST_F(Supervision_, LAgentDemarreCommeLEnfantAvecUnEnvironnementPropreEtRienDuG
     session("c1", enfant.uid, "tavienfant", "Type", "s", "x11", "Display", "s", ":7", "Leader", "u",
             static_cast<std::uint32_t>(meneur.pid()));
     test::Variable preload("LD_PRELOAD", "/tmp/piege.so"), fuseau("TZ", "Pacific/Kiritimati");
-    const auto sessions = SessionsLogind().graphiques();
-    ASSERT_TRUE(sessions && sessions->size() == 1);
-    const auto lancement = preparerLancement(sessions->front(), agent, "/run/relais-essai");
+    const auto lues = sessions.graphiques();
+    ASSERT_TRUE(lues && lues->size() == 1);
+    const auto lancement = preparerLancement(lues->front(), agent, "/run/relais-essai");
     ASSERT_TRUE(lancement);
+    const gid_t adm = 4; // a group of the guardian's that the agent must not keep
+    ASSERT_EQ(setgroups(1, &adm), 0);
     const auto lance = LanceurFork().lancer(*lancement);
+    setgroups(0, nullptr);
     close(fuite);
     ASSERT_TRUE(lance);
-    int statut = 0;
-    ASSERT_EQ(waitpid(lance->pid, &statut, 0), lance->pid);
+    ASSERT_EQ(waitpid(lance->pid, nullptr, 0), lance->pid);
     const auto u = std::to_string(enfant.uid);
     EXPECT_EQ(test::lireFichier(sortie),
               u + "\n" + u +
@@ -158,6 +169,12 @@ TEST_F(Supervision_, LAgentDemarreCommeLEnfantAvecUnEnvironnementPropreEtRienDuG
                   "HOME=/home/tavienfant\nUSER=tavienfant\nLOGNAME=tavienfant\nSHELL=/bin/sh\n"
                   "PATH=/usr/local/bin:/usr/bin:/bin\nXDG_RUNTIME_DIR=/run/user/" +
                   u + "\nDISPLAY=:7\nXAUTHORITY=" + autorite.string() + "\nLANG=fr_FR.UTF-8\n");
+
+    ASSERT_EQ(chown(autorite.c_str(), 0, 0), 0);
+    const auto env = preparerLancement(lues->front(), agent, "/r")->environnement;
+    EXPECT_EQ(std::count_if(env.begin(), env.end(), [](auto& v) { return v.starts_with("XAU"); }),
+              0)
+        << "an X authority that is not the user's own is left out";
 }
 
 TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPrendreUneCopie) {
@@ -166,9 +183,6 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     const uid_t uid = enfant.uid;
     lancerLogind();
     session("c1", uid, "tavienfant", "Type", "s", "x11");
-    SessionsLogind sessions;
-    LanceurFork lanceur;
-    FaussesHorloges h;
     Surveillance s({sessions, lanceur, h}, {enfant.script("agent", "exec sleep 600"), "/r"});
     const std::set<uid_t> relies{uid};
     s.tic(relies);
@@ -182,8 +196,9 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     s.presenceOuverte(uid, premier);
 
     kill(premier, SIGKILL);
-    ASSERT_TRUE(attendreQue([&] { return s.tic(relies), agentDe(s) != premier; }));
-    const pid_t second = agentDe(s);
+    pid_t second = 0;
+    ASSERT_TRUE(attendreQue([&] { return s.tic(relies), (second = agentDe(s)) != premier; }));
+    ASSERT_GT(second, 0) << "restarted at the next tic, with no wait"; // kill(0) stops us all
     EXPECT_FALSE(s.estAgent(uid, premier));
     s.presenceOuverte(uid, second);
 
@@ -204,9 +219,14 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
         << "the silent one is killed and reaped";
 
     s.presenceOuverte(uid, copie.pid());
+    ASSERT_TRUE(attendreQue(
+        [&] { return Processus::executable(troisieme).value_or("").ends_with("/sleep"); }));
     auto membre = s.prendre(uid, copie.pid());
     EXPECT_FALSE(membre["agent"].get<bool>());
     s.rendre(uid, membre);
+    s.presenceOuverte(uid, troisieme);
+    h.avancer(Surveillance::trouMs); // stopped and continued between two tics: a gap
+    s.signeDeVie(uid, troisieme);
     membre = s.prendre(uid, troisieme);
     EXPECT_TRUE(membre["agent"].get<bool>());
     EXPECT_TRUE(membre["executable"].get<std::string>().ends_with("/sleep"));
@@ -214,8 +234,10 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     std::vector<std::string> fins;
     for (const auto& a : membre["absences"])
         fins.push_back(a["fin"]);
-    EXPECT_EQ(fins, (std::vector<std::string>{"relance", "retour", "relance"}));
+    EXPECT_EQ(fins, (std::vector<std::string>{"relance", "retour", "relance", "retour"}));
     EXPECT_EQ(membre["relances"].size(), 3u);
+    EXPECT_EQ(membre["absences"][2]["duree_ms"], Surveillance::silenceMaxMs + 1000)
+        << "silent since";
 
     definir("/org/freedesktop/login1/session/c1", "State", "s", "closing");
     s.tic(relies);
@@ -228,9 +250,6 @@ TEST_F(Supervision_, UnAgentQuiMeurtSansCesseEstRelanceDeMoinsEnMoinsVite) {
     Enfant enfant;
     lancerLogind();
     session("c1", enfant.uid, "tavienfant", "Type", "s", "wayland");
-    SessionsLogind sessions;
-    LanceurFork lanceur;
-    FaussesHorloges h;
     Surveillance s({sessions, lanceur, h}, {enfant.script("agent", "exit 1"), "/r"});
     const std::set<uid_t> relies{enfant.uid};
     const auto attente = [&] { return s.etat()["comptes"][0].value("relance_dans_ms", -1); };
