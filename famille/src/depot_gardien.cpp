@@ -10,16 +10,16 @@ void Depot::noterGardien(const std::string& id, const Battement& b, std::int64_t
                          VolumesJour& v) {
     if (b.gardienEcarte)
         noterPreuve(id, "gardien_ecarte", {{"raison", *b.gardienEcarte}}, maintenantMs, v);
+    Requete avant = base_.requete("SELECT dernier_resume FROM ordinateurs WHERE id = ?");
+    avant.avec(id);
+    const std::optional<std::string> resume =
+        avant.ligne() ? avant.texteOuRien(0) : std::optional<std::string>();
     if (!b.gardien) {
         // The previous message came through the guardian and this one does not: the guardian
         // was removed or stopped relaying, or its token is used elsewhere. Noted once, as the
         // change it is.
-        Requete avant = base_.requete("SELECT dernier_resume FROM ordinateurs WHERE id = ?");
-        avant.avec(id);
-        if (!b.gardienEcarte && avant.ligne())
-            if (auto resume = avant.texteOuRien(0);
-                resume && json::parse(*resume, nullptr, false).contains("gardien"))
-                noterPreuve(id, "sans_gardien", json::object(), maintenantMs, v);
+        if (!b.gardienEcarte && resume && json::parse(*resume, nullptr, false).contains("gardien"))
+            noterPreuve(id, "sans_gardien", json::object(), maintenantMs, v);
         return;
     }
     const TemoignageGardien& g = *b.gardien;
@@ -36,8 +36,10 @@ void Depot::noterGardien(const std::string& id, const Battement& b, std::int64_t
                     g.absences.empty() ? std::nullopt : std::optional(g.absences.front().debutMs));
     // A copy the guardian did not start got its heartbeat through: the guardian expected no
     // agent in that session (one logind does not count as graphical, a nested display...).
-    // Noted once per copy; the computer's line tells whether the latest heartbeat was one.
-    if (!g.agent) {
+    // Noted once per copy; the computer's line tells whether the latest heartbeat was one. The
+    // first heartbeat of a pairing comes from whatever paired (`tavi rejoindre`), before any
+    // agent was started: that one is no copy.
+    if (!g.agent && resume) {
         json copie = {{"pid", g.pid}};
         if (g.executable) copie["executable"] = *g.executable;
         if (g.lanceMs) copie["lance_ms"] = *g.lanceMs;

@@ -105,6 +105,8 @@ TEST_F(Preuves, LeRapportDitCeQueLeGardienAVuUneFoisEtEcarteSonMembreFaux) {
                      {"pid", 4321},
                      {"absences", {absence(t - 20000, 12000, "relance"), absence(t, 0, "retour")}},
                      {"relances", {t - 8000}}};
+    // The pairing's own first heartbeat comes from `tavi rejoindre`, before any agent.
+    battreA(t - 25000, avecGardien({{"agent", false}, {"pid", 77}, {"lance_ms", t - 26000}}));
     battreA(t, avecGardien(vu));
     battreA(t + 30000, avecGardien(vu)); // the same heartbeat sent again
     json copie = {{"agent", false}, {"pid", 999}, {"executable", "/home/lea/a"}, {"lance_ms", t}};
