@@ -33,14 +33,19 @@ def main():
         if not attendre(scene.agents, 30):
             sys.exit("mesurer-gardien : aucun agent\n" + scene.journal("gardien"))
         time.sleep(10)  # past the agent's start and its first heartbeat
-        pid = scene.gardien.pid
-        debut, t0 = temps_cpu(pid), time.monotonic()
+        pids = {"gardien": scene.gardien.pid, "agent": scene.agents()[-1]}
+        debut, t0 = {n: temps_cpu(p) for n, p in pids.items()}, time.monotonic()
         time.sleep(secondes)
-        part = (temps_cpu(pid) - debut) / (time.monotonic() - t0) * 100
-        with open(f"/proc/{pid}/status") as f:
-            memoire = dict(l.split(":", 1) for l in f if l.startswith("Vm"))
-        print(f"gardien au repos {secondes} s, un compte relié, son agent présent : "
-              f"CPU {part:.3f} %  RSS {memoire['VmRSS'].strip()}  pic {memoire['VmHWM'].strip()}")
+        duree = time.monotonic() - t0
+        # The agent's own share beside the guardian's: its heartbeats go through the relay,
+        # and its presence writes one byte every 2 s.
+        for nom, pid in pids.items():
+            part = (temps_cpu(pid) - debut[nom]) / duree * 100
+            with open(f"/proc/{pid}/status") as f:
+                memoire = dict(l.split(":", 1) for l in f if l.startswith("Vm"))
+            print(f"{nom} au repos {secondes} s (un compte relié, son agent présent) : "
+                  f"CPU {part:.3f} %  RSS {memoire['VmRSS'].strip()}  "
+                  f"pic {memoire['VmHWM'].strip()}")
     finally:
         scene.demonter()
 
