@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <grp.h>
+#include <map>
 #include <pwd.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -43,6 +44,19 @@ bool estSocket(const std::string& chemin) {
     return lstat(chemin.c_str(), &etat) == 0 && S_ISSOCK(etat.st_mode);
 }
 
+// The session's leader first, then its other processes of the user's, each value taken from
+// the first that has one.
+std::map<std::string, std::string> environnementDeSession(const SessionGraphique& session) {
+    const std::vector<std::string> noms = {"XAUTHORITY", "LANG", "WAYLAND_DISPLAY"};
+    auto valeurs = Processus::environnement(session.meneur, noms);
+    if (valeurs.size() == noms.size() || session.id.empty()) return valeurs;
+    for (const pid_t pid : Processus::deLaSession(session.id, session.uid)) {
+        valeurs.merge(Processus::environnement(pid, noms));
+        if (valeurs.size() == noms.size()) break;
+    }
+    return valeurs;
+}
+
 } // namespace
 
 std::optional<Lancement> preparerLancement(const SessionGraphique& session,
@@ -73,8 +87,7 @@ std::optional<Lancement> preparerLancement(const SessionGraphique& session,
     const std::string execution = cheminSimple(session.dossierExecution)
                                       ? session.dossierExecution
                                       : "/run/user/" + std::to_string(session.uid);
-    const auto meneur =
-        Processus::environnement(session.meneur, {"XAUTHORITY", "LANG", "WAYLAND_DISPLAY"});
+    auto meneur = environnementDeSession(session);
     auto& env = l.environnement;
     env = {"TAVI_AGENT=1",
            "TAVI_RELAIS=" + relais,
@@ -85,12 +98,18 @@ std::optional<Lancement> preparerLancement(const SessionGraphique& session,
            "PATH=" + std::string(cheminFixe),
            "XDG_RUNTIME_DIR=" + execution};
     if (faitDe(session.affichage, ":._-", 64)) env.push_back("DISPLAY=" + session.affichage);
+    // Where the session's programs name none, the places display managers and xinit use.
+    std::optional<std::string> autorite;
     if (const auto x = meneur.find("XAUTHORITY"); x != meneur.end())
-        if (const auto autorite = autoriteX(x->second, session.uid))
-            env.push_back("XAUTHORITY=" + *autorite);
+        autorite = autoriteX(x->second, session.uid);
+    for (const auto& usuel : {execution + "/gdm/Xauthority", l.maison + "/.Xauthority"})
+        if (!autorite) autorite = autoriteX(usuel, session.uid);
+    if (autorite) env.push_back("XAUTHORITY=" + *autorite);
     if (const auto w = meneur.find("WAYLAND_DISPLAY");
         w != meneur.end() && (faitDe(w->second, "._-", 64) || cheminSimple(w->second)))
         env.push_back("WAYLAND_DISPLAY=" + w->second);
+    else if (session.type == "wayland" && estSocket(execution + "/wayland-0"))
+        env.push_back("WAYLAND_DISPLAY=wayland-0");
     if (estSocket(execution + "/bus"))
         env.push_back("DBUS_SESSION_BUS_ADDRESS=unix:path=" + execution + "/bus");
     const auto langue = meneur.find("LANG");

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <dirent.h>
 #include <fcntl.h>
 #include <string_view>
 #include <unistd.h>
@@ -131,6 +132,33 @@ std::map<std::string, std::string> environnement(pid_t pid, const std::vector<st
         valeurs.emplace(nom, std::string(valeur));
     }
     return valeurs;
+}
+
+std::vector<pid_t> deLaSession(const std::string& session, uid_t uid) {
+    std::vector<pid_t> pids;
+    const std::string portee = "/session-" + session + ".scope";
+    DIR* proc = opendir("/proc");
+    if (!proc) return pids;
+    while (const dirent* entree = readdir(proc)) {
+        const auto pid = nombre(entree->d_name);
+        if (!pid || *pid == 0 || *pid > 4'194'304) continue;
+        const auto p = static_cast<pid_t>(*pid);
+        if (proprietaire(p) != uid) continue;
+        const auto groupes = lire(chemin(p, "cgroup"), 4096);
+        if (!groupes) continue;
+        // The scope ends its line, or a sub-group follows it.
+        for (std::size_t i = groupes->find(portee); i != std::string::npos;
+             i = groupes->find(portee, i + 1)) {
+            const std::size_t apres = i + portee.size();
+            if (apres == groupes->size() || (*groupes)[apres] == '\n' || (*groupes)[apres] == '/') {
+                pids.push_back(p);
+                break;
+            }
+        }
+    }
+    closedir(proc);
+    std::sort(pids.begin(), pids.end());
+    return pids;
 }
 
 } // namespace tavi::Processus

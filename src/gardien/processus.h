@@ -38,6 +38,11 @@ std::string identifiantDemarrage();
 // with a control character or longer than 4 KiB is left out.
 std::map<std::string, std::string> environnement(pid_t pid, const std::vector<std::string>& noms);
 
+// The processes of `uid` in logind's session `session` (the cgroup "session-ID.scope" under the
+// user's slice), oldest pid first. Under a display manager the session's leader is often root's
+// worker, whose environment names no X authority: the session's own programs do.
+std::vector<pid_t> deLaSession(const std::string& session, uid_t uid);
+
 } // namespace Processus
 
 } // namespace tavi

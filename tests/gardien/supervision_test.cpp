@@ -175,6 +175,14 @@ TEST_F(Supervision_, LAgentDemarreCommeLEnfantAvecUnEnvironnementPropreEtRienDuG
     EXPECT_EQ(std::count_if(env.begin(), env.end(), [](auto& v) { return v.starts_with("XAU"); }),
               0)
         << "an X authority that is not the user's own is left out";
+    // A display manager's leader names none: the user's own file is found where xinit keeps it.
+    const std::filesystem::path usuelle = "/home/tavienfant/.Xauthority";
+    test::ecrireFichier(usuelle, "");
+    ASSERT_EQ(chown(usuelle.c_str(), enfant.uid, enfant.uid), 0);
+    const auto avecUsuelle = preparerLancement(lues->front(), agent, "/r")->environnement;
+    std::filesystem::remove(usuelle);
+    EXPECT_EQ(std::count(avecUsuelle.begin(), avecUsuelle.end(), "XAUTHORITY=" + usuelle.string()),
+              1);
 }
 
 TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPrendreUneCopie) {
