@@ -1,3 +1,4 @@
+#include "commun/fuseau_systeme.h"
 #include "gardien/commandes_gardien.h"
 #include "gardien/service.h"
 #include "gardien/surveillance.h"
@@ -57,6 +58,8 @@ std::string chemin(tavi::Arguments& arguments, const std::string& nom, std::stri
 } // namespace
 
 int main(int argc, char** argv) {
+    // The guardian's day is the computer's, whatever its environment says.
+    tavi::suivreFuseauSysteme();
     tavi::OptionsGardien options;
     std::string commande;
     std::vector<std::string> mots;
