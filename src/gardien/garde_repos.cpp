@@ -203,8 +203,6 @@ void GardeRepos::agir(Compte& c, const SessionLogind& s, Suivi& suivi, bool sais
         retirerAvis(s, suivi);
         return;
     }
-    // A text console has no lock screen: ending it, after the notice, is how it rests.
-    if (s.type != "x11" && s.type != "wayland") return avertir(s, suivi);
     const std::int64_t depuis = maintenant_ - suivi.dernierVerrouMs;
     const bool encore = suivi.dernierVerrouMs >= 0 &&
                         (suivi.inactiviteS ? saisieApresVerrou && depuis >= reverrouillageMs
@@ -217,7 +215,10 @@ void GardeRepos::agir(Compte& c, const SessionLogind& s, Suivi& suivi, bool sais
     borner(c);
     journal("session " + s.id + " verrouillée : le voile manque pendant le repos (" +
             suivi.raison + ")");
-    if (reaction == "fermer_session" && c.verrousHeure.size() >= verrousAvantFin)
+    // A text console has no lock screen: it is locked for the record and ended after the
+    // notice, whatever the family chose beyond recording.
+    const bool console = s.type != "x11" && s.type != "wayland";
+    if (console || (reaction == "fermer_session" && c.verrousHeure.size() >= verrousAvantFin))
         avertir(s, suivi);
 }
 
