@@ -74,7 +74,10 @@ Suivi
                                       applis, sites, applis installées, signalements du jour,
                                       interruptions du jour : arrêts, silences, battements
                                       espacés, redémarrages, baisses du temps compté, voile
-                                      réparé, clavier refusé, agent suspendu
+                                      réparé, clavier refusé, agent suspendu ; avec
+                                      tavi-gardien : son compte du jour à côté de celui de
+                                      l'agent, désaccords, verrous, sessions fermées, voile
+                                      absent pendant le repos
   consigne PRENOM [--ordinateur ID]   la consigne qu'un battement recevrait maintenant
 )";
 
