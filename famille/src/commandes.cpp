@@ -62,6 +62,9 @@ Règles
       actif : la liste intégrée des sites pour adultes s'applique aussi ; les domaines
       bloqués et autorisés par la famille s'appliquent toujours.
   rapports PRENOM applis|sites on|off temps par appli, noms des sites visités
+  reaction-voile PRENOM signaler|verrouiller|fermer_session
+      ce que fait tavi-gardien quand le voile manque pendant le repos : le noter, verrouiller
+      la session (par défaut), ou la verrouiller puis la fermer au troisième verrou de l'heure
   tirelire PRENOM +N|-N               ajoute ou retire des minutes de la tirelire
   reglages PRENOM                     les réglages enregistrés
 
@@ -108,6 +111,7 @@ const std::map<std::string, Commande>& commandes() {
         {"retablir", {false, Commandes::retablir}},
         {"filtre", {false, Commandes::filtre}},
         {"rapports", {false, Commandes::rapports}},
+        {"reaction-voile", {false, Commandes::reactionVoile}},
         {"tirelire", {false, Commandes::tirelire}},
         {"reglages", {false, Commandes::reglages}},
         {"demandes", {false, Commandes::demandes}},
