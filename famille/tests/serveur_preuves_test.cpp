@@ -143,3 +143,48 @@ TEST_F(Preuves, LeRapportDitCeQueLeGardienAVuUneFoisEtEcarteSonMembreFaux) {
     EXPECT_EQ(lignes[6].at("raison"), "« gardien.absences » a plus de 100 éléments.");
     EXPECT_EQ(lignes[lignes.size() - 2].at("secondes"), 3600 - 125);
 }
+
+TEST_F(Preuves, LeCompteDuGardienPrimeEtSesPreuvesArriventUneFois) {
+    serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 60; });
+    const std::int64_t t = minuit + 12 * 3600000;
+    auto avec = [&](double agent, double gardien, json plus = json::object()) {
+        json corps = battement(agent);
+        corps["gardien"] = {{"agent", true},
+                            {"pid", 42},
+                            {"utilise_jour_min", gardien},
+                            {"jour", jourLocal(t, *date::locate_zone("Europe/Paris"))}};
+        corps["gardien"].update(plus);
+        return corps;
+    };
+    const json vu = {
+        {"controle", "partiel"},
+        {"verrous", {t - 5000}},
+        {"fins_session", {t - 4000}},
+        {"voile_absent", {{{"debut_ms", t - 9000}, {"duree_ms", 3000}, {"raison", "recouvert"}}}}};
+    EXPECT_EQ(battreA(t, avec(10, 30, vu)).at("reste_jour_min"), 30.0);
+    EXPECT_EQ(serveur.lignes("ordinateur", t).at(0).at("controle"), "Wayland : contrôle partiel");
+    battreA(t + 30000, avec(10.5, 30.5, vu)); // sent again, the gap still open
+    battreA(t + 60000, avec(31, 31));         // the gap closed
+    EXPECT_EQ(battreA(t + 90000, avec(20, 40)).at("reste_jour_min"), 20.0);
+    const auto hier = jourLocal(minuit - 1, *date::locate_zone("Europe/Paris"));
+    EXPECT_EQ(battreA(t + 100000, avec(31, 55, {{"jour", hier}})).at("reste_jour_min"), 20.0);
+    EXPECT_EQ(battreA(t + 120000, avec(5, 5)).at("reste_jour_min"), 20.0);
+    json faux =
+        avec(31, 50, {{"voile_absent", {{{"debut_ms", t}, {"duree_ms", 1}, {"raison", "cache"}}}}});
+    EXPECT_EQ(battreA(t + 150000, faux).at("reste_jour_min"), 20.0) << "the heartbeat stands";
+
+    auto lignes = serveur.lignes("interruption", t + 200000);
+    std::vector<std::string> genres;
+    for (const auto& ligne : lignes)
+        genres.push_back(ligne.at("genre"));
+    EXPECT_EQ(genres, (std::vector<std::string>{"verrou_gardien", "fin_session_gardien",
+                                                "voile_absent", "desaccord", "baisse", "desaccord",
+                                                "baisse", "gardien_ecarte"}));
+    EXPECT_EQ(lignes[3].at("gardien_min"), 30.0);
+    EXPECT_EQ(serveur.lignes("compte_jour", t).at(0),
+              json({{"ordinateur", lignes[0].at("ordinateur")},
+                    {"jour", lignes[3].at("jour")},
+                    {"utilise_min", 40.0},
+                    {"agent_min", 31.0},
+                    {"gardien_min", 40.0}}));
+}
