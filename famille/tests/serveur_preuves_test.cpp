@@ -158,6 +158,7 @@ TEST_F(Preuves, LeCompteDuGardienPrimeEtSesPreuvesArriventUneFois) {
     const json voile = {{{"debut_ms", t - 9000}, {"duree_ms", 3000}, {"raison", "recouvert"}}};
     json vu = {{"controle", "partiel"}, {"verrous", {t - 5000}}, {"voile_absent", voile}};
     vu["fins_session"] = {t - 4000};
+    vu["absences"] = {{{"debut_ms", t - 7000}, {"duree_ms", 10}, {"fin", "arret"}}};
     EXPECT_EQ(battreA(t, avec(10, 30, vu)).at("reste_jour_min"), 30.0);
     EXPECT_EQ(serveur.lignes("ordinateur", t).at(0).at("controle"), "Wayland : contrôle partiel");
     battreA(t + 30000, avec(10.5, 30.5, vu)); // sent again, the gap still open
@@ -174,8 +175,8 @@ TEST_F(Preuves, LeCompteDuGardienPrimeEtSesPreuvesArriventUneFois) {
     std::vector<std::string> genres;
     for (const auto& ligne : lignes)
         genres.push_back(ligne.at("genre"));
-    EXPECT_EQ(genres, (std::vector<std::string>{"verrou_gardien", "fin_session_gardien",
-                                                "voile_absent", "desaccord", "baisse", "desaccord",
-                                                "baisse", "gardien_ecarte"}));
+    EXPECT_EQ(genres, (std::vector<std::string>{
+                          "absence_agent", "verrou_gardien", "fin_session_gardien", "voile_absent",
+                          "desaccord", "baisse", "desaccord", "baisse", "gardien_ecarte"}));
     EXPECT_EQ(serveur.lignes("compte_jour", t).at(0).at("agent_min"), 31.0) << "beside 40";
 }
