@@ -158,7 +158,10 @@ void Surveillance::verifier(Compte& c) {
     if (e->lettre == 'T') {
         kill(a.pid, SIGCONT);
         if (!a.arrete) {
-            if (!c.absence) ouvrirAbsence(c, a.pid);
+            if (!c.absence) {
+                ouvrirAbsence(c, a.pid);
+                c.absence->arret = true;
+            }
             a.arrete = true;
             a.dernierSigneMs = maintenant;
             return;
@@ -243,7 +246,11 @@ void Surveillance::vivant(Compte& c) {
         garder(c);
     }
     a.dernierSigneMs = maintenant;
-    if (c.absence) fermerAbsence(c, c.absence->pid == a.pid ? "retour" : "relance");
+    // The same process back: after a stop the guardian undid, or a silence it ended by itself.
+    if (c.absence)
+        fermerAbsence(c, c.absence->pid != a.pid ? "relance"
+                         : c.absence->arret      ? "arret"
+                                                 : "retour");
     a.arrete = false;
 }
 

@@ -89,6 +89,7 @@ private:
         pid_t pid = 0;
         std::int64_t debutMs = 0;     // wall clock
         std::int64_t debutBootMs = 0; // clock that counts sleep
+        bool arret = false;           // it began with the agent found stopped
     };
     struct Absence {
         std::int64_t debutMs = 0;

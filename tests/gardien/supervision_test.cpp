@@ -253,7 +253,7 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     std::vector<std::string> fins;
     for (const auto& a : membre["absences"])
         fins.push_back(a["fin"]);
-    EXPECT_EQ(fins, (std::vector<std::string>{"relance", "retour", "relance", "retour"}));
+    EXPECT_EQ(fins, (std::vector<std::string>{"relance", "arret", "relance", "retour"}));
     EXPECT_EQ(membre["relances"].size(), 3u);
     EXPECT_EQ(membre["absences"][2]["duree_ms"], Surveillance::silenceMaxMs + 1000)
         << "silent since";
