@@ -161,6 +161,7 @@ TEST_F(Preuves, LeCompteDuGardienPrimeEtSesPreuvesArriventUneFois) {
     vu["absences"] = {{{"debut_ms", t - 7000}, {"duree_ms", 10}, {"fin", "arret"}}};
     EXPECT_EQ(battreA(t, avec(10, 30, vu)).at("reste_jour_min"), 30.0);
     EXPECT_EQ(serveur.lignes("ordinateur", t).at(0).at("controle"), "Wayland : contrôle partiel");
+    vu["voile_absent"][0]["duree_ms"] = 8000; // told again, longer: the same one grows
     battreA(t + 30000, avec(10.5, 30.5, vu)); // sent again, the gap still open
     battreA(t + 60000, avec(31, 31));         // the gap closed
     EXPECT_EQ(battreA(t + 90000, avec(20, 40)).at("reste_jour_min"), 20.0);
@@ -179,4 +180,8 @@ TEST_F(Preuves, LeCompteDuGardienPrimeEtSesPreuvesArriventUneFois) {
                           "absence_agent", "verrou_gardien", "fin_session_gardien", "voile_absent",
                           "desaccord", "baisse", "desaccord", "baisse", "gardien_ecarte"}));
     EXPECT_EQ(serveur.lignes("compte_jour", t).at(0).at("agent_min"), 31.0) << "beside 40";
+    for (const auto& ligne : lignes)
+        if (ligne.at("genre") == "voile_absent") {
+            EXPECT_EQ(ligne.at("duree_ms"), 8000) << ligne;
+        }
 }

@@ -48,6 +48,17 @@ void GardeRepos::completer(uid_t uid, json& membre) {
     membre["voile_absent"] = prendreAuPlus(c.voiles, parBattement, [](const VoileAbsent& v) {
         return json{{"debut_ms", v.debutMs}, {"duree_ms", v.dureeMs}, {"raison", v.raison}};
     });
+    // A veil missing for long already is told now, without waiting for its end; its end will
+    // tell it again, whole.
+    for (const auto& [id, suivi] : c.suivis) {
+        const auto duree = maintenant_ - suivi.absentDepuisMs;
+        if (suivi.absentDepuisMs >= 0 && duree >= voileAbsentMaxMs &&
+            membre["voile_absent"].size() < parBattement)
+            membre["voile_absent"].push_back({{"debut_ms", suivi.absentDepuisServeurMs},
+                                              {"duree_ms", duree},
+                                              {"raison", suivi.raison},
+                                              {"en_cours", true}});
+    }
 }
 
 void GardeRepos::rendre(uid_t uid, const json& membre) {
@@ -66,7 +77,8 @@ void GardeRepos::rendre(uid_t uid, const json& membre) {
     std::deque<VoileAbsent> voiles;
     if (const auto l = membre.find("voile_absent"); l != membre.end() && l->is_array())
         for (const auto& v : *l)
-            if (v.is_object() && entier(v, "debut_ms") >= 0 && entier(v, "duree_ms") >= 0)
+            if (v.is_object() && !v.value("en_cours", false) && entier(v, "debut_ms") >= 0 &&
+                entier(v, "duree_ms") >= 0)
                 voiles.push_back({entier(v, "debut_ms"), entier(v, "duree_ms"),
                                   v.value("raison", std::string())});
     remettre(c.voiles, std::move(voiles));

@@ -124,6 +124,11 @@ TEST_F(Garde, SansVoilePendantLeReposLeGardienVerrouilleEncorePuisFermeLaSession
     EXPECT_TRUE(sessions.verrous.empty()) << "ten seconds of grace";
     secondes(*g, 1, 11);
     ASSERT_EQ(sessions.verrous.size(), 1u);
+    json pendant = json::object();
+    g->completer(lea, pendant);
+    ASSERT_EQ(pendant["voile_absent"].size(), 1u) << "told while it lasts";
+    EXPECT_TRUE(pendant["voile_absent"][0]["en_cours"].get<bool>());
+    g->rendre(lea, pendant);
     secondes(*g, 20, 12);
     EXPECT_EQ(sessions.verrous.size(), 1u) << "no input since the lock: no new lock";
     for (int fois = 2; fois <= 3; ++fois) {
