@@ -228,9 +228,11 @@ std::string raisonSur(const Bilan& bilan, const RectX& moniteur, const SondeX& s
         if (!bilan.agentVisible) return "non_visible";
         return "non_couvert";
     }
+    // Neither the guardian's own notice nor the server's own windows count: a compositor's
+    // overlay, the server's, is above everything while the compositor shows what is below.
     for (std::size_t j = haut + 1; j < s.size(); ++j)
-        if (s[j].visible && s[j].sortie && !s[j].aAgent && sonde.client(s[j].id) != sonde.nous() &&
-            s[j].exterieur.coupe(moniteur))
+        if (s[j].visible && s[j].sortie && !s[j].aAgent && s[j].exterieur.coupe(moniteur) &&
+            sonde.client(s[j].id) != sonde.nous() && sonde.client(s[j].id) != 0)
             return "recouvert";
     return {};
 }
