@@ -79,7 +79,8 @@ std::vector<std::u16string> lignesAvis(const std::string& utf8, std::size_t colo
 AvisX::AvisX(SondeX& sonde, const std::string& texte) : c(sonde.connexion()), texte_(texte) {
     // A 16-bit font is what shows French accents through ImageText16; "fixed" is on every
     // server, in Latin-1 at least.
-    for (const char* nom : {"-misc-fixed-medium-r-normal--18-*-*-*-*-*-iso10646-1", "fixed"}) {
+    for (const char* nom : {"-misc-fixed-medium-r-normal--20-*-*-*-*-*-iso10646-1",
+                            "-misc-fixed-medium-r-normal--18-*-*-*-*-*-iso10646-1", "fixed"}) {
         police = xcb_generate_id(c);
         const auto cookie =
             xcb_open_font_checked(c, police, static_cast<std::uint16_t>(strlen(nom)), nom);

@@ -1,6 +1,7 @@
 // The guardian's looks at an X server: each test starts its own Xvfb, and the windows are
 // those of other X clients, each in a child process of its own.
 
+#include "gardien/avis_x.h"
 #include "gardien/regards.h"
 #include "support/dossier_temporaire.h"
 #include "support/processus.h"
@@ -163,6 +164,13 @@ TEST(RegardsX, VoitLeVoileDansLeCadreDuGestionnaire) {
     EXPECT_EQ(attendre(*regards, acces, voile.pid, "present"), "present");
     Fenetre autre(x.affichage, 0, 0, 300, 200, true, true);
     EXPECT_EQ(attendre(*regards, acces, voile.pid, "recouvert"), "recouvert");
+}
+
+TEST(AvisX, DecodeLUtf8EtCoupeAuxMots) {
+    using Lignes = std::vector<std::u16string>;
+    EXPECT_EQ(lignesAvis("Ça ira à l'heure", 9), (Lignes{u"Ça ira à", u"l'heure"}));
+    EXPECT_EQ(lignesAvis("a\xC3(b\xF0\x9F\x98\x80\nanticonstitutionnel", 6),
+              (Lignes{u"a?(b?", u"antico", u"nstitu", u"tionne", u"l"}));
 }
 
 TEST(RegardsX, InactiviteCroitSansEntreeEtTombeApresLaSouris) {
