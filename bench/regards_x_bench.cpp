@@ -55,7 +55,8 @@ AccesX acces() {
     return {std::getenv("DISPLAY"), 0, {}};
 }
 
-// Arg 0: the agent's veil is up, on top; arg 1: a process with no window, every frame opened.
+// Arg 0: the agent's veil is up, on top; arg 1: a process with no window, every frame opened;
+// arg 2: no agent, the idle time alone.
 void UnRegard(benchmark::State& etat) {
     GardeX garde;
     auto sonde = SondeX::ouvrir(acces(), garde);
@@ -63,7 +64,7 @@ void UnRegard(benchmark::State& etat) {
         etat.SkipWithError("no X server at $DISPLAY");
         return;
     }
-    const pid_t qui = etat.range(0) == 0 ? agent : getpid() + 100000;
+    const pid_t qui = etat.range(0) == 0 ? agent : etat.range(0) == 1 ? getpid() + 100000 : 0;
     RegardX regard;
     for (auto _ : etat) {
         regard = sonde->voile(qui);
@@ -71,8 +72,11 @@ void UnRegard(benchmark::State& etat) {
         benchmark::DoNotOptimize(regard);
     }
     etat.SetLabel(regard.voile == EtatVoile::present ? "present" : regard.raison);
+    const unsigned avant = xcb_no_operation(sonde->connexion()).sequence;
+    benchmark::DoNotOptimize(sonde->voile(qui));
+    etat.counters["requetes"] = xcb_no_operation(sonde->connexion()).sequence - avant - 1;
 }
-BENCHMARK(UnRegard)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
+BENCHMARK(UnRegard)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMicrosecond);
 
 // The processor time of the whole guardian side (worker and watchdog) for ten seconds of watch.
 void DixSecondesDeGarde(benchmark::State& etat) {
