@@ -88,22 +88,16 @@ public:
         Bilan bilan;
         std::vector<xcb_window_t> hauts = enfants(racine);
         if (hauts.size() > sommetsMax) hauts.erase(hauts.begin(), hauts.end() - sommetsMax);
-        pids(hauts);
-        lireSommets(hauts, bilan);
-        for (Sommet& s : bilan.sommets) {
-            if (s.pid != agent) continue;
-            s.aAgent = bilan.agentVu = true;
-            if (s.visible) {
-                bilan.agentVisible = true;
-                if (entier({{s.id, s.interieur}}, s.interieur)) s.voiles.push_back(s.interieur);
-            }
-        }
-        // Frames are opened from the top, a few more each time, until every monitor shows one
-        // of the agent's windows: what is below does not change the verdict, and a look stays
-        // cheap while the veil is up.
-        std::size_t fin = bilan.sommets.size(), pas = 1;
+        bilan.sommets.resize(hauts.size());
+        // Top-levels and frames are read from the top, twice as many each time, until every
+        // monitor shows one of the agent's windows: what is below does not change the verdict,
+        // and a look stays cheap while the veil is up.
+        std::size_t fin = hauts.size(), pas = 2;
         while (fin > 0 && !couverts(bilan, fin, moniteurs)) {
             const std::size_t debut = fin > pas ? fin - pas : 0;
+            pids({hauts.begin() + static_cast<std::ptrdiff_t>(debut),
+                  hauts.begin() + static_cast<std::ptrdiff_t>(fin)});
+            lireSommets(hauts, debut, fin, agent, bilan);
             std::vector<Noeud> noeuds = descendre(bilan, agent, debut, fin, moniteurs);
             std::vector<xcb_window_t> ids;
             for (const Noeud& n : noeuds)
@@ -117,16 +111,18 @@ public:
     }
 
 private:
-    void lireSommets(const std::vector<xcb_window_t>& hauts, Bilan& bilan) {
+    void lireSommets(const std::vector<xcb_window_t>& hauts, std::size_t debut, std::size_t fin,
+                     pid_t agent, Bilan& bilan) {
         std::vector<std::pair<xcb_get_window_attributes_cookie_t, xcb_get_geometry_cookie_t>> q;
-        for (xcb_window_t f : hauts)
-            q.push_back({xcb_get_window_attributes(c, f), xcb_get_geometry(c, f)});
-        for (std::size_t i = 0; i < hauts.size(); ++i) {
-            auto attributs = reponse(xcb_get_window_attributes_reply(c, q[i].first, nullptr));
-            auto geometrie = reponse(xcb_get_geometry_reply(c, q[i].second, nullptr));
-            if (!attributs || !geometrie) continue; // gone meanwhile
-            Sommet s;
+        for (std::size_t i = debut; i < fin; ++i)
+            q.push_back({xcb_get_window_attributes(c, hauts[i]), xcb_get_geometry(c, hauts[i])});
+        for (std::size_t i = debut; i < fin; ++i) {
+            auto attributs =
+                reponse(xcb_get_window_attributes_reply(c, q[i - debut].first, nullptr));
+            auto geometrie = reponse(xcb_get_geometry_reply(c, q[i - debut].second, nullptr));
+            Sommet& s = bilan.sommets[i];
             s.id = hauts[i];
+            if (!attributs || !geometrie) continue; // gone meanwhile: never viewable
             s.pid = pid(hauts[i]);
             s.visible = attributs->map_state == XCB_MAP_STATE_VIEWABLE;
             s.sortie = attributs->_class == XCB_WINDOW_CLASS_INPUT_OUTPUT;
@@ -135,7 +131,11 @@ private:
                            geometrie->height + 2 * bord};
             s.interieur = {geometrie->x + bord, geometrie->y + bord, geometrie->width,
                            geometrie->height};
-            bilan.sommets.push_back(std::move(s));
+            if (s.pid != agent) continue;
+            s.aAgent = bilan.agentVu = true;
+            if (!s.visible) continue;
+            bilan.agentVisible = true;
+            if (entier({{s.id, s.interieur}}, s.interieur)) s.voiles.push_back(s.interieur);
         }
     }
 
