@@ -138,18 +138,20 @@ std::optional<double> SondeX::inactiviteS() {
 std::vector<std::pair<xcb_window_t, RectX>> SondeX::moniteurs() {
     constexpr std::size_t moniteursMax = 16;
     std::vector<std::pair<xcb_window_t, RectX>> resultat;
-    const xcb_query_extension_reply_t* ext = xcb_get_extension_data(c, &xcb_randr_id);
-    bool randr = false;
-    if (ext && ext->present) {
-        auto version =
-            reponse(xcb_randr_query_version_reply(c, xcb_randr_query_version(c, 1, 5), nullptr));
-        randr = version && (version->major_version > 1 || version->minor_version >= 5);
+    if (!randr) { // once a connection: a server's extensions do not change
+        randr = false;
+        const xcb_query_extension_reply_t* ext = xcb_get_extension_data(c, &xcb_randr_id);
+        if (ext && ext->present) {
+            auto version = reponse(
+                xcb_randr_query_version_reply(c, xcb_randr_query_version(c, 1, 5), nullptr));
+            randr = version && (version->major_version > 1 || version->minor_version >= 5);
+        }
     }
     for (auto it = xcb_setup_roots_iterator(xcb_get_setup(c));
          it.rem && resultat.size() < moniteursMax; xcb_screen_next(&it)) {
         const xcb_screen_t* ecran = it.data;
         std::size_t avant = resultat.size();
-        if (randr) {
+        if (*randr) {
             auto liste = reponse(xcb_randr_get_monitors_reply(
                 c, xcb_randr_get_monitors(c, ecran->root, 1), nullptr));
             if (liste)

@@ -63,6 +63,7 @@ private:
     xcb_connection_t* c;
     GardeX& surveillance;
     std::uint32_t base = 0, masque = 0;
+    std::optional<bool> randr; // whether it lists monitors (RandR 1.5)
 };
 
 } // namespace tavi
