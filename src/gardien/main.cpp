@@ -93,6 +93,7 @@ int main(int argc, char** argv) {
     if (commande == "oublier") return root("oublier") ? tavi::commandeOublier(options, mots[0]) : 1;
     if (!root("le service")) return 1;
 
+    tavi::bloquerSignauxDuService();
     auto supervision = tavi::creerSupervision({options.agent, options.relais, options.etat});
     tavi::TransportCurl transport;
     const int statut =

@@ -458,15 +458,19 @@ int Service::executer() {
 
 } // namespace
 
-int servir(const OptionsService& options, Supervision& supervision, Transport& transport,
-           const BornesService& bornes) {
-    // Blocked before the workers start, so that only the loop's signalfd sees them.
+void bloquerSignauxDuService() {
     sigset_t masque;
     sigemptyset(&masque);
     sigaddset(&masque, SIGCHLD);
     sigaddset(&masque, SIGTERM);
     sigaddset(&masque, SIGINT);
     pthread_sigmask(SIG_BLOCK, &masque, nullptr);
+}
+
+int servir(const OptionsService& options, Supervision& supervision, Transport& transport,
+           const BornesService& bornes) {
+    // Blocked before the workers start, so that only the loop's signalfd sees them.
+    bloquerSignauxDuService();
     signal(SIGPIPE, SIG_IGN);
     Service service(options, supervision, transport, bornes);
     return service.executer();

@@ -28,6 +28,11 @@ struct BornesService {
     std::size_t attenteMax = 64; // exchanges waiting for a worker
 };
 
+// Blocks the signals the service's loop reads (SIGCHLD, SIGTERM, SIGINT) in the calling thread,
+// and so in every thread it starts from then on: the supervision's own threads must be started
+// after this, or a stop could be delivered to one of them and end the process unsaved.
+void bloquerSignauxDuService();
+
 // Runs the service until SIGTERM or SIGINT: the relay socket, the supervision's tick every
 // second and at each SIGCHLD. Returns the exit status (0 on a signal, 1 when the socket could
 // not be made). Single-threaded but for the exchanges with the server.
