@@ -58,6 +58,30 @@ def _ppid(pid):
         return None
 
 
+class Saisie:
+    """The child at the keyboard: a pointer move through xdotool every `pas` seconds, as the
+    child, while `active` is set."""
+
+    def __init__(self, scene, pas=1.0):
+        import threading
+        self.scene, self.pas = scene, pas
+        self.active = threading.Event()
+        self.fin = threading.Event()
+        self.fil = threading.Thread(target=self._boucle, daemon=True)
+        self.fil.start()
+
+    def _boucle(self):
+        sens = 1
+        while not self.fin.wait(self.pas):
+            if self.active.is_set():
+                sens = -sens
+                self.scene.enfant(["xdotool", "mousemove_relative", "--", str(sens), "0"])
+
+    def arreter(self):
+        self.fin.set()
+        self.fil.join()
+
+
 def etat_processus(pid):
     """The state letter of /proc/PID/stat (R, S, T, t, Z…), None when the process is gone."""
     try:
@@ -68,9 +92,11 @@ def etat_processus(pid):
 
 
 class Scene:
-    def __init__(self, build, graphique=True):
+    def __init__(self, build, graphique=True, usage_gardien_s=None):
         self.build = os.path.realpath(build)
         self.graphique = graphique
+        # The seconds the guardian already counted today when it starts (a day under way).
+        self.usage_gardien_s = usage_gardien_s
         self.binaires = {
             "gardien": f"{self.build}/src/gardien/tavi-gardien",
             "agent": f"{self.build}/src/app/tavi-home",
@@ -112,6 +138,8 @@ class Scene:
             self._xvfb()
         self._session_enfant()
         self._famille()
+        if self.usage_gardien_s is not None:
+            self._usage_du_jour()
         self.demarrer_gardien()
 
     def _verifier(self):
@@ -274,6 +302,113 @@ class Scene:
             dbus.Struct(("c1", dbus.ObjectPath(chemin)), signature="so"),
             dbus_interface="org.freedesktop.DBus.Properties")
 
+    def _usage_du_jour(self):
+        dossier = os.path.join(self.etat_dir, "usage")
+        os.makedirs(dossier, 0o700)
+        chemin = os.path.join(dossier, f"{self.uid}.json")
+        with open(os.open(chemin, os.O_WRONLY | os.O_CREAT, 0o600), "w") as f:
+            json.dump({"jour": time.strftime("%Y-%m-%d"), "secondes": self.usage_gardien_s}, f)
+
+    # --- the child's desktop ---------------------------------------------------------------
+
+    def voile(self):
+        """The id of the agent's veil when one is mapped over the whole screen, else None."""
+        env = {"DISPLAY": self.affichage}
+        sortie = subprocess.run(["xwininfo", "-root", "-children"], capture_output=True,
+                                text=True, env=env).stdout
+        for ligne in sortie.splitlines():
+            if '"Tavi Home"' in ligne:
+                wid = ligne.split()[0]
+                info = subprocess.run(["xwininfo", "-id", wid], capture_output=True, text=True,
+                                      env=env).stdout
+                if "IsViewable" in info and "Width: 1024" in info:
+                    return wid
+        return None
+
+    def reglages_agent(self):
+        return os.path.join(self.maison, ".local/state/tavi-home/reglages.sqlite")
+
+    def reglage_agent(self, cle):
+        """A value of the agent's store, read as root without taking part in its writes."""
+        import sqlite3
+        base = sqlite3.connect(f"file:{self.reglages_agent()}?mode=ro", uri=True, timeout=5)
+        try:
+            ligne = base.execute("SELECT valeur FROM reglages WHERE cle = ?", (cle,)).fetchone()
+        finally:
+            base.close()
+        return ligne[0] if ligne else None
+
+    def ecrire_reglages_agent(self, valeurs):
+        """Rewrites numbers of the agent's store as the child does, with the sqlite3 module."""
+        programme = ("import json, sqlite3, sys\n"
+                     "b = sqlite3.connect(sys.argv[1], timeout=5)\n"
+                     "for cle, v in json.loads(sys.argv[2]).items():\n"
+                     "    b.execute('UPDATE reglages SET valeur = ? WHERE cle = ?', (v, cle))\n"
+                     "b.commit()\n")
+        r = self.enfant([sys.executable, "-c", programme, self.reglages_agent(),
+                         json.dumps(valeurs)], text=True)
+        if r.returncode != 0:
+            raise RuntimeError(f"the child's write failed: {r.stderr}")
+
+    # --- logind --------------------------------------------------------------------------
+
+    def session_logind(self, identifiant):
+        return self.bus.get_object(LOGIND, f"/org/freedesktop/login1/session/{identifiant}")
+
+    def ajouter_session(self, identifiant, siege, meneur, **proprietes):
+        """Adds a session of the child to logind, active on its seat; its object path."""
+        import dbus
+        logind = self.bus.get_object(LOGIND, "/org/freedesktop/login1")
+        chemin = logind.AddSession(identifiant, siege, dbus.UInt32(self.uid), ENFANT, True,
+                                   dbus_interface=MOCK)
+        proprietes.setdefault("Leader", dbus.UInt32(meneur))
+        self.session_logind(identifiant).UpdateProperties(
+            "org.freedesktop.login1.Session", proprietes, dbus_interface=MOCK)
+        return chemin
+
+    def retirer_session(self, identifiant, siege):
+        """Takes a session out of logind as its end does: off its seat and its user."""
+        import dbus
+        chemin = f"/org/freedesktop/login1/session/{identifiant}"
+        for objet, interface in ((f"/org/freedesktop/login1/seat/{siege}", "Seat"),
+                                 (f"/org/freedesktop/login1/user/{self.uid}", "User")):
+            o = self.bus.get_object(LOGIND, objet)
+            iface = "org.freedesktop.login1." + interface
+            restantes = [s for s in o.Get(iface, "Sessions", dbus_interface=dbus.PROPERTIES_IFACE)
+                         if str(s[1]) != chemin]
+            o.Set(iface, "Sessions", dbus.Array(restantes, signature="(so)"),
+                  dbus_interface=dbus.PROPERTIES_IFACE)
+        self.bus.get_object(LOGIND, "/org/freedesktop/login1").RemoveObject(
+            chemin, dbus_interface=MOCK)
+
+    def verrous(self, identifiant, depuis):
+        """The instants (seconds since the epoch) the session was locked through logind at or
+        after `depuis`: the Manager's LockSession or the session's own Lock."""
+        appels = [(t, m, a) for t, m, a in self.bus.get_object(
+            LOGIND, "/org/freedesktop/login1").GetCalls(dbus_interface=MOCK)
+            if m == "LockSession" and a and str(a[0]) == identifiant]
+        try:
+            appels += [(t, m, a) for t, m, a in self.session_logind(identifiant).GetCalls(
+                dbus_interface=MOCK) if m == "Lock"]
+        except Exception:  # the session may be gone
+            pass
+        return [int(t) for t, _, _ in appels if int(t) >= int(depuis)]
+
+    def reveiller(self):
+        """logind says the computer woke up: the agent beats at once instead of within 30 s."""
+        self.bus.get_object(LOGIND, "/org/freedesktop/login1").EmitSignal(
+            "org.freedesktop.login1.Manager", "PrepareForSleep", "b", [False],
+            dbus_interface=MOCK)
+
+    def preparer_veille(self, avant):
+        """A suspend as logind announces it: the property first, then the signal."""
+        import dbus
+        logind = self.bus.get_object(LOGIND, "/org/freedesktop/login1")
+        logind.UpdateProperties("org.freedesktop.login1.Manager",
+                                {"PreparingForSleep": dbus.Boolean(avant)}, dbus_interface=MOCK)
+        logind.EmitSignal("org.freedesktop.login1.Manager", "PrepareForSleep", "b", [avant],
+                          dbus_interface=MOCK)
+
     # --- the family server -----------------------------------------------------------------
 
     def famille(self, *arguments):
@@ -331,6 +466,30 @@ class Scene:
             except ValueError:
                 pass
         return lignes
+
+    def compte_gardien(self):
+        """What `tavi-gardien etat` says of the child's account: the members of its entries
+        merged (usage, repos, voile, reaction, verrous...), {} when it names none."""
+        compte = {}
+
+        def parcourir(v):
+            if isinstance(v, dict):
+                if v.get("uid") == self.uid or v.get("compte") == ENFANT:
+                    compte.update({k: x for k, x in v.items() if k not in compte})
+                for x in v.values():
+                    parcourir(x)
+            elif isinstance(v, list):
+                for x in v:
+                    parcourir(x)
+        parcourir(self.etat())
+        return compte
+
+    def usage_gardien(self):
+        """The guardian's count of the child's day: (jour, secondes), (None, None) unknown."""
+        usage = self.compte_gardien().get("usage")
+        if not isinstance(usage, dict):
+            return None, None
+        return usage.get("jour"), usage.get("secondes")
 
     def jeton(self):
         """The real token, as root reads it from the guardian's state (None before pairing)."""
