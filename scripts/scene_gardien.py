@@ -205,6 +205,7 @@ class Scene:
   <listen>unix:path={BUS_SYSTEME}</listen>
   <auth>EXTERNAL</auth>
   <policy context="default">
+    <allow user="*"/>
     <allow send_destination="*"/>
     <allow receive_sender="*"/>
     <deny own="*"/>

@@ -49,13 +49,11 @@ def ordinateur(rapport):
 
 def figure_gardien(o):
     """The guardian's count of the day on the computer's line, in minutes, or None."""
-    g = o.get("gardien")
-    if isinstance(g, dict) and isinstance(g.get("utilise_jour_min"), (int, float)):
-        return g["utilise_jour_min"]
-    for cle, v in o.items():
-        if "gardien" in cle and cle.endswith("_min") and isinstance(v, (int, float)):
-            return v
-    return None
+    return o.get("gardien_jour_min")
+
+
+def figure_agent(o):
+    return o.get("agent_jour_min", o.get("utilise_jour_min", 0))
 
 
 def usage_du_jour(rapport):
@@ -145,29 +143,29 @@ class GardienRepos(unittest.TestCase):
     # --- while the computer counts ---------------------------------------------------------
 
     def test_a_indice_de_verrou_de_l_enfant(self):
-        _, avant = self.secondes_gardien()
-        self.assertGreaterEqual(avant, USAGE_AVANT_S,
-                                "the guardian did not start from the day's count it had kept")
+        _, avant = self.scene.usage_gardien()
         agent_avant = self.scene.reglage_agent("compteur_s") or 0
-        programme = ("import dbus; dbus.SystemBus().get_object('org.freedesktop.login1', "
-                     "'/org/freedesktop/login1/session/c1').SetLockedHint(True, dbus_interface="
-                     "'org.freedesktop.login1.Session')")
-        self.enfant(sys.executable, "-c", programme)
+        self.enfant("busctl", "--system", "call", "org.freedesktop.login1",
+                    "/org/freedesktop/login1/session/c1", "org.freedesktop.login1.Session",
+                    "SetLockedHint", "b", "true")
         try:
             time.sleep(DUREE_VERROU_S)
-            _, apres = self.secondes_gardien()
+            _, apres = self.scene.usage_gardien()
             agent_apres = self.scene.reglage_agent("compteur_s") or 0
         finally:
             self.scene.session_logind("c1").SetLockedHint(False)
         self.assertLess(agent_apres - agent_avant, 5, "the agent counted under the hint: the "
                         "scene does not test the guardian")
+        self.assertIsNotNone(avant, f"no usage in `tavi-gardien etat`: {self.scene.etat()}")
+        self.assertGreaterEqual(avant, USAGE_AVANT_S,
+                                "the guardian did not start from the day's count it had kept")
         self.assertGreater(apres - avant, DUREE_VERROU_S - 5,
                            "the guardian stopped counting on the child's lock hint")
 
         def ecart(r):
             o = ordinateur(r)
             g = figure_gardien(o)
-            return g is not None and g > o.get("utilise_jour_min", 0) and evenements(r, "desaccord")
+            return g is not None and g > figure_agent(o) and evenements(r, "desaccord")
         r = self.rapport_apres(ecart)
         self.assertTrue(ecart(r), f"no guardian's figure above the agent's, or no desaccord: {r}")
         d = evenements(r, "desaccord")[0]
@@ -205,7 +203,7 @@ class GardienRepos(unittest.TestCase):
         pid = self.agent()
         absences = len([a for a in evenements(self.scene.rapport(), "absence_agent")
                         if a.get("fin") == "arret"])
-        _, avant = self.secondes_gardien()
+        _, avant = self.scene.usage_gardien()
         debut = time.monotonic()
         for _ in range(2):
             self.enfant("kill", "-STOP", str(pid))
