@@ -2,8 +2,6 @@
 
 #include "lecture.h"
 
-#include <date/date.h>
-
 namespace tavi::famille {
 
 using nlohmann::json;
@@ -20,19 +18,6 @@ constexpr std::size_t longueurId = 255;
 
 [[noreturn]] void refuser(const std::string& detail) {
     throw ErreurRequete(400, detail);
-}
-
-// A day of the calendar: "2024-02-31" has the right shape but would be stored as a day no
-// clock ever reaches, and it sorts among real days.
-bool estJour(const std::string& cle) {
-    if (cle.size() != 10 || cle[4] != '-' || cle[7] != '-') return false;
-    for (std::size_t i : {0u, 1u, 2u, 3u, 5u, 6u, 8u, 9u})
-        if (cle[i] < '0' || cle[i] > '9') return false;
-    auto nombre = [&](std::size_t debut, std::size_t n) { return std::stoi(cle.substr(debut, n)); };
-    return date::year_month_day{date::year{nombre(0, 4)},
-                                date::month{static_cast<unsigned>(nombre(5, 2))},
-                                date::day{static_cast<unsigned>(nombre(8, 2))}}
-        .ok();
 }
 
 std::string identifiantDe(const std::string& cle, const std::string& nom) {
@@ -149,7 +134,10 @@ json resume(const Battement& b) {
     if (b.systeme) r["systeme"] = *b.systeme;
     if (!b.autorisations.empty()) r["autorisations"] = b.autorisations;
     if (b.annonce) r["annonce"] = *b.annonce;
-    if (b.gardien) r["gardien"] = {{"agent", b.gardien->agent}};
+    if (b.gardien) {
+        r["gardien"] = {{"agent", b.gardien->agent}};
+        if (b.gardien->controle) r["gardien"]["controle"] = *b.gardien->controle;
+    }
     return r;
 }
 

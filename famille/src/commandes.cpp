@@ -62,6 +62,9 @@ Règles
       actif : la liste intégrée des sites pour adultes s'applique aussi ; les domaines
       bloqués et autorisés par la famille s'appliquent toujours.
   rapports PRENOM applis|sites on|off temps par appli, noms des sites visités
+  reaction-voile PRENOM signaler|verrouiller|fermer_session
+      ce que fait tavi-gardien quand le voile manque pendant le repos : le noter, verrouiller
+      la session (par défaut), ou la verrouiller puis la fermer au troisième verrou de l'heure
   tirelire PRENOM +N|-N               ajoute ou retire des minutes de la tirelire
   reglages PRENOM                     les réglages enregistrés
 
@@ -74,7 +77,10 @@ Suivi
                                       applis, sites, applis installées, signalements du jour,
                                       interruptions du jour : arrêts, silences, battements
                                       espacés, redémarrages, baisses du temps compté, voile
-                                      réparé, clavier refusé, agent suspendu
+                                      réparé, clavier refusé, agent suspendu ; avec
+                                      tavi-gardien : son compte du jour à côté de celui de
+                                      l'agent, désaccords, verrous, sessions fermées, voile
+                                      absent pendant le repos
   consigne PRENOM [--ordinateur ID]   la consigne qu'un battement recevrait maintenant
 )";
 
@@ -105,6 +111,7 @@ const std::map<std::string, Commande>& commandes() {
         {"retablir", {false, Commandes::retablir}},
         {"filtre", {false, Commandes::filtre}},
         {"rapports", {false, Commandes::rapports}},
+        {"reaction-voile", {false, Commandes::reactionVoile}},
         {"tirelire", {false, Commandes::tirelire}},
         {"reglages", {false, Commandes::reglages}},
         {"demandes", {false, Commandes::demandes}},

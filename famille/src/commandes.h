@@ -44,6 +44,7 @@ void couper(Contexte& c);
 void retablir(Contexte& c);
 void filtre(Contexte& c);
 void rapports(Contexte& c);
+void reactionVoile(Contexte& c);
 void tirelire(Contexte& c);
 void fuseau(Contexte& c);
 void reglages(Contexte& c);

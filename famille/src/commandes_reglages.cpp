@@ -285,6 +285,16 @@ void rapports(Contexte& c) {
               {"historique_sites", e.reglages.historiqueSites}});
 }
 
+void reactionVoile(Contexte& c) {
+    auto prenom = c.args.suivant("PRENOM");
+    auto reaction = c.args.suivant("signaler, verrouiller ou fermer_session");
+    if (!reactionsVoile().contains(reaction))
+        throw ErreurUsage("reaction-voile : signaler, verrouiller ou fermer_session, pas « " +
+                          reaction + " »");
+    changer(c, prenom, [&](Enfant& e) { e.reglages.reactionVoile = reaction; });
+    c.ecrire({{"prenom", prenom}, {"reaction_voile", reaction}});
+}
+
 void tirelire(Contexte& c) {
     auto prenom = c.args.suivant("PRENOM");
     auto texte = c.args.suivant("+N ou -N");

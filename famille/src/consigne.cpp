@@ -88,6 +88,7 @@ json consigne(const Enfant& enfant, const UsageDuJour& usage, std::int64_t maint
                            {"domaines_autorises", r.filtre->autorises}};
     c["rapport_applis"] = {{"actif", r.rapportApplis}};
     c["historique_sites"] = {{"actif", r.historiqueSites}};
+    c["reaction_voile"] = r.reactionVoile;
     return c;
 }
 

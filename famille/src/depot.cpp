@@ -8,7 +8,7 @@ namespace tavi::famille {
 
 namespace {
 
-// Version 4 of the schema (version 1 lacked volumes_jour, versions 2 and 3 the columns that
+// Version 5 of the schema (version 1 lacked volumes_jour, versions 2 to 4 the columns that
 // colonnesAjoutees adds; every statement here is idempotent, so running it again upgrades an
 // older base). Per-day tables are keyed by the child's local day ("yyyy-MM-dd"); instants are
 // ms since the epoch; minutes are REAL.
@@ -57,6 +57,9 @@ CREATE TABLE IF NOT EXISTS usage_jour (
     ordinateur_id TEXT NOT NULL REFERENCES ordinateurs(id) ON DELETE CASCADE,
     jour TEXT NOT NULL,
     minutes REAL NOT NULL,
+    agent_min REAL,
+    gardien_min REAL,
+    en_desaccord INTEGER NOT NULL DEFAULT 0,
     PRIMARY KEY (ordinateur_id, jour)
 ) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS minutes_limites (
@@ -155,6 +158,11 @@ constexpr const char* colonnesAjoutees[][3] = {
     {"volumes_jour", "applis", "INTEGER NOT NULL DEFAULT 0"},
     {"volumes_jour", "preuves", "INTEGER NOT NULL DEFAULT 0"},
     {"evenements", "cle_ms", "INTEGER"},
+    // The day's use counts the higher of the agent's and the guardian's figures; each is kept
+    // for the parents to compare (a day stored before has neither).
+    {"usage_jour", "agent_min", "REAL"},
+    {"usage_jour", "gardien_min", "REAL"},
+    {"usage_jour", "en_desaccord", "INTEGER NOT NULL DEFAULT 0"},
 };
 
 // After the columns: an older evenements table gets its cle_ms only above. The guardian's
@@ -184,8 +192,8 @@ void Depot::creerSchema() {
         Requete version = base_.requete("PRAGMA user_version");
         if (version.ligne()) numero = version.entier(0);
     }
-    if (numero == 4) return;
-    if (numero > 4) throw ErreurBase("cette base vient d'une version plus récente de tavi-famille");
+    if (numero == 5) return;
+    if (numero > 5) throw ErreurBase("cette base vient d'une version plus récente de tavi-famille");
     Transaction t(base_);
     base_.executer(schema);
     for (const auto& [table, colonne, definition] : colonnesAjoutees)
@@ -194,7 +202,10 @@ void Depot::creerSchema() {
                 (std::string("ALTER TABLE ") + table + " ADD COLUMN " + colonne + " " + definition)
                     .c_str());
     base_.executer(indexAjoutes);
-    base_.executer("PRAGMA user_version = 4");
+    // Before version 5 the day's use was the agent's figure alone.
+    if (numero > 0 && numero < 5)
+        base_.executer("UPDATE usage_jour SET agent_min = minutes WHERE agent_min IS NULL");
+    base_.executer("PRAGMA user_version = 5");
     t.valider();
 }
 

@@ -86,6 +86,9 @@ public:
     static constexpr VolumesJour quotaJour{5000, 500, 500, 2000, 500};
     // Heartbeats come every 30 s: a longer gap is an agent stalled, slowed or held back.
     static constexpr std::int64_t ecartMaxMs = 35 * 1000;
+    // The agent and the guardian sample the same seconds at different moments: a gap of a
+    // minute or two is their timing, a larger one an agent that stopped counting.
+    static constexpr double ecartCompteMin = 2;
 
     Depot(const std::string& chemin, Base::Ouverture ouverture);
     Base& base() { return base_; }
@@ -153,6 +156,11 @@ private:
     // What the guardian reported (depot_gardien.cpp). Before the computer's line is updated.
     void noterGardien(const std::string& ordinateurId, const Battement& b,
                       std::int64_t maintenantMs, VolumesJour& v);
+    // The guardian's count of `jour`, today's key (depot_gardien.cpp), beside the agent's
+    // figure of the same day when this message carried one.
+    void noterCompteGardien(const std::string& ordinateurId, const std::string& jour,
+                            double gardienMin, std::optional<double> agentMin,
+                            std::int64_t maintenantMs, VolumesJour& v);
     void creerSchema();
     VolumesJour volumes(const std::string& ordinateurId, const std::string& jour);
     void noterVolumes(const std::string& ordinateurId, const std::string& jour,

@@ -109,19 +109,30 @@ void Depot::noterUsage(const std::string& id, const Enfant& enfant, const Battem
     // A computer's total of the day only grows: a lower figure is a count that was reset or
     // lowered to win the allowance back, so the stored one stands and the drop is kept as
     // evidence. One rounding step down is a last second lost to a power cut.
-    Requete stocke = base_.requete("SELECT minutes FROM usage_jour WHERE ordinateur_id = ? "
+    Requete stocke = base_.requete("SELECT agent_min FROM usage_jour WHERE ordinateur_id = ? "
                                    "AND jour = ?");
     stocke.avec(id, jour);
-    if (stocke.ligne() && stocke.reel(0) - b.utiliseJourMin > 0.1 + 1e-9)
+    if (stocke.ligne() && !stocke.nulle(0) && stocke.reel(0) - b.utiliseJourMin > 0.1 + 1e-9)
         noterPreuve(
             id, "baisse",
             {{"jour", jour}, {"stocke_min", stocke.reel(0)}, {"recu_min", b.utiliseJourMin}},
             maintenantMs, v);
     base_
-        .requete("INSERT INTO usage_jour (ordinateur_id, jour, minutes) VALUES (?, ?, ?) "
-                 "ON CONFLICT DO UPDATE SET minutes = max(minutes, excluded.minutes)")
+        .requete("INSERT INTO usage_jour (ordinateur_id, jour, minutes, agent_min) "
+                 "VALUES (?1, ?2, ?3, ?3) ON CONFLICT DO UPDATE SET "
+                 "minutes = max(minutes, excluded.minutes), "
+                 "agent_min = max(COALESCE(agent_min, 0), excluded.agent_min)")
         .avec(id, jour, b.utiliseJourMin)
         .executer();
+    // The guardian keys its count by the computer's own day: it counts only when that is the
+    // child's today here. More than the time since the child's midnight is partly another
+    // day's (the computer's zone is not the child's): only what today can hold is kept.
+    if (b.gardien && b.gardien->jour == jourLocal(maintenantMs, zone))
+        noterCompteGardien(id, *b.gardien->jour,
+                           std::min(*b.gardien->utiliseJourMin,
+                                    double(maintenantMs - debut + margeHorlogeMs) / 60000),
+                           veille ? std::nullopt : std::optional(b.utiliseJourMin), maintenantMs,
+                           v);
     // Only the applications the parents limit: anything else would be a table without bound.
     std::set<std::string> limitees;
     for (const auto& limite : enfant.reglages.limitesApplis)

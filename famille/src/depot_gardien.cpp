@@ -30,6 +30,16 @@ void Depot::noterGardien(const std::string& id, const Battement& b, std::int64_t
             maintenantMs, v, absence.debutMs);
     for (std::int64_t relance : g.relances)
         noterPreuve(id, "relance_agent", {{"lance_ms", relance}}, maintenantMs, v, relance);
+    for (std::int64_t verrou : g.verrous)
+        noterPreuve(id, "verrou_gardien", {{"instant_ms", verrou}}, maintenantMs, v, verrou);
+    for (std::int64_t fin : g.finsSession)
+        noterPreuve(id, "fin_session_gardien", {{"instant_ms", fin}}, maintenantMs, v, fin);
+    for (const auto& voile : g.voileAbsent)
+        noterPreuve(id, "voile_absent",
+                    {{"debut_ms", voile.debutMs},
+                     {"duree_ms", voile.dureeMs},
+                     {"raison", voile.raison}},
+                    maintenantMs, v, voile.debutMs);
     // The guardian keeps the latest absences and only counts the older ones.
     if (g.absencesPerdues > 0)
         noterPreuve(id, "absences_perdues", {{"nombre", g.absencesPerdues}}, maintenantMs, v,
@@ -45,6 +55,36 @@ void Depot::noterGardien(const std::string& id, const Battement& b, std::int64_t
         if (g.lanceMs) copie["lance_ms"] = *g.lanceMs;
         noterPreuve(id, "copie_agent", copie, maintenantMs, v, g.lanceMs.value_or(g.pid));
     }
+}
+
+// The guardian counts from the root side what the child cannot stop or set back: the day's use
+// is the higher figure, and an agent that counts less is noted when the gap opens, once per
+// gap, not at every heartbeat while it lasts.
+void Depot::noterCompteGardien(const std::string& id, const std::string& jour, double gardienMin,
+                               std::optional<double> agentMin, std::int64_t maintenantMs,
+                               VolumesJour& v) {
+    base_
+        .requete("INSERT INTO usage_jour (ordinateur_id, jour, minutes, gardien_min) "
+                 "VALUES (?1, ?2, ?3, ?3) ON CONFLICT DO UPDATE SET "
+                 "minutes = max(minutes, excluded.minutes), "
+                 "gardien_min = max(COALESCE(gardien_min, 0), excluded.gardien_min)")
+        .avec(id, jour, gardienMin)
+        .executer();
+    // Without the agent's figure of that day, nothing to compare: the gap stays as it was.
+    if (!agentMin) return;
+    const bool ecart = *agentMin < gardienMin - ecartCompteMin;
+    Requete etat = base_.requete(
+        "SELECT en_desaccord FROM usage_jour WHERE ordinateur_id = ? AND jour = ?");
+    etat.avec(id, jour);
+    const bool deja = etat.ligne() && etat.entier(0) != 0;
+    if (ecart && !deja)
+        noterPreuve(id, "desaccord",
+                    {{"jour", jour}, {"agent_min", *agentMin}, {"gardien_min", gardienMin}},
+                    maintenantMs, v);
+    if (ecart != deja)
+        base_.requete("UPDATE usage_jour SET en_desaccord = ? WHERE ordinateur_id = ? AND jour = ?")
+            .avec(std::int64_t(ecart), id, jour)
+            .executer();
 }
 
 } // namespace tavi::famille

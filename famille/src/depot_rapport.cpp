@@ -20,6 +20,9 @@ json ligneOrdinateur(Requete& r, std::int64_t maintenantMs) {
               {"version", r.texte(2)},
               {"relie_ms", r.entier(5)},
               {"utilise_jour_min", r.reel(9)}};
+    // Beside the day's use, the two figures it is the higher of.
+    if (!r.nulle(10)) o["agent_jour_min"] = r.reel(10);
+    if (!r.nulle(11)) o["gardien_jour_min"] = r.reel(11);
     if (auto plateforme = r.texteOuRien(3)) o["plateforme"] = *plateforme;
     if (auto systeme = r.texteOuRien(4)) o["systeme"] = *systeme;
     auto dernierMs = r.entierOuRien(6);
@@ -48,7 +51,13 @@ json ligneOrdinateur(Requete& r, std::int64_t maintenantMs) {
             if (auto a = dit.find("autorisations"); a != dit.end() && a->is_object())
                 o["autorisations"] = *a;
             // Whether the latest message came through the guardian, and from its agent.
-            if (auto g = dit.find("gardien"); g != dit.end() && g->is_object()) o["gardien"] = *g;
+            if (auto g = dit.find("gardien"); g != dit.end() && g->is_object()) {
+                o["gardien"] = *g;
+                // Without X the guardian sees the session only through logind: it cannot
+                // tell the veil or idleness, and enforces rest by locking alone.
+                if (g->value("controle", "") == "partiel")
+                    o["controle"] = "Wayland : contrôle partiel";
+            }
         }
     }
     return o;
@@ -83,7 +92,8 @@ std::vector<json> Depot::rapport(const std::string& prenom, std::int64_t mainten
 
     Requete ordis = base_.requete(
         "SELECT o.id, o.nom, o.version, o.plateforme, o.systeme, o.relie_ms, o.dernier_ms, "
-        "o.dernier_genre, o.dernier_resume, COALESCE(u.minutes, 0) FROM ordinateurs o "
+        "o.dernier_genre, o.dernier_resume, COALESCE(u.minutes, 0), u.agent_min, "
+        "u.gardien_min FROM ordinateurs o "
         "LEFT JOIN usage_jour u ON u.ordinateur_id = o.id AND u.jour = ? "
         "WHERE o.enfant_id = ? ORDER BY o.nom, o.id");
     ordis.avec(jour, e.id);
@@ -100,6 +110,22 @@ std::vector<json> Depot::rapport(const std::string& prenom, std::int64_t mainten
         if (preuves > quotaJour.preuves)
             o["interruptions_non_detaillees"] = preuves - quotaJour.preuves;
         lignes.push_back({{"ordinateur", o}});
+    }
+
+    // Each kept day of each computer, latest first: what the agent and the guardian counted,
+    // and what was counted against the limit.
+    Requete jours = base_.requete(
+        "SELECT u.ordinateur_id, u.jour, u.minutes, u.agent_min, u.gardien_min FROM usage_jour u "
+        "JOIN ordinateurs o ON o.id = u.ordinateur_id WHERE o.enfant_id = ? "
+        "ORDER BY u.jour DESC, o.nom, o.id");
+    jours.avec(e.id);
+    while (jours.ligne()) {
+        json j = {{"ordinateur", jours.texte(0)},
+                  {"jour", jours.texte(1)},
+                  {"utilise_min", jours.reel(2)}};
+        if (!jours.nulle(3)) j["agent_min"] = jours.reel(3);
+        if (!jours.nulle(4)) j["gardien_min"] = jours.reel(4);
+        lignes.push_back({{"compte_jour", j}});
     }
 
     Requete applis =

@@ -2,6 +2,8 @@
 
 #include "generique/json_borne.h"
 
+#include <date/date.h>
+
 #include <cstdio>
 
 namespace tavi::famille {
@@ -127,6 +129,17 @@ const json* Champs::tableau(const char* cle, std::size_t tailleMax) const {
     if (valeur->size() > tailleMax)
         refuser(guillemets(nom(cle)) + " a plus de " + std::to_string(tailleMax) + " éléments.");
     return valeur;
+}
+
+bool estJour(const std::string& cle) {
+    if (cle.size() != 10 || cle[4] != '-' || cle[7] != '-') return false;
+    for (std::size_t i : {0u, 1u, 2u, 3u, 5u, 6u, 8u, 9u})
+        if (cle[i] < '0' || cle[i] > '9') return false;
+    auto nombre = [&](std::size_t debut, std::size_t n) { return std::stoi(cle.substr(debut, n)); };
+    return date::year_month_day{date::year{nombre(0, 4)},
+                                date::month{static_cast<unsigned>(nombre(5, 2))},
+                                date::day{static_cast<unsigned>(nombre(8, 2))}}
+        .ok();
 }
 
 } // namespace tavi::famille

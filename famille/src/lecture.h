@@ -57,4 +57,8 @@ private:
 std::string texteDe(const nlohmann::json& valeur, const std::string& nom, std::size_t longueurMax);
 double nombreDe(const nlohmann::json& valeur, const std::string& nom, double min, double max);
 
+// A day of the calendar, "yyyy-MM-dd": "2024-02-31" has the right shape but would be stored as
+// a day no clock ever reaches, and it sorts among real days.
+bool estJour(const std::string& cle);
+
 } // namespace tavi::famille

@@ -49,6 +49,7 @@ json versJson(const Reglages& r) {
                             {"autorises", r.filtre->autorises}};
     sortie["rapport_applis"] = r.rapportApplis;
     sortie["historique_sites"] = r.historiqueSites;
+    sortie["reaction_voile"] = r.reactionVoile;
     return sortie;
 }
 
@@ -75,6 +76,8 @@ Reglages reglagesDepuisJson(const json& d) {
                    filtre->value("autorises", std::set<std::string>{})};
     r.rapportApplis = d.value("rapport_applis", false);
     r.historiqueSites = d.value("historique_sites", false);
+    // Settings stored before the parents could choose keep the default.
+    r.reactionVoile = d.value("reaction_voile", r.reactionVoile);
     return r;
 }
 
@@ -82,6 +85,11 @@ const std::set<std::string>& famillesConnues() {
     static const std::set<std::string> familles = {"jeux",    "reseaux", "videos",
                                                    "musique", "ecole",   "messages"};
     return familles;
+}
+
+const std::set<std::string>& reactionsVoile() {
+    static const std::set<std::string> reactions = {"signaler", "verrouiller", "fermer_session"};
+    return reactions;
 }
 
 bool idLimiteValide(const std::string& id) {

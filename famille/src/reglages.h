@@ -55,6 +55,9 @@ struct Reglages {
     std::optional<Filtre> filtre; // absent until the parents set one: the agent then reads no tab
     bool rapportApplis = false;
     bool historiqueSites = false;
+    // What the guardian does when the veil is missing while rest is due: "signaler" (record
+    // only), "verrouiller" (lock the session) or "fermer_session" (lock, then end it).
+    std::string reactionVoile = "verrouiller";
     bool operator==(const Reglages&) const = default;
 };
 
@@ -64,6 +67,9 @@ Reglages reglagesDepuisJson(const nlohmann::json& document);
 
 // The families the agent knows; a name outside them would silently match nothing.
 const std::set<std::string>& famillesConnues();
+
+// The reactions the guardian knows, for "reaction_voile".
+const std::set<std::string>& reactionsVoile();
 
 // "limites_autres" keys go through the agent's snake_case conversion: an underscore would
 // change the key, so identifiers hold letters, digits, '-' and '.' only.

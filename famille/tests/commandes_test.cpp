@@ -51,6 +51,7 @@ TEST(Commandes, UneCommandeRefuseeSortEnStatutDeuxSansRienChanger) {
         {"filtre", "Léa", "actif", "--bloquer", "pas un domaine"},
         {"tirelire", "Léa", "-5"},
         {"fuseau", "Léa", "Lune/Tranquillite"},
+        {"reaction-voile", "Léa", "fermer"},
         {"enfant", "ajouter", "Léa"},
         {"enfant", "ajouter", "\xff\xfe"},
     };
@@ -76,6 +77,7 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
         return c;
     };
     json initiale = consigneDeLea();
+    EXPECT_EQ(initiale.at("reaction_voile"), "verrouiller");
     auto pause = ligne(commande(base, {"pause", "Léa", "10", "--titre", "À table"}));
     for (const std::vector<std::string>& regler :
          {std::vector<std::string>{"ouvrir", "Léa", "30"},
@@ -86,6 +88,7 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
           {"filtre", "Léa", "actif", "--bloquer", "https://WWW.Exemple.fr/page?x=1", "--autoriser",
            "wikipedia.org"},
           {"rapports", "Léa", "applis", "on"},
+          {"reaction-voile", "Léa", "fermer_session"},
           {"tirelire", "Léa", "+20"}})
         ligne(commande(base, regler));
 
@@ -100,6 +103,9 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
     EXPECT_EQ(c.at("filtre_web").at("domaines_bloques"), json({"exemple.fr"}));
     EXPECT_EQ(c.at("rapport_applis").at("actif"), true);
     EXPECT_EQ(c.at("tirelire_min"), 20.0);
+    EXPECT_EQ(c.at("reaction_voile"), "fermer_session");
+    EXPECT_EQ(ligne(commande(base, {"reglages", "Léa"})).at("reglages").at("reaction_voile"),
+              "fermer_session");
 
     for (const std::vector<std::string>& annuler :
          {std::vector<std::string>{"fin-pause", "Léa"},
@@ -110,6 +116,7 @@ TEST(Commandes, LesReglagesDesParentsArriventDansLaConsigneEtSeDefont) {
           {"retablir", "Léa", "discord"},
           {"filtre", "Léa", "inactif", "--retirer", "exemple.fr", "--retirer", "wikipedia.org"},
           {"rapports", "Léa", "applis", "off"},
+          {"reaction-voile", "Léa", "verrouiller"},
           {"tirelire", "Léa", "-20"}})
         ligne(commande(base, annuler));
     // An emptied filter is still sent, inactive: the agent stops reading the browser.
