@@ -17,10 +17,9 @@ import sys
 import tempfile
 import time
 
-ENFANT = "tavienfant"
+from logind_simule import ENFANT, LOGIND, MOCK, LogindSimule
+
 BUS_SYSTEME = "/run/dbus/system_bus_socket"
-MOCK = "org.freedesktop.DBus.Mock"
-LOGIND = "org.freedesktop.login1"
 
 
 class Manque(Exception):
@@ -91,7 +90,7 @@ def etat_processus(pid):
         return None
 
 
-class Scene:
+class Scene(LogindSimule):
     def __init__(self, build, graphique=True, usage_gardien_s=None):
         self.build = os.path.realpath(build)
         self.graphique = graphique
@@ -226,6 +225,11 @@ class Scene:
         self.bus = dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"])
         if not attendre(lambda: self.bus.name_has_owner(LOGIND), 10):
             raise Manque("python3-dbusmock's logind did not take its name")
+        # The template's GetUser adds a number to a string and fails: the agent, which finds
+        # its session through its user, would see no logind at all.
+        self.bus.get_object(LOGIND, "/org/freedesktop/login1").AddMethod(
+            "org.freedesktop.login1.Manager", "GetUser", "u", "o",
+            'ret = "/org/freedesktop/login1/user/%u" % args[0]', dbus_interface=MOCK)
 
     def _xvfb(self):
         lu, ecrit = os.pipe()
@@ -350,65 +354,6 @@ class Scene:
                          json.dumps(valeurs)], text=True)
         if r.returncode != 0:
             raise RuntimeError(f"the child's write failed: {r.stderr}")
-
-    # --- logind --------------------------------------------------------------------------
-
-    def session_logind(self, identifiant):
-        return self.bus.get_object(LOGIND, f"/org/freedesktop/login1/session/{identifiant}")
-
-    def ajouter_session(self, identifiant, siege, meneur, **proprietes):
-        """Adds a session of the child to logind, active on its seat; its object path."""
-        import dbus
-        logind = self.bus.get_object(LOGIND, "/org/freedesktop/login1")
-        chemin = logind.AddSession(identifiant, siege, dbus.UInt32(self.uid), ENFANT, True,
-                                   dbus_interface=MOCK)
-        proprietes.setdefault("Leader", dbus.UInt32(meneur))
-        self.session_logind(identifiant).UpdateProperties(
-            "org.freedesktop.login1.Session", proprietes, dbus_interface=MOCK)
-        return chemin
-
-    def retirer_session(self, identifiant, siege):
-        """Takes a session out of logind as its end does: off its seat and its user."""
-        import dbus
-        chemin = f"/org/freedesktop/login1/session/{identifiant}"
-        for objet, interface in ((f"/org/freedesktop/login1/seat/{siege}", "Seat"),
-                                 (f"/org/freedesktop/login1/user/{self.uid}", "User")):
-            o = self.bus.get_object(LOGIND, objet)
-            iface = "org.freedesktop.login1." + interface
-            restantes = [s for s in o.Get(iface, "Sessions", dbus_interface=dbus.PROPERTIES_IFACE)
-                         if str(s[1]) != chemin]
-            o.Set(iface, "Sessions", dbus.Array(restantes, signature="(so)"),
-                  dbus_interface=dbus.PROPERTIES_IFACE)
-        self.bus.get_object(LOGIND, "/org/freedesktop/login1").RemoveObject(
-            chemin, dbus_interface=MOCK)
-
-    def verrous(self, identifiant, depuis):
-        """The instants (seconds since the epoch) the session was locked through logind at or
-        after `depuis`: the Manager's LockSession or the session's own Lock."""
-        appels = [(t, m, a) for t, m, a in self.bus.get_object(
-            LOGIND, "/org/freedesktop/login1").GetCalls(dbus_interface=MOCK)
-            if m == "LockSession" and a and str(a[0]) == identifiant]
-        try:
-            appels += [(t, m, a) for t, m, a in self.session_logind(identifiant).GetCalls(
-                dbus_interface=MOCK) if m == "Lock"]
-        except Exception:  # the session may be gone
-            pass
-        return [int(t) for t, _, _ in appels if int(t) >= int(depuis)]
-
-    def reveiller(self):
-        """logind says the computer woke up: the agent beats at once instead of within 30 s."""
-        self.bus.get_object(LOGIND, "/org/freedesktop/login1").EmitSignal(
-            "org.freedesktop.login1.Manager", "PrepareForSleep", "b", [False],
-            dbus_interface=MOCK)
-
-    def preparer_veille(self, avant):
-        """A suspend as logind announces it: the property first, then the signal."""
-        import dbus
-        logind = self.bus.get_object(LOGIND, "/org/freedesktop/login1")
-        logind.UpdateProperties("org.freedesktop.login1.Manager",
-                                {"PreparingForSleep": dbus.Boolean(avant)}, dbus_interface=MOCK)
-        logind.EmitSignal("org.freedesktop.login1.Manager", "PrepareForSleep", "b", [avant],
-                          dbus_interface=MOCK)
 
     # --- the family server -----------------------------------------------------------------
 

@@ -10,7 +10,6 @@ Usage: gardien_repos.py BUILD LIBSANSCARTE (root; exit 77 when something it need
 import datetime
 import os
 import shutil
-import subprocess
 import sys
 import time
 import unittest
