@@ -44,6 +44,7 @@ public:
                 {"relances", json::array()}};
     }
     void rendre(uid_t, const json&) override {}
+    void consigneRecue(uid_t, const std::string&, std::int64_t, std::int64_t) override {}
     json etat() const override { return json::object(); }
 };
 

@@ -124,15 +124,19 @@ void Depot::noterUsage(const std::string& id, const Enfant& enfant, const Battem
                  "agent_min = max(COALESCE(agent_min, 0), excluded.agent_min)")
         .avec(id, jour, b.utiliseJourMin)
         .executer();
-    // The guardian keys its count by the computer's own day: it counts only when that is the
-    // child's today here. More than the time since the child's midnight is partly another
-    // day's (the computer's zone is not the child's): only what today can hold is kept.
-    if (b.gardien && b.gardien->jour == jourLocal(maintenantMs, zone))
-        noterCompteGardien(id, *b.gardien->jour,
-                           std::min(*b.gardien->utiliseJourMin,
-                                    double(maintenantMs - debut + margeHorlogeMs) / 60000),
-                           veille ? std::nullopt : std::optional(b.utiliseJourMin), maintenantMs,
-                           v);
+    // The guardian keys its count by the computer's own day: it counts on the child's today
+    // here, or on the day the agent's figure went to (the previous one, just after midnight).
+    // More than the time since the child's midnight is partly another day's (the computer's
+    // zone is not the child's): only what today can hold is kept.
+    const std::string aujourdhui = jourLocal(maintenantMs, zone);
+    if (b.gardien && (b.gardien->jour == aujourdhui || b.gardien->jour == jour)) {
+        double compte = *b.gardien->utiliseJourMin;
+        if (*b.gardien->jour == aujourdhui)
+            compte = std::min(compte, double(maintenantMs - debut + margeHorlogeMs) / 60000);
+        noterCompteGardien(id, *b.gardien->jour, compte,
+                           b.gardien->jour == jour ? std::optional(b.utiliseJourMin) : std::nullopt,
+                           maintenantMs, v);
+    }
     // Only the applications the parents limit: anything else would be a table without bound.
     std::set<std::string> limitees;
     for (const auto& limite : enfant.reglages.limitesApplis)

@@ -34,12 +34,19 @@ void Depot::noterGardien(const std::string& id, const Battement& b, std::int64_t
         noterPreuve(id, "verrou_gardien", {{"instant_ms", verrou}}, maintenantMs, v, verrou);
     for (std::int64_t fin : g.finsSession)
         noterPreuve(id, "fin_session_gardien", {{"instant_ms", fin}}, maintenantMs, v, fin);
-    for (const auto& voile : g.voileAbsent)
-        noterPreuve(id, "voile_absent",
-                    {{"debut_ms", voile.debutMs},
-                     {"duree_ms", voile.dureeMs},
-                     {"raison", voile.raison}},
-                    maintenantMs, v, voile.debutMs);
+    // A missing veil is told while it lasts, then again when it ends: the same one, keyed by
+    // its start, only grows.
+    for (const auto& voile : g.voileAbsent) {
+        const json details = {
+            {"debut_ms", voile.debutMs}, {"duree_ms", voile.dureeMs}, {"raison", voile.raison}};
+        base_
+            .requete("UPDATE evenements SET texte = ? WHERE ordinateur_id = ? AND "
+                     "genre = 'voile_absent' AND cle_ms = ? AND "
+                     "json_extract(texte, '$.duree_ms') < ?")
+            .avec(details.dump(), id, voile.debutMs, voile.dureeMs)
+            .executer();
+        noterPreuve(id, "voile_absent", details, maintenantMs, v, voile.debutMs);
+    }
     // The guardian keeps the latest absences and only counts the older ones.
     if (g.absencesPerdues > 0)
         noterPreuve(id, "absences_perdues", {{"nombre", g.absencesPerdues}}, maintenantMs, v,
@@ -73,8 +80,8 @@ void Depot::noterCompteGardien(const std::string& id, const std::string& jour, d
     // Without the agent's figure of that day, nothing to compare: the gap stays as it was.
     if (!agentMin) return;
     const bool ecart = *agentMin < gardienMin - ecartCompteMin;
-    Requete etat = base_.requete(
-        "SELECT en_desaccord FROM usage_jour WHERE ordinateur_id = ? AND jour = ?");
+    Requete etat =
+        base_.requete("SELECT en_desaccord FROM usage_jour WHERE ordinateur_id = ? AND jour = ?");
     etat.avec(id, jour);
     const bool deja = etat.ligne() && etat.entier(0) != 0;
     if (ecart && !deja)

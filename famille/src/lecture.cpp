@@ -2,9 +2,8 @@
 
 #include "generique/json_borne.h"
 
-#include <date/date.h>
-
 #include <cstdio>
+#include <date/date.h>
 
 namespace tavi::famille {
 

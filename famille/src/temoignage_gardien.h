@@ -44,7 +44,7 @@ struct TemoignageGardien {
     // guardian's clock; both or neither.
     std::optional<double> utiliseJourMin;
     std::optional<std::string> jour;
-    std::optional<std::string> controle; // "complet" (X11) or "partiel" (Wayland, no X)
+    std::optional<std::string> controle;   // "complet" (X11) or "partiel" (Wayland, no X)
     std::vector<std::int64_t> verrous;     // sessions the guardian locked
     std::vector<std::int64_t> finsSession; // sessions the guardian ended
     std::vector<VoileAbsent> voileAbsent;

@@ -172,6 +172,9 @@ TEST(Schema, UneBaseDeVersion2EstMiseAJourALOuverture) {
                   "ALTER TABLE volumes_jour DROP COLUMN applis;"
                   "ALTER TABLE volumes_jour DROP COLUMN preuves;"
                   "DROP INDEX evenements_cle; ALTER TABLE evenements DROP COLUMN cle_ms;"
+                  "ALTER TABLE usage_jour DROP COLUMN agent_min;"
+                  "ALTER TABLE usage_jour DROP COLUMN gardien_min;"
+                  "ALTER TABLE usage_jour DROP COLUMN en_desaccord;"
                   "PRAGMA user_version = 2;");
     Depot depot(chemin, Base::Ouverture::existante);
     const std::int64_t t = maintenantMs();

@@ -14,7 +14,8 @@ namespace {
 class Preuves : public AvecLea {
 protected:
     // Léa's day of today in Paris, from its midnight.
-    const std::int64_t minuit = debutJourMs(maintenantMs(), *date::locate_zone("Europe/Paris"));
+    const date::time_zone& paris = *date::locate_zone("Europe/Paris");
+    const std::int64_t minuit = debutJourMs(maintenantMs(), paris);
     Acces acces = *serveur.depot().authentifier(jeton);
 
     json battreA(std::int64_t instant, json corps) {
@@ -142,4 +143,45 @@ TEST_F(Preuves, LeRapportDitCeQueLeGardienAVuUneFoisEtEcarteSonMembreFaux) {
     EXPECT_EQ(lignes[0].at("duree_ms"), 12000);
     EXPECT_EQ(lignes[6].at("raison"), "« gardien.absences » a plus de 100 éléments.");
     EXPECT_EQ(lignes[lignes.size() - 2].at("secondes"), 3600 - 125);
+}
+
+TEST_F(Preuves, LeCompteDuGardienPrimeEtSesPreuvesArriventUneFois) {
+    serveur.depot().modifier("Léa", [](Enfant& e) { e.reglages.limiteJourMin = 60; });
+    const std::int64_t t = minuit + 12 * 3600000;
+    auto avec = [&](double agent, double compte, json plus = json::object()) {
+        json corps = battement(agent);
+        corps["gardien"] = {{"agent", true}, {"pid", 42}, {"utilise_jour_min", compte}};
+        corps["gardien"]["jour"] = jourLocal(t, paris);
+        corps["gardien"].update(plus);
+        return corps;
+    };
+    const json voile = {{{"debut_ms", t - 9000}, {"duree_ms", 3000}, {"raison", "recouvert"}}};
+    json vu = {{"controle", "partiel"}, {"verrous", {t - 5000}}, {"voile_absent", voile}};
+    vu["fins_session"] = {t - 4000};
+    vu["absences"] = {{{"debut_ms", t - 7000}, {"duree_ms", 10}, {"fin", "arret"}}};
+    EXPECT_EQ(battreA(t, avec(10, 30, vu)).at("reste_jour_min"), 30.0);
+    EXPECT_EQ(serveur.lignes("ordinateur", t).at(0).at("controle"), "Wayland : contrôle partiel");
+    vu["voile_absent"][0]["duree_ms"] = 8000; // told again, longer: the same one grows
+    battreA(t + 30000, avec(10.5, 30.5, vu)); // sent again, the gap still open
+    battreA(t + 60000, avec(31, 31));         // the gap closed
+    EXPECT_EQ(battreA(t + 90000, avec(20, 40)).at("reste_jour_min"), 20.0);
+    json hier = avec(31, 55, {{"jour", jourLocal(minuit - 1, paris)}});
+    EXPECT_EQ(battreA(t + 100000, hier).at("reste_jour_min"), 20.0);
+    EXPECT_EQ(battreA(t + 120000, avec(5, 5)).at("reste_jour_min"), 20.0);
+    json faux =
+        avec(31, 50, {{"voile_absent", {{{"debut_ms", t}, {"duree_ms", 1}, {"raison", "cache"}}}}});
+    EXPECT_EQ(battreA(t + 150000, faux).at("reste_jour_min"), 20.0) << "the heartbeat stands";
+
+    auto lignes = serveur.lignes("interruption", t + 200000);
+    std::vector<std::string> genres;
+    for (const auto& ligne : lignes)
+        genres.push_back(ligne.at("genre"));
+    EXPECT_EQ(genres, (std::vector<std::string>{
+                          "absence_agent", "verrou_gardien", "fin_session_gardien", "voile_absent",
+                          "desaccord", "baisse", "desaccord", "baisse", "gardien_ecarte"}));
+    EXPECT_EQ(serveur.lignes("compte_jour", t).at(0).at("agent_min"), 31.0) << "beside 40";
+    for (const auto& ligne : lignes)
+        if (ligne.at("genre") == "voile_absent") {
+            EXPECT_EQ(ligne.at("duree_ms"), 8000) << ligne;
+        }
 }

@@ -25,4 +25,7 @@ Attendu<std::string, RefusFichier> lireFichierRoot(const std::string& chemin, st
 Attendu<bool, std::string> remplacerFichier(const std::string& chemin, const std::string& octets,
                                             mode_t mode);
 
+// The folder exists as root's 0700 folder, or is made so.
+Attendu<bool, std::string> dossierRoot(const std::string& chemin);
+
 } // namespace tavi

@@ -46,7 +46,7 @@ bool estSocket(const std::string& chemin) {
 
 // The session's leader first, then its other processes of the user's, each value taken from
 // the first that has one.
-std::map<std::string, std::string> environnementDeSession(const SessionGraphique& session) {
+std::map<std::string, std::string> environnementDeSession(const SessionLogind& session) {
     const std::vector<std::string> noms = {"XAUTHORITY", "LANG", "WAYLAND_DISPLAY"};
     auto valeurs = Processus::environnement(session.meneur, noms);
     if (valeurs.size() == noms.size() || session.id.empty()) return valeurs;
@@ -59,7 +59,27 @@ std::map<std::string, std::string> environnementDeSession(const SessionGraphique
 
 } // namespace
 
-std::optional<Lancement> preparerLancement(const SessionGraphique& session,
+std::vector<std::string> autoritesX(const SessionLogind& session) {
+    constexpr std::size_t autoritesMax = 4;
+    std::vector<std::string> autorites;
+    std::vector<pid_t> pids = {session.meneur};
+    if (!session.id.empty()) {
+        const auto autres = Processus::deLaSession(session.id, session.uid);
+        pids.insert(pids.end(), autres.begin(), autres.end());
+    }
+    for (const pid_t pid : pids) {
+        const auto valeurs = Processus::environnement(pid, {"XAUTHORITY"});
+        const auto x = valeurs.find("XAUTHORITY");
+        if (x == valeurs.end()) continue;
+        const auto autorite = autoriteX(x->second, session.uid);
+        if (autorite && std::find(autorites.begin(), autorites.end(), *autorite) == autorites.end())
+            autorites.push_back(*autorite);
+        if (autorites.size() == autoritesMax) break;
+    }
+    return autorites;
+}
+
+std::optional<Lancement> preparerLancement(const SessionLogind& session,
                                            const std::string& agent, const std::string& relais) {
     passwd entree{};
     passwd* trouve = nullptr;

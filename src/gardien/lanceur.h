@@ -25,8 +25,12 @@ struct Lancement {
 // The agent's environment is made here, never inherited: nothing the guardian's own
 // environment holds (LD_PRELOAD, TZ, a proxy) reaches it, and from the session it takes only
 // values checked one by one. Absent when the user is unknown to the system.
-std::optional<Lancement> preparerLancement(const SessionGraphique& session,
+std::optional<Lancement> preparerLancement(const SessionLogind& session,
                                            const std::string& agent, const std::string& relais);
+
+// The X authority files the session's processes name, the leader's first: files of the
+// session's user, at most four. The child can rewrite these names and these files.
+std::vector<std::string> autoritesX(const SessionLogind& session);
 
 // A started agent: its pid, and whether it is the guardian's own child (to reap with waitpid)
 // or a process of the service manager's.

@@ -1,3 +1,4 @@
+#include "commun/fuseau_systeme.h"
 #include "gardien/commandes_gardien.h"
 #include "gardien/service.h"
 #include "gardien/surveillance.h"
@@ -57,6 +58,8 @@ std::string chemin(tavi::Arguments& arguments, const std::string& nom, std::stri
 } // namespace
 
 int main(int argc, char** argv) {
+    // The guardian's day is the computer's, whatever its environment says.
+    tavi::suivreFuseauSysteme();
     tavi::OptionsGardien options;
     std::string commande;
     std::vector<std::string> mots;
@@ -90,10 +93,12 @@ int main(int argc, char** argv) {
     if (commande == "oublier") return root("oublier") ? tavi::commandeOublier(options, mots[0]) : 1;
     if (!root("le service")) return 1;
 
-    auto supervision = tavi::creerSupervision({options.agent, options.relais});
+    auto supervision = tavi::creerSupervision({options.agent, options.relais, options.etat});
     tavi::TransportCurl transport;
     const int statut =
         tavi::servir({options.relais, options.etat, options.conf}, *supervision, transport);
+    // The guardian's count is written before it goes.
+    supervision.reset();
     // Exchanges still under way end with the process: nothing is left half-written (every
     // file is replaced in one step), and waiting for them would hold up the stop.
     std::cerr.flush();

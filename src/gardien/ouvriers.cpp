@@ -1,5 +1,7 @@
 #include "gardien/ouvriers.h"
 
+#include "platform/linux/horloges_linux.h"
+
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -44,6 +46,7 @@ std::vector<Ouvriers::Fini> Ouvriers::recuperer() {
 }
 
 void Ouvriers::travailler() {
+    const HorlogesLinux horloges;
     for (;;) {
         std::pair<std::uint64_t, Envoi> travail;
         {
@@ -53,7 +56,9 @@ void Ouvriers::travailler() {
             travail = std::move(file_.front());
             file_.pop_front();
         }
+        travail.second.envoiMs = horloges.monotoniqueMs();
         auto resultat = Relais::echanger(transport_, travail.second);
+        travail.second.recuMs = horloges.monotoniqueMs();
         {
             std::lock_guard verrou(verrou_);
             finis_.push_back({travail.first, std::move(travail.second), std::move(resultat)});

@@ -39,18 +39,6 @@ CompteRelie decoder(const std::string& octets, uid_t uid) {
     return compte;
 }
 
-// The folder exists as root's 0700 folder, or is made so.
-Attendu<bool, std::string> dossierRoot(const std::string& chemin) {
-    if (mkdir(chemin.c_str(), 0700) != 0 && errno != EEXIST)
-        return chemin + " : " + std::strerror(errno);
-    struct stat etat {};
-    if (lstat(chemin.c_str(), &etat) != 0) return chemin + " : " + std::strerror(errno);
-    if (!S_ISDIR(etat.st_mode) || etat.st_uid != 0) return chemin + " : pas un dossier de root";
-    if ((etat.st_mode & 07777) != 0700 && chmod(chemin.c_str(), 0700) != 0)
-        return chemin + " : " + std::strerror(errno);
-    return true;
-}
-
 } // namespace
 
 nlohmann::json CompteRelie::public_() const {

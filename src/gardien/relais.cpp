@@ -157,10 +157,12 @@ ReponseRelais Relais::conclure(const Envoi& envoi,
     const ReponseHttp& reponse = *resultat;
     const bool reussi = reponse.statut >= 200 && reponse.statut < 300;
     if (envoi.membre && !reussi) p.supervision.rendre(uid, *envoi.membre);
-    if (envoi.membre && reussi)
+    if (envoi.membre && reussi) {
+        p.supervision.consigneRecue(uid, reponse.corps, envoi.envoiMs, envoi.recuMs);
         derniersBattementsMs_[uid] = std::chrono::duration_cast<std::chrono::milliseconds>(
                                          std::chrono::system_clock::now().time_since_epoch())
                                          .count();
+    }
     journal(quoi + " : " + std::to_string(reponse.statut));
 
     if (envoi.appariement) return conclureAppariement(envoi, reponse);

@@ -39,6 +39,9 @@ struct Envoi {
     RequeteHttp requete;
     bool appariement = false;
     std::optional<nlohmann::json> membre; // the heartbeat's "gardien", given back on failure
+    // Around the exchange, on the clock that counts sleep: the answer dates the server's time.
+    std::int64_t envoiMs = 0;
+    std::int64_t recuMs = 0;
 };
 
 // The relay's decisions: the agent's requests are hostile input, the token of the peer's uid

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <cstdint>
 #include <set>
+#include <string>
 #include <sys/types.h>
 
 namespace tavi {
@@ -33,6 +35,11 @@ public:
     // heartbeat that fails gives them back with `rendre`, so nothing is lost.
     virtual nlohmann::json prendre(uid_t uid, pid_t pid) = 0;
     virtual void rendre(uid_t uid, const nlohmann::json& membre) = 0;
+
+    // A heartbeat of `uid` went through: the answer `corps` (its rule set), exchanged between
+    // `envoiMs` and `recuMs` on the clock that counts sleep.
+    virtual void consigneRecue(uid_t uid, const std::string& corps, std::int64_t envoiMs,
+                               std::int64_t recuMs) = 0;
 
     // For `tavi-gardien etat`: per account, its sessions and its agent. No secret.
     virtual nlohmann::json etat() const = 0;

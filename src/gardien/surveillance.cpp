@@ -1,6 +1,8 @@
 #include "gardien/surveillance.h"
 
+#include "gardien/garde_repos.h"
 #include "gardien/processus.h"
+#include "platform/linux/horloges_linux.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,40 +15,61 @@ namespace tavi {
 
 namespace {
 
-std::int64_t lireMs(clockid_t horloge) {
-    timespec t{};
-    clock_gettime(horloge, &t);
-    return static_cast<std::int64_t>(t.tv_sec) * 1000 + t.tv_nsec / 1'000'000;
-}
-
-class HorlogesSysteme : public Horloges {
-public:
-    std::int64_t monotoniqueMs() const override { return lireMs(CLOCK_BOOTTIME); }
-    std::int64_t monotoniqueEveilleMs() const override { return lireMs(CLOCK_MONOTONIC); }
-    std::int64_t muraleMs() const override { return lireMs(CLOCK_REALTIME); }
-    // The heartbeat carries the kernel's boot id as it reads it.
-    std::int64_t demarrage() const override { return -1; }
-};
-
 struct Parties {
     SessionsLogind sessions;
     std::unique_ptr<Lanceur> lanceur;
-    HorlogesSysteme horloges;
+    HorlogesLinux horloges;
+    std::unique_ptr<Regards> regards;
 };
 
+// The agents' supervision, and the guardian's own count and enforcement beside it: each
+// heartbeat carries both.
 class SurveillanceSysteme : private Parties, public Surveillance {
 public:
     explicit SurveillanceSysteme(const OptionsSupervision& choix)
         : Parties{{},
                   sd_booted() > 0 ? std::unique_ptr<Lanceur>(std::make_unique<LanceurSystemd>())
                                   : std::make_unique<LanceurFork>(),
-                  {}},
-          Surveillance({sessions, *lanceur, horloges}, choix) {}
+                  {},
+                  creerRegardsX()},
+          Surveillance({sessions, *lanceur, horloges}, choix),
+          garde({sessions, *regards, horloges, choix.etat},
+                [this](uid_t uid, const std::string& session) {
+                    return agentDeSession(uid, session);
+                },
+                [](const SessionLogind& s) { return autoritesX(s); }) {}
+    ~SurveillanceSysteme() override { garde.enregistrer(); }
+
+    void tic(const std::set<uid_t>& relies) override {
+        Surveillance::tic(relies);
+        garde.tic(relies);
+    }
+    nlohmann::json prendre(uid_t uid, pid_t pid) override {
+        auto membre = Surveillance::prendre(uid, pid);
+        garde.completer(uid, membre);
+        return membre;
+    }
+    void rendre(uid_t uid, const nlohmann::json& membre) override {
+        Surveillance::rendre(uid, membre);
+        garde.rendre(uid, membre);
+    }
+    void consigneRecue(uid_t uid, const std::string& corps, std::int64_t envoiMs,
+                       std::int64_t recuMs) override {
+        garde.consigneRecue(uid, corps, envoiMs, recuMs);
+    }
+    nlohmann::json etat() const override {
+        auto document = Surveillance::etat();
+        document["garde"] = garde.etat();
+        return document;
+    }
+
+private:
+    GardeRepos garde;
 };
 
 // The session the account's agent runs in: the one in the foreground, else the first.
-const SessionGraphique* choisir(const std::vector<SessionGraphique>& sessions, uid_t uid) {
-    const SessionGraphique* choisie = nullptr;
+const SessionLogind* choisir(const std::vector<SessionLogind>& sessions, uid_t uid) {
+    const SessionLogind* choisie = nullptr;
     for (const auto& s : sessions) {
         if (s.uid != uid) continue;
         if (!choisie || (s.etat == "active") > (choisie->etat == "active") ||
@@ -135,7 +158,10 @@ void Surveillance::verifier(Compte& c) {
     if (e->lettre == 'T') {
         kill(a.pid, SIGCONT);
         if (!a.arrete) {
-            if (!c.absence) ouvrirAbsence(c, a.pid);
+            if (!c.absence) {
+                ouvrirAbsence(c, a.pid);
+                c.absence->arret = true;
+            }
             a.arrete = true;
             a.dernierSigneMs = maintenant;
             return;
@@ -220,7 +246,11 @@ void Surveillance::vivant(Compte& c) {
         garder(c);
     }
     a.dernierSigneMs = maintenant;
-    if (c.absence) fermerAbsence(c, c.absence->pid == a.pid ? "retour" : "relance");
+    // The same process back: after a stop the guardian undid, or a silence it ended by itself.
+    if (c.absence)
+        fermerAbsence(c, c.absence->pid != a.pid ? "relance"
+                         : c.absence->arret      ? "arret"
+                                                 : "retour");
     a.arrete = false;
 }
 
@@ -249,6 +279,12 @@ bool Surveillance::estAgent(uid_t uid, pid_t pid) const {
     // Between two tics the pid may have been reused by another process of the child's.
     const auto e = Processus::etat(pid);
     return e && e->debutTicks == it->second.agent->debutTicks && e->lettre != 'Z';
+}
+
+pid_t Surveillance::agentDeSession(uid_t uid, const std::string& session) const {
+    const auto it = comptes.find(uid);
+    if (it == comptes.end() || !it->second.agent || it->second.agent->session != session) return 0;
+    return it->second.agent->pid;
 }
 
 bool Surveillance::agentAttendu(uid_t uid) const {

@@ -19,10 +19,12 @@ namespace tavi {
 struct OptionsSupervision {
     std::string agent;  // the agent's executable, started in each session of a paired account
     std::string relais; // the relay socket the agent is told about (TAVI_RELAIS)
+    std::string etat;   // root's state folder: the guardian's count, rule sets and clock
 };
 
 // The supervision of the real system: logind's sessions on the system bus, the agents as real
-// processes of the children's users (a transient unit where systemd runs the computer).
+// processes of the children's users (a transient unit where systemd runs the computer), and
+// the guardian's own count and enforcement of rest (garde_repos.h) over the X servers.
 std::unique_ptr<Supervision> creerSupervision(const OptionsSupervision& options);
 
 // One agent per paired account that has a graphical session, started by the guardian and
@@ -59,11 +61,16 @@ public:
     void signeDeVie(uid_t uid, pid_t pid) override;
     nlohmann::json prendre(uid_t uid, pid_t pid) override;
     void rendre(uid_t uid, const nlohmann::json& membre) override;
+    // The supervision alone keeps no rule set.
+    void consigneRecue(uid_t, const std::string&, std::int64_t, std::int64_t) override {}
     // {"logind": bool, "comptes": [{"uid", "session": {id, type, etat, siege, affichage} or
     // null, "agent": {pid, lance_ms, presence, silence_ms} or null, "relance_dans_ms" (no agent
     // yet), "absence_depuis_ms" (epoch ms or null), "absences", "relances" (counts waiting for a
     // heartbeat)}]}
     nlohmann::json etat() const override;
+
+    // The agent started in session `session` of `uid`, 0 when none runs there.
+    pid_t agentDeSession(uid_t uid, const std::string& session) const;
 
 private:
     struct Agent {
@@ -82,6 +89,7 @@ private:
         pid_t pid = 0;
         std::int64_t debutMs = 0;     // wall clock
         std::int64_t debutBootMs = 0; // clock that counts sleep
+        bool arret = false;           // it began with the agent found stopped
     };
     struct Absence {
         std::int64_t debutMs = 0;
@@ -89,7 +97,7 @@ private:
         std::string fin;
     };
     struct Compte {
-        std::optional<SessionGraphique> session;
+        std::optional<SessionLogind> session;
         std::optional<Agent> agent;
         std::optional<AbsenceOuverte> absence;
         std::deque<Absence> absences;

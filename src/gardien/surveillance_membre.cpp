@@ -10,7 +10,7 @@ namespace tavi {
 namespace {
 
 bool finConnue(const std::string& fin) {
-    return fin == "relance" || fin == "retour" || fin == "session_finie";
+    return fin == "relance" || fin == "retour" || fin == "arret" || fin == "session_finie";
 }
 
 std::int64_t entier(const nlohmann::json& objet, const char* nom) {

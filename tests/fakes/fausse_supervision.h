@@ -16,6 +16,7 @@ public:
     pid_t agent = -1;
     int pris = 0;
     std::vector<nlohmann::json> rendus;
+    std::vector<std::string> consignes;
 
     void tic(const std::set<uid_t>&) override {}
     bool estAgent(uid_t, pid_t pid) const override {
@@ -36,6 +37,10 @@ public:
     void rendre(uid_t, const nlohmann::json& membre) override {
         std::lock_guard v(verrou);
         rendus.push_back(membre);
+    }
+    void consigneRecue(uid_t, const std::string& corps, std::int64_t, std::int64_t) override {
+        std::lock_guard v(verrou);
+        consignes.push_back(corps);
     }
     nlohmann::json etat() const override { return nlohmann::json::object(); }
 };

@@ -199,6 +199,7 @@ TEST(RelaisGardien, LeBattementPorteLeMembreDuGardienEtLeRendEnCasDEchec) {
     std::lock_guard v(g.supervision.verrou);
     ASSERT_EQ(g.supervision.rendus.size(), 1u);
     EXPECT_EQ(g.supervision.rendus[0], envoye["gardien"]);
+    EXPECT_EQ(g.supervision.consignes.size(), 1u) << "only the answer that went through";
 }
 
 TEST(RelaisGardien, UneBorneDepasseeEstRepondueEtFermee) {

@@ -10,6 +10,7 @@
 #include "support/variable.h"
 
 #include <algorithm>
+#include <set>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -129,8 +130,18 @@ TEST_F(Supervision_, LogindNeDonneQueLesSessionsGraphiquesLocalesDesUtilisateurs
     ASSERT_TRUE(lues);
     ASSERT_EQ(lues->size(), 2u);
     const auto& lea = lues->at(lues->at(0).id == "c1" ? 0 : 1);
-    EXPECT_EQ(lea, (SessionGraphique{"c1", 1001, "lea", "seat0", "x11", "active", ":3", 4242,
-                                     "/run/user/1001"}));
+    EXPECT_EQ(lea, (SessionLogind{"c1", 1001, "lea", "seat0", "x11", "active", ":3", 4242,
+                                     "/run/user/1001", "", false}));
+
+    // What the guardian counts: every local session of a user, text consoles too.
+    const auto locales = sessions.locales();
+    ASSERT_TRUE(locales);
+    std::set<std::string> ids;
+    for (const auto& s : *locales)
+        ids.insert(s.id);
+    EXPECT_EQ(ids, (std::set<std::string>{"c1", "c2", "c5"}));
+    EXPECT_TRUE(sessions.verrouiller("c1"));
+    EXPECT_FALSE(sessions.versLaVeille());
 }
 
 TEST_F(Supervision_, LAgentDemarreCommeLEnfantAvecUnEnvironnementPropreEtRienDuGardien) {
@@ -191,7 +202,7 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     const uid_t uid = enfant.uid;
     lancerLogind();
     session("c1", uid, "tavienfant", "Type", "s", "x11");
-    Surveillance s({sessions, lanceur, h}, {enfant.script("agent", "exec sleep 600"), "/r"});
+    Surveillance s({sessions, lanceur, h}, {enfant.script("agent", "exec sleep 600"), "/r", ""});
     const std::set<uid_t> relies{uid};
     s.tic(relies);
     const pid_t premier = agentDe(s);
@@ -242,7 +253,7 @@ TEST_F(Supervision_, LAgentTueArreteOuMuetRevientEtLAbsenceEstNoteeSansJamaisPre
     std::vector<std::string> fins;
     for (const auto& a : membre["absences"])
         fins.push_back(a["fin"]);
-    EXPECT_EQ(fins, (std::vector<std::string>{"relance", "retour", "relance", "retour"}));
+    EXPECT_EQ(fins, (std::vector<std::string>{"relance", "arret", "relance", "retour"}));
     EXPECT_EQ(membre["relances"].size(), 3u);
     EXPECT_EQ(membre["absences"][2]["duree_ms"], Surveillance::silenceMaxMs + 1000)
         << "silent since";
@@ -258,7 +269,7 @@ TEST_F(Supervision_, UnAgentQuiMeurtSansCesseEstRelanceDeMoinsEnMoinsVite) {
     Enfant enfant;
     lancerLogind();
     session("c1", enfant.uid, "tavienfant", "Type", "s", "wayland");
-    Surveillance s({sessions, lanceur, h}, {enfant.script("agent", "exit 1"), "/r"});
+    Surveillance s({sessions, lanceur, h}, {enfant.script("agent", "exit 1"), "/r", ""});
     const std::set<uid_t> relies{enfant.uid};
     const auto attente = [&] { return s.etat()["comptes"][0].value("relance_dans_ms", -1); };
     s.tic(relies);

@@ -149,7 +149,7 @@ class GardienEnfant(unittest.TestCase):
         self.assertTrue(attendre(lambda: etat_processus(pid) in ("R", "S", "D"), 5)
                         or attendre(lambda: [a for a in self.scene.agents() if a != pid], 5))
         self.agent(5)
-        self.absences_apres(absences, ("retour", "relance"))
+        self.absences_apres(absences, ("arret", "retour", "relance"))
 
     def test_3_voile_xkill_revient(self):
         wid = attendre(self.voile, 30)
