@@ -90,19 +90,13 @@ public:
         return trouve == connus.end() ? 0 : trouve->second;
     }
 
-    Bilan lire(xcb_window_t racineEcran, pid_t agent) {
+    Bilan lire(xcb_window_t racineEcran, pid_t agent, const std::vector<RectX>& moniteurs) {
         racine = racineEcran;
         Bilan bilan;
         std::vector<xcb_window_t> hauts = enfants(racine);
         if (hauts.size() > sommetsMax) hauts.erase(hauts.begin(), hauts.end() - sommetsMax);
         pids(hauts);
         lireSommets(hauts, bilan);
-        std::vector<Noeud> noeuds = descendre(bilan, agent);
-        std::vector<xcb_window_t> ids;
-        for (const Noeud& n : noeuds)
-            ids.push_back(n.id);
-        pids(ids);
-        lireNoeudsDeLAgent(noeuds, agent, bilan);
         for (Sommet& s : bilan.sommets) {
             if (s.pid != agent) continue;
             s.aAgent = bilan.agentVu = true;
@@ -110,6 +104,21 @@ public:
                 bilan.agentVisible = true;
                 s.voiles.push_back(s.interieur);
             }
+        }
+        // Frames are opened from the top, a few more each time, until every monitor shows one
+        // of the agent's windows: what is below does not change the verdict, and a look stays
+        // cheap while the veil is up.
+        std::size_t fin = bilan.sommets.size(), pas = 1;
+        while (fin > 0 && !couverts(bilan, fin, moniteurs)) {
+            const std::size_t debut = fin > pas ? fin - pas : 0;
+            std::vector<Noeud> noeuds = descendre(bilan, agent, debut, fin, moniteurs);
+            std::vector<xcb_window_t> ids;
+            for (const Noeud& n : noeuds)
+                ids.push_back(n.id);
+            pids(ids);
+            lireNoeudsDeLAgent(noeuds, agent, bilan);
+            fin = debut;
+            pas *= 2;
         }
         return bilan;
     }
@@ -137,19 +146,35 @@ private:
         }
     }
 
-    // The children and grandchildren of the viewable top-levels of other clients, where a
-    // window manager puts the agent's windows.
-    std::vector<Noeud> descendre(const Bilan& bilan, pid_t agent) {
+    static bool couverts(const Bilan& bilan, std::size_t depuis,
+                         const std::vector<RectX>& moniteurs) {
+        return std::all_of(moniteurs.begin(), moniteurs.end(), [&](const RectX& m) {
+            return std::any_of(bilan.sommets.begin() + static_cast<std::ptrdiff_t>(depuis),
+                               bilan.sommets.end(), [&](const Sommet& s) {
+                                   return s.visible &&
+                                          std::any_of(s.voiles.begin(), s.voiles.end(),
+                                                      [&](const RectX& v) { return v.couvre(m); });
+                               });
+        });
+    }
+
+    // The children and grandchildren of the viewable top-levels of other clients that show on
+    // a monitor, where a window manager puts the agent's windows.
+    std::vector<Noeud> descendre(const Bilan& bilan, pid_t agent, std::size_t debut,
+                                 std::size_t fin, const std::vector<RectX>& moniteurs) {
         std::vector<Noeud> noeuds;
         std::vector<std::pair<int, xcb_query_tree_cookie_t>> q;
-        for (std::size_t i = 0; i < bilan.sommets.size(); ++i) {
+        for (std::size_t i = debut; i < fin; ++i) {
             const Sommet& s = bilan.sommets[i];
-            if (s.visible && s.pid != agent && sonde.client(s.id) != sonde.nous())
+            const std::uint32_t client = sonde.client(s.id);
+            if (s.visible && s.pid != agent && client != sonde.nous() && client != 0 &&
+                std::any_of(moniteurs.begin(), moniteurs.end(),
+                            [&](const RectX& m) { return s.exterieur.coupe(m); }))
                 q.push_back({static_cast<int>(i), xcb_query_tree(c, s.id)});
         }
         for (auto& [sommet, cookie] : q)
             for (xcb_window_t f : enfants(cookie))
-                if (noeuds.size() < noeudsMax)
+                if (examines++ < noeudsMax)
                     noeuds.push_back(Noeud{f, static_cast<std::size_t>(sommet), -1, 0, {}, false});
         const std::size_t premiers = noeuds.size();
         std::vector<xcb_query_tree_cookie_t> q2;
@@ -157,7 +182,7 @@ private:
             q2.push_back(xcb_query_tree(c, noeuds[i].id));
         for (std::size_t i = 0; i < premiers; ++i)
             for (xcb_window_t f : enfants(q2[i]))
-                if (noeuds.size() < noeudsMax)
+                if (examines++ < noeudsMax)
                     noeuds.push_back(Noeud{f, noeuds[i].sommet, static_cast<int>(i), 0, {}, false});
         return noeuds;
     }
@@ -210,6 +235,7 @@ private:
     xcb_window_t racine = 0;
     const SondeX& sonde;
     std::map<std::uint32_t, pid_t> connus;
+    std::size_t examines = 0; // windows inside top-levels, over the whole look
 };
 
 // Why the veil is not up on `moniteur`, empty when it is: the agent's highest window that covers
@@ -249,11 +275,15 @@ RegardX SondeX::voile(pid_t agent) {
     const xcb_query_extension_reply_t* ext = xcb_get_extension_data(c, &xcb_res_id);
     if (!ext || !ext->present) return regard; // whose windows they are, this server cannot say
     Lecteur lecteur(*this);
+    const auto tous = moniteurs();
     std::map<xcb_window_t, Bilan> bilans;
-    for (const auto& [racine, moniteur] : moniteurs()) {
+    for (const auto& [racine, moniteur] : tous) {
         auto trouve = bilans.find(racine);
         if (trouve == bilans.end()) {
-            trouve = bilans.emplace(racine, lecteur.lire(racine, agent)).first;
+            std::vector<RectX> siens;
+            for (const auto& [autreRacine, autre] : tous)
+                if (autreRacine == racine) siens.push_back(autre);
+            trouve = bilans.emplace(racine, lecteur.lire(racine, agent, siens)).first;
         }
         if (enErreur()) return RegardX{};
         const std::string raison = raisonSur(trouve->second, moniteur, *this);
