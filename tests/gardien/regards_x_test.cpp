@@ -39,11 +39,12 @@ struct Xvfb {
     }
 };
 
-// Another X client with one override-redirect window, mapped or not.
+// Another X client with one override-redirect window, mapped or not; or a window the window
+// manager frames, asked full screen.
 struct Fenetre {
     pid_t pid = -1;
     Fenetre(const std::string& affichage, std::int16_t x, std::int16_t y, std::uint16_t largeur,
-            std::uint16_t hauteur, bool montree) {
+            std::uint16_t hauteur, bool montree, bool geree = false) {
         int tube[2];
         if (pipe(tube)) return;
         pid = fork();
@@ -51,10 +52,20 @@ struct Fenetre {
             xcb_connection_t* c = xcb_connect(affichage.c_str(), nullptr);
             const xcb_screen_t* ecran = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
             const xcb_window_t f = xcb_generate_id(c);
-            const std::uint32_t oui = 1;
+            const std::uint32_t libre = !geree;
             xcb_create_window(c, XCB_COPY_FROM_PARENT, f, ecran->root, x, y, largeur, hauteur, 0,
                               XCB_WINDOW_CLASS_INPUT_OUTPUT, ecran->root_visual,
-                              XCB_CW_OVERRIDE_REDIRECT, &oui);
+                              XCB_CW_OVERRIDE_REDIRECT, &libre);
+            auto atome = [c](const std::string& nom) {
+                auto r = xcb_intern_atom_reply(
+                    c, xcb_intern_atom(c, 0, static_cast<std::uint16_t>(nom.size()), nom.c_str()),
+                    nullptr);
+                return r ? r->atom : xcb_atom_t{XCB_ATOM_NONE}; // the child ends soon: no free
+            };
+            const xcb_atom_t plein = atome("_NET_WM_STATE_FULLSCREEN");
+            if (geree)
+                xcb_change_property(c, XCB_PROP_MODE_REPLACE, f, atome("_NET_WM_STATE"),
+                                    XCB_ATOM_ATOM, 32, 1, &plein);
             if (montree) xcb_map_window(c, f);
             free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
             if (write(tube[1], "x", 1)) pause();
@@ -122,6 +133,21 @@ TEST(RegardsX, VoitLeVoileDeLAgentEtPourquoiIlManque) {
 
     Fenetre petite(x.affichage, 100, 100, 200, 200, true);
     EXPECT_EQ(attendre(*regards, acces, petite.pid, "non_couvert"), "non_couvert");
+    EXPECT_EQ(attendre(*regards, acces, voile.pid, "recouvert"), "recouvert");
+}
+
+// The agent's window inside the window manager's frame (openbox's) is the agent's veil.
+TEST(RegardsX, VoitLeVoileDansLeCadreDuGestionnaire) {
+    Xvfb x;
+    if (!x.pourquoi.empty()) GTEST_SKIP() << x.pourquoi;
+    if (access("/usr/bin/openbox", X_OK)) GTEST_SKIP() << "openbox missing (package openbox)";
+    test::Processus gestionnaire({"/usr/bin/openbox"}, {{"DISPLAY", x.affichage}});
+    std::this_thread::sleep_for(1s);
+    auto regards = creerRegardsX();
+    const AccesX acces{x.affichage, 0, {}};
+    Fenetre voile(x.affichage, 0, 0, 300, 200, true, true);
+    EXPECT_EQ(attendre(*regards, acces, voile.pid, "present"), "present");
+    Fenetre autre(x.affichage, 0, 0, 300, 200, true, true);
     EXPECT_EQ(attendre(*regards, acces, voile.pid, "recouvert"), "recouvert");
 }
 
