@@ -45,6 +45,8 @@ public:
     RegardX voile(pid_t agent);
     // Each screen's monitors (RandR), or its whole root window.
     std::vector<std::pair<xcb_window_t, RectX>> moniteurs();
+    // Whether the shapes of `fenetre`, whose inside is `interieur`, leave `zone` whole.
+    bool formeCouvre(xcb_window_t fenetre, const RectX& interieur, const RectX& zone) const;
 
 private:
     SondeX(xcb_connection_t* connexion, GardeX& gardeSocket);

@@ -92,6 +92,7 @@ public:
 
     Bilan lire(xcb_window_t racineEcran, pid_t agent, const std::vector<RectX>& moniteurs) {
         racine = racineEcran;
+        ecrans = moniteurs;
         Bilan bilan;
         std::vector<xcb_window_t> hauts = enfants(racine);
         if (hauts.size() > sommetsMax) hauts.erase(hauts.begin(), hauts.end() - sommetsMax);
@@ -102,7 +103,7 @@ public:
             s.aAgent = bilan.agentVu = true;
             if (s.visible) {
                 bilan.agentVisible = true;
-                s.voiles.push_back(s.interieur);
+                if (entier({{s.id, s.interieur}}, s.interieur)) s.voiles.push_back(s.interieur);
             }
         }
         // Frames are opened from the top, a few more each time, until every monitor shows one
@@ -225,14 +226,30 @@ private:
             bilan.agentVisible = true;
             // What a parent clips is not shown, however large the window inside it.
             RectX montre = noeuds[i].interieur.inter(s.interieur);
-            if (noeuds[i].parent >= 0)
-                montre = montre.inter(noeuds[static_cast<std::size_t>(noeuds[i].parent)].interieur);
-            s.voiles.push_back(montre);
+            std::vector<std::pair<xcb_window_t, RectX>> chaine{{noeuds[i].id, noeuds[i].interieur},
+                                                               {s.id, s.interieur}};
+            if (noeuds[i].parent >= 0) {
+                const Noeud& parent = noeuds[static_cast<std::size_t>(noeuds[i].parent)];
+                montre = montre.inter(parent.interieur);
+                chaine.push_back({parent.id, parent.interieur});
+            }
+            if (entier(chaine, montre)) s.voiles.push_back(montre);
         }
+    }
+
+    // Whether no window from the agent's to its top-level is shaped so as to hide part of a
+    // monitor that `montre` covers.
+    bool entier(const std::vector<std::pair<xcb_window_t, RectX>>& chaine, const RectX& montre) {
+        for (const RectX& m : ecrans)
+            if (montre.couvre(m))
+                for (const auto& [fenetre, interieur] : chaine)
+                    if (!sonde.formeCouvre(fenetre, interieur, m)) return false;
+        return true;
     }
 
     xcb_connection_t* c;
     xcb_window_t racine = 0;
+    std::vector<RectX> ecrans; // the monitors of this root
     const SondeX& sonde;
     std::map<std::uint32_t, pid_t> connus;
     std::size_t examines = 0; // windows inside top-levels, over the whole look

@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <xcb/shape.h>
 #include <xcb/xcb.h>
 
 namespace tavi {
@@ -129,6 +130,19 @@ TEST(RegardsX, VoitLeVoileDeLAgentEtPourquoiIlManque) {
     regards->retirerAvis(x.affichage);
     std::this_thread::sleep_for(1500ms);
     EXPECT_EQ(dessus(), 0u);
+
+    // Another client shapes the veil down to a corner: mapped, on top, and showing nothing.
+    auto arbre = xcb_query_tree_reply(c, xcb_query_tree(c, racine), nullptr);
+    const xcb_window_t fenetreVoile = xcb_query_tree_children(arbre)[0];
+    free(arbre);
+    const xcb_rectangle_t coin{0, 0, 10, 10};
+    xcb_shape_rectangles(c, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, 0, fenetreVoile, 0, 0, 1,
+                         &coin);
+    xcb_flush(c);
+    EXPECT_EQ(attendre(*regards, acces, voile.pid, "non_couvert"), "non_couvert");
+    xcb_shape_mask(c, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, fenetreVoile, 0, 0, XCB_NONE);
+    xcb_flush(c);
+    EXPECT_EQ(attendre(*regards, acces, voile.pid, "present"), "present");
     xcb_disconnect(c);
 
     Fenetre petite(x.affichage, 100, 100, 200, 200, true);
