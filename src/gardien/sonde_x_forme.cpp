@@ -12,9 +12,8 @@ constexpr int rectanglesMax = 4096;
 // which never overlap, so their areas inside the zone add up to the zone's when it is covered.
 bool couvre(xcb_connection_t* c, xcb_window_t fenetre, xcb_shape_kind_t genre, std::int32_t x0,
             std::int32_t y0, const RectX& zone) {
-    std::unique_ptr<xcb_shape_get_rectangles_reply_t, decltype(&std::free)> forme(
-        xcb_shape_get_rectangles_reply(c, xcb_shape_get_rectangles(c, fenetre, genre), nullptr),
-        &std::free);
+    auto forme = reponse(
+        xcb_shape_get_rectangles_reply(c, xcb_shape_get_rectangles(c, fenetre, genre), nullptr));
     if (!forme) return false;
     const int nombre = xcb_shape_get_rectangles_rectangles_length(forme.get());
     if (nombre > rectanglesMax) return false;
@@ -34,8 +33,8 @@ bool couvre(xcb_connection_t* c, xcb_window_t fenetre, xcb_shape_kind_t genre, s
 bool SondeX::formeCouvre(xcb_window_t fenetre, const RectX& interieur, const RectX& zone) const {
     const xcb_query_extension_reply_t* ext = xcb_get_extension_data(c, &xcb_shape_id);
     if (!ext || !ext->present) return true;
-    std::unique_ptr<xcb_shape_query_extents_reply_t, decltype(&std::free)> etendue(
-        xcb_shape_query_extents_reply(c, xcb_shape_query_extents(c, fenetre), nullptr), &std::free);
+    auto etendue =
+        reponse(xcb_shape_query_extents_reply(c, xcb_shape_query_extents(c, fenetre), nullptr));
     if (!etendue) return false;
     return (!etendue->bounding_shaped ||
             couvre(c, fenetre, XCB_SHAPE_SK_BOUNDING, interieur.x, interieur.y, zone)) &&

@@ -13,14 +13,6 @@ constexpr std::size_t sommetsMax = 1024;
 constexpr std::size_t noeudsMax = 4096;
 constexpr std::size_t clientsMax = 256;
 
-template <typename T>
-using Reponse = std::unique_ptr<T, decltype(&std::free)>;
-
-template <typename T>
-Reponse<T> reponse(T* brute) {
-    return Reponse<T>(brute, &std::free);
-}
-
 // A child of the root window, as it stacks: the agent's own, or a window manager's frame
 // around one of the agent's windows.
 struct Sommet {
