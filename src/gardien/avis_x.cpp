@@ -91,8 +91,7 @@ AvisX::AvisX(SondeX& sonde, const std::string& texte) : c(sonde.connexion()), te
         break;
     }
     if (police) {
-        std::unique_ptr<xcb_query_font_reply_t, decltype(&std::free)> info(
-            xcb_query_font_reply(c, xcb_query_font(c, police), nullptr), &std::free);
+        auto info = reponse(xcb_query_font_reply(c, xcb_query_font(c, police), nullptr));
         if (info) {
             largeurCar = std::max<int>(1, info->max_bounds.character_width);
             monte = info->font_ascent;

@@ -14,14 +14,6 @@
 namespace tavi {
 namespace {
 
-template <typename T>
-using Reponse = std::unique_ptr<T, decltype(&std::free)>;
-
-template <typename T>
-Reponse<T> reponse(T* brute) {
-    return Reponse<T>(brute, &std::free);
-}
-
 // Only the socket in the file system: its folder is root's, while any user may take the
 // abstract name of a display whose server does not hold it.
 int socketVers(int numero) {

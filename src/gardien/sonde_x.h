@@ -4,12 +4,22 @@
 #include "gardien/sonde_x_garde.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <vector>
 #include <xcb/xcb.h>
 
 namespace tavi {
+
+// An XCB reply, freed with the C allocator XCB took it from.
+template <typename T>
+using Reponse = std::unique_ptr<T, decltype(&std::free)>;
+
+template <typename T>
+Reponse<T> reponse(T* brute) {
+    return Reponse<T>(brute, &std::free);
+}
 
 // A rectangle in the root window's coordinates.
 struct RectX {
@@ -45,6 +55,8 @@ public:
     RegardX voile(pid_t agent);
     // Each screen's monitors (RandR), or its whole root window.
     std::vector<std::pair<xcb_window_t, RectX>> moniteurs();
+    // Whether the shapes of `fenetre`, whose inside is `interieur`, leave `zone` whole.
+    bool formeCouvre(xcb_window_t fenetre, const RectX& interieur, const RectX& zone) const;
 
 private:
     SondeX(xcb_connection_t* connexion, GardeX& gardeSocket);

@@ -13,14 +13,6 @@ constexpr std::size_t sommetsMax = 1024;
 constexpr std::size_t noeudsMax = 4096;
 constexpr std::size_t clientsMax = 256;
 
-template <typename T>
-using Reponse = std::unique_ptr<T, decltype(&std::free)>;
-
-template <typename T>
-Reponse<T> reponse(T* brute) {
-    return Reponse<T>(brute, &std::free);
-}
-
 // A child of the root window, as it stacks: the agent's own, or a window manager's frame
 // around one of the agent's windows.
 struct Sommet {
@@ -90,26 +82,36 @@ public:
         return trouve == connus.end() ? 0 : trouve->second;
     }
 
-    Bilan lire(xcb_window_t racineEcran, pid_t agent) {
+    Bilan lire(xcb_window_t racineEcran, pid_t agent, const std::vector<RectX>& moniteurs) {
         racine = racineEcran;
+        ecrans = moniteurs;
         Bilan bilan;
         std::vector<xcb_window_t> hauts = enfants(racine);
         if (hauts.size() > sommetsMax) hauts.erase(hauts.begin(), hauts.end() - sommetsMax);
         pids(hauts);
         lireSommets(hauts, bilan);
-        std::vector<Noeud> noeuds = descendre(bilan, agent);
-        std::vector<xcb_window_t> ids;
-        for (const Noeud& n : noeuds)
-            ids.push_back(n.id);
-        pids(ids);
-        lireNoeudsDeLAgent(noeuds, agent, bilan);
         for (Sommet& s : bilan.sommets) {
             if (s.pid != agent) continue;
             s.aAgent = bilan.agentVu = true;
             if (s.visible) {
                 bilan.agentVisible = true;
-                s.voiles.push_back(s.interieur);
+                if (entier({{s.id, s.interieur}}, s.interieur)) s.voiles.push_back(s.interieur);
             }
+        }
+        // Frames are opened from the top, a few more each time, until every monitor shows one
+        // of the agent's windows: what is below does not change the verdict, and a look stays
+        // cheap while the veil is up.
+        std::size_t fin = bilan.sommets.size(), pas = 1;
+        while (fin > 0 && !couverts(bilan, fin, moniteurs)) {
+            const std::size_t debut = fin > pas ? fin - pas : 0;
+            std::vector<Noeud> noeuds = descendre(bilan, agent, debut, fin, moniteurs);
+            std::vector<xcb_window_t> ids;
+            for (const Noeud& n : noeuds)
+                ids.push_back(n.id);
+            pids(ids);
+            lireNoeudsDeLAgent(noeuds, agent, bilan);
+            fin = debut;
+            pas *= 2;
         }
         return bilan;
     }
@@ -137,19 +139,35 @@ private:
         }
     }
 
-    // The children and grandchildren of the viewable top-levels of other clients, where a
-    // window manager puts the agent's windows.
-    std::vector<Noeud> descendre(const Bilan& bilan, pid_t agent) {
+    static bool couverts(const Bilan& bilan, std::size_t depuis,
+                         const std::vector<RectX>& moniteurs) {
+        return std::all_of(moniteurs.begin(), moniteurs.end(), [&](const RectX& m) {
+            return std::any_of(bilan.sommets.begin() + static_cast<std::ptrdiff_t>(depuis),
+                               bilan.sommets.end(), [&](const Sommet& s) {
+                                   return s.visible &&
+                                          std::any_of(s.voiles.begin(), s.voiles.end(),
+                                                      [&](const RectX& v) { return v.couvre(m); });
+                               });
+        });
+    }
+
+    // The children and grandchildren of the viewable top-levels of other clients that show on
+    // a monitor, where a window manager puts the agent's windows.
+    std::vector<Noeud> descendre(const Bilan& bilan, pid_t agent, std::size_t debut,
+                                 std::size_t fin, const std::vector<RectX>& moniteurs) {
         std::vector<Noeud> noeuds;
         std::vector<std::pair<int, xcb_query_tree_cookie_t>> q;
-        for (std::size_t i = 0; i < bilan.sommets.size(); ++i) {
+        for (std::size_t i = debut; i < fin; ++i) {
             const Sommet& s = bilan.sommets[i];
-            if (s.visible && s.pid != agent && sonde.client(s.id) != sonde.nous())
+            const std::uint32_t client = sonde.client(s.id);
+            if (s.visible && s.pid != agent && client != sonde.nous() && client != 0 &&
+                std::any_of(moniteurs.begin(), moniteurs.end(),
+                            [&](const RectX& m) { return s.exterieur.coupe(m); }))
                 q.push_back({static_cast<int>(i), xcb_query_tree(c, s.id)});
         }
         for (auto& [sommet, cookie] : q)
             for (xcb_window_t f : enfants(cookie))
-                if (noeuds.size() < noeudsMax)
+                if (examines++ < noeudsMax)
                     noeuds.push_back(Noeud{f, static_cast<std::size_t>(sommet), -1, 0, {}, false});
         const std::size_t premiers = noeuds.size();
         std::vector<xcb_query_tree_cookie_t> q2;
@@ -157,7 +175,7 @@ private:
             q2.push_back(xcb_query_tree(c, noeuds[i].id));
         for (std::size_t i = 0; i < premiers; ++i)
             for (xcb_window_t f : enfants(q2[i]))
-                if (noeuds.size() < noeudsMax)
+                if (examines++ < noeudsMax)
                     noeuds.push_back(Noeud{f, noeuds[i].sommet, static_cast<int>(i), 0, {}, false});
         return noeuds;
     }
@@ -200,16 +218,33 @@ private:
             bilan.agentVisible = true;
             // What a parent clips is not shown, however large the window inside it.
             RectX montre = noeuds[i].interieur.inter(s.interieur);
-            if (noeuds[i].parent >= 0)
-                montre = montre.inter(noeuds[static_cast<std::size_t>(noeuds[i].parent)].interieur);
-            s.voiles.push_back(montre);
+            std::vector<std::pair<xcb_window_t, RectX>> chaine{{noeuds[i].id, noeuds[i].interieur},
+                                                               {s.id, s.interieur}};
+            if (noeuds[i].parent >= 0) {
+                const Noeud& parent = noeuds[static_cast<std::size_t>(noeuds[i].parent)];
+                montre = montre.inter(parent.interieur);
+                chaine.push_back({parent.id, parent.interieur});
+            }
+            if (entier(chaine, montre)) s.voiles.push_back(montre);
         }
+    }
+
+    // Whether no window from the agent's to its top-level is shaped so as to hide part of a
+    // monitor that `montre` covers.
+    bool entier(const std::vector<std::pair<xcb_window_t, RectX>>& chaine, const RectX& montre) {
+        for (const RectX& m : ecrans)
+            if (montre.couvre(m))
+                for (const auto& [fenetre, interieur] : chaine)
+                    if (!sonde.formeCouvre(fenetre, interieur, m)) return false;
+        return true;
     }
 
     xcb_connection_t* c;
     xcb_window_t racine = 0;
+    std::vector<RectX> ecrans; // the monitors of this root
     const SondeX& sonde;
     std::map<std::uint32_t, pid_t> connus;
+    std::size_t examines = 0; // windows inside top-levels, over the whole look
 };
 
 // Why the veil is not up on `moniteur`, empty when it is: the agent's highest window that covers
@@ -228,9 +263,11 @@ std::string raisonSur(const Bilan& bilan, const RectX& moniteur, const SondeX& s
         if (!bilan.agentVisible) return "non_visible";
         return "non_couvert";
     }
+    // Neither the guardian's own notice nor the server's own windows count: a compositor's
+    // overlay, the server's, is above everything while the compositor shows what is below.
     for (std::size_t j = haut + 1; j < s.size(); ++j)
-        if (s[j].visible && s[j].sortie && !s[j].aAgent && sonde.client(s[j].id) != sonde.nous() &&
-            s[j].exterieur.coupe(moniteur))
+        if (s[j].visible && s[j].sortie && !s[j].aAgent && s[j].exterieur.coupe(moniteur) &&
+            sonde.client(s[j].id) != sonde.nous() && sonde.client(s[j].id) != 0)
             return "recouvert";
     return {};
 }
@@ -247,11 +284,15 @@ RegardX SondeX::voile(pid_t agent) {
     const xcb_query_extension_reply_t* ext = xcb_get_extension_data(c, &xcb_res_id);
     if (!ext || !ext->present) return regard; // whose windows they are, this server cannot say
     Lecteur lecteur(*this);
+    const auto tous = moniteurs();
     std::map<xcb_window_t, Bilan> bilans;
-    for (const auto& [racine, moniteur] : moniteurs()) {
+    for (const auto& [racine, moniteur] : tous) {
         auto trouve = bilans.find(racine);
         if (trouve == bilans.end()) {
-            trouve = bilans.emplace(racine, lecteur.lire(racine, agent)).first;
+            std::vector<RectX> siens;
+            for (const auto& [autreRacine, autre] : tous)
+                if (autreRacine == racine) siens.push_back(autre);
+            trouve = bilans.emplace(racine, lecteur.lire(racine, agent, siens)).first;
         }
         if (enErreur()) return RegardX{};
         const std::string raison = raisonSur(trouve->second, moniteur, *this);

@@ -7,11 +7,13 @@
 
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <xcb/shape.h>
 #include <xcb/xcb.h>
 
 namespace tavi {
@@ -38,11 +40,12 @@ struct Xvfb {
     }
 };
 
-// Another X client with one override-redirect window, mapped or not.
+// Another X client with one override-redirect window, mapped or not; or a window the window
+// manager frames, asked full screen.
 struct Fenetre {
     pid_t pid = -1;
     Fenetre(const std::string& affichage, std::int16_t x, std::int16_t y, std::uint16_t largeur,
-            std::uint16_t hauteur, bool montree) {
+            std::uint16_t hauteur, bool montree, bool geree = false) {
         int tube[2];
         if (pipe(tube)) return;
         pid = fork();
@@ -50,10 +53,20 @@ struct Fenetre {
             xcb_connection_t* c = xcb_connect(affichage.c_str(), nullptr);
             const xcb_screen_t* ecran = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
             const xcb_window_t f = xcb_generate_id(c);
-            const std::uint32_t oui = 1;
+            const std::uint32_t libre = !geree;
             xcb_create_window(c, XCB_COPY_FROM_PARENT, f, ecran->root, x, y, largeur, hauteur, 0,
                               XCB_WINDOW_CLASS_INPUT_OUTPUT, ecran->root_visual,
-                              XCB_CW_OVERRIDE_REDIRECT, &oui);
+                              XCB_CW_OVERRIDE_REDIRECT, &libre);
+            auto atome = [c](const std::string& nom) {
+                auto r = xcb_intern_atom_reply(
+                    c, xcb_intern_atom(c, 0, static_cast<std::uint16_t>(nom.size()), nom.c_str()),
+                    nullptr);
+                return r ? r->atom : xcb_atom_t{XCB_ATOM_NONE}; // the child ends soon: no free
+            };
+            const xcb_atom_t plein = atome("_NET_WM_STATE_FULLSCREEN");
+            if (geree)
+                xcb_change_property(c, XCB_PROP_MODE_REPLACE, f, atome("_NET_WM_STATE"),
+                                    XCB_ATOM_ATOM, 32, 1, &plein);
             if (montree) xcb_map_window(c, f);
             free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
             if (write(tube[1], "x", 1)) pause();
@@ -117,10 +130,38 @@ TEST(RegardsX, VoitLeVoileDeLAgentEtPourquoiIlManque) {
     regards->retirerAvis(x.affichage);
     std::this_thread::sleep_for(1500ms);
     EXPECT_EQ(dessus(), 0u);
+
+    // Another client shapes the veil down to a corner: mapped, on top, and showing nothing.
+    auto arbre = xcb_query_tree_reply(c, xcb_query_tree(c, racine), nullptr);
+    const xcb_window_t fenetreVoile = xcb_query_tree_children(arbre)[0];
+    free(arbre);
+    const xcb_rectangle_t coin{0, 0, 10, 10};
+    xcb_shape_rectangles(c, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, 0, fenetreVoile, 0, 0, 1,
+                         &coin);
+    xcb_flush(c);
+    EXPECT_EQ(attendre(*regards, acces, voile.pid, "non_couvert"), "non_couvert");
+    xcb_shape_mask(c, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, fenetreVoile, 0, 0, XCB_NONE);
+    xcb_flush(c);
+    EXPECT_EQ(attendre(*regards, acces, voile.pid, "present"), "present");
     xcb_disconnect(c);
 
     Fenetre petite(x.affichage, 100, 100, 200, 200, true);
     EXPECT_EQ(attendre(*regards, acces, petite.pid, "non_couvert"), "non_couvert");
+    EXPECT_EQ(attendre(*regards, acces, voile.pid, "recouvert"), "recouvert");
+}
+
+// The agent's window inside the window manager's frame (openbox's) is the agent's veil.
+TEST(RegardsX, VoitLeVoileDansLeCadreDuGestionnaire) {
+    Xvfb x;
+    if (!x.pourquoi.empty()) GTEST_SKIP() << x.pourquoi;
+    if (access("/usr/bin/openbox", X_OK)) GTEST_SKIP() << "openbox missing (package openbox)";
+    test::Processus gestionnaire({"/usr/bin/openbox"}, {{"DISPLAY", x.affichage}});
+    std::this_thread::sleep_for(1s);
+    auto regards = creerRegardsX();
+    const AccesX acces{x.affichage, 0, {}};
+    Fenetre voile(x.affichage, 0, 0, 300, 200, true, true);
+    EXPECT_EQ(attendre(*regards, acces, voile.pid, "present"), "present");
+    Fenetre autre(x.affichage, 0, 0, 300, 200, true, true);
     EXPECT_EQ(attendre(*regards, acces, voile.pid, "recouvert"), "recouvert");
 }
 
@@ -167,6 +208,7 @@ TEST(RegardsX, UnServeurArreteNeRetientNiLesRegardsNiLArret) {
     EXPECT_EQ(lu, "inconnu x_injoignable");
     EXPECT_GE(ageMax, 2000);
     EXPECT_LT(lenteMax, 100ms);
+    std::this_thread::sleep_for(1500ms); // the worker tries again, and the server holds it
     const auto avant = Horloge::now();
     regards->garderSeulement({});
     regards.reset();
@@ -194,18 +236,23 @@ TEST(RegardsX, PrendLAutoriteDuGestionnaireOuLesFichiersPropresDeLEnfant) {
     const std::string enfantBon = (dossier / "bon").string();
     test::ecrireFichier(enfantBon, entree(256, x.affichage.substr(1)));
     ASSERT_EQ(chown(enfantBon.c_str(), enfant, enfant), 0);
+    test::ecrireFichier(dossier / "pas_a_lui", entree(256, x.affichage.substr(1)));
     ASSERT_EQ(symlink(enfantBon.c_str(), (dossier / "lien").c_str()), 0);
     ASSERT_EQ(mkfifo((dossier / "fifo").c_str(), 0600), 0);
     ASSERT_EQ(chown((dossier / "fifo").c_str(), enfant, enfant), 0);
     auto lire = [&](const std::vector<std::string>& autorites, const std::string& attendu) {
         auto regards = creerRegardsX();
-        return attendre(*regards, AccesX{x.affichage, enfant, autorites}, 0, attendu, 4s);
+        const std::string lu = attendre(*regards, {x.affichage, enfant, autorites}, 0, attendu, 4s);
+        close(open((dossier / "fifo").c_str(), O_WRONLY | O_NONBLOCK)); // frees a blocked reader
+        return lu;
     };
     EXPECT_EQ(lire({}, "sans_agent"), "sans_agent");
     ASSERT_EQ(chown((dossier / "serveur").c_str(), enfant, enfant), 0);
-    const std::vector<std::string> pieges{(dossier / "lien").string(), (dossier / "fifo").string()};
+    std::vector<std::string> pieges{(dossier / "lien").string(), (dossier / "fifo").string(),
+                                    (dossier / "pas_a_lui").string()};
     EXPECT_EQ(lire(pieges, "inconnu x_injoignable"), "inconnu x_injoignable");
-    EXPECT_EQ(lire({pieges[0], pieges[1], enfantBon}, "sans_agent"), "sans_agent");
+    pieges.push_back(enfantBon);
+    EXPECT_EQ(lire(pieges, "sans_agent"), "sans_agent");
 }
 
 } // namespace
