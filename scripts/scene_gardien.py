@@ -308,7 +308,8 @@ class Scene(LogindSimule):
             dbus_interface="org.freedesktop.DBus.Properties")
 
     def _usage_du_jour(self):
-        dossier = os.path.join(self.etat_dir, "usage")
+        dossier = os.path.join(self.etat_dir, "garde")
+        os.makedirs(self.etat_dir, 0o700, exist_ok=True)
         os.makedirs(dossier, 0o700)
         chemin = os.path.join(dossier, f"{self.uid}.json")
         with open(os.open(chemin, os.O_WRONLY | os.O_CREAT, 0o600), "w") as f:

@@ -220,9 +220,11 @@ class GardienRepos(unittest.TestCase):
             self.enfant("kill", "-CONT", str(pid))
             self.assertTrue(continue_, "the guardian left its agent stopped for 35 s")
             time.sleep(1.5)
+        # Over 10 s at least: the guardian's figure is in whole seconds.
+        time.sleep(max(0.0, 10 - (time.monotonic() - debut)))
         duree = time.monotonic() - debut
         _, apres = self.secondes_gardien()
-        self.assertGreater(apres - avant, duree * 0.8, "the stops were not counted as use")
+        self.assertGreater(apres - avant, duree - 3, "the stops were not counted as use")
 
         def arret(r):
             return len([a for a in evenements(r, "absence_agent")
