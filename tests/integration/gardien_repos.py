@@ -186,10 +186,18 @@ class GardienRepos(unittest.TestCase):
         zone = next(z for z in ("Pacific/Pago_Pago", "Pacific/Kiritimati")
                     if ici.astimezone(zoneinfo.ZoneInfo(z)).date() != ici.date())
         jour_avant, avant = self.secondes_gardien()
-        agent_jour = self.scene.reglage_agent("compteur_jour")
+        agent_jour = attendre(lambda: self.scene.reglage_agent("compteur_jour"), 10)
         agent_avant = self.scene.reglage_agent("compteur_s") or 0
+        # The zone in ~/.xsessionrc: the session's leader has it from the next login on.
         with open(os.path.join(self.scene.maison, ".xsessionrc"), "w") as f:
             f.write(f"export TZ={zone}\n")
+        c1 = self.scene.session_logind("c1")
+        chef = c1.Get("org.freedesktop.login1.Session", "Leader",
+                      dbus_interface="org.freedesktop.DBus.Properties")
+        meneur = self.scene._lancer("meneur-fuseau", ["sleep", "infinity"], enfant=True,
+                                    env=self.scene.env_enfant(TZ=zone))
+        c1.UpdateProperties("org.freedesktop.login1.Session", {"Leader": meneur.pid},
+                            dbus_interface="org.freedesktop.DBus.Mock")
         pid = self.agent()
         self.enfant("kill", "-KILL", str(pid))
         copie = self.scene._lancer("copie-fuseau", [self.scene.binaires["agent"]], enfant=True,
@@ -201,6 +209,9 @@ class GardienRepos(unittest.TestCase):
             agent_apres = self.scene.reglage_agent("compteur_s") or 0
         finally:
             copie.kill()
+            c1.UpdateProperties("org.freedesktop.login1.Session", {"Leader": chef},
+                                dbus_interface="org.freedesktop.DBus.Mock")
+            meneur.kill()
             os.remove(os.path.join(self.scene.maison, ".xsessionrc"))
         self.assertEqual((jour_apres, agent_jour_apres), (jour_avant, agent_jour),
                          f"the day key moved with TZ={zone}")
@@ -216,9 +227,9 @@ class GardienRepos(unittest.TestCase):
         debut = time.monotonic()
         for _ in range(2):
             self.enfant("kill", "-STOP", str(pid))
-            continue_ = attendre(lambda: etat_processus(pid) not in ("T", "t"), 35, 0.2)
-            self.enfant("kill", "-CONT", str(pid))
-            self.assertTrue(continue_, "the guardian left its agent stopped for 35 s")
+            continue_ = attendre(lambda: etat_processus(pid) in ("R", "S", "D"), 35, 0.2)
+            self.scene.enfant(["kill", "-CONT", str(pid)])
+            self.assertTrue(continue_, "the guardian did not continue its stopped agent")
             time.sleep(1.5)
         # Over 10 s at least: the guardian's figure is in whole seconds.
         time.sleep(max(0.0, 10 - (time.monotonic() - debut)))
