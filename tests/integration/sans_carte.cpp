@@ -9,30 +9,27 @@ struct xcb_void_cookie_t {
     unsigned int sequence;
 };
 
-__attribute__((visibility("default"))) xcb_void_cookie_t xcb_map_window(xcb_connection_t*,
-                                                                         std::uint32_t) {
+xcb_void_cookie_t xcb_map_window(xcb_connection_t*, std::uint32_t) {
     return {0};
 }
 
-__attribute__((visibility("default"))) xcb_void_cookie_t
-xcb_map_window_checked(xcb_connection_t*, std::uint32_t) {
+xcb_void_cookie_t xcb_map_window_checked(xcb_connection_t*, std::uint32_t) {
     return {0};
 }
 
-__attribute__((visibility("default"))) xcb_void_cookie_t xcb_map_subwindows(xcb_connection_t*,
-                                                                             std::uint32_t) {
+xcb_void_cookie_t xcb_map_subwindows(xcb_connection_t*, std::uint32_t) {
     return {0};
 }
 
-__attribute__((visibility("default"))) int XMapWindow(void*, unsigned long) {
+int XMapWindow(void*, unsigned long) {
     return 1;
 }
 
-__attribute__((visibility("default"))) int XMapRaised(void*, unsigned long) {
+int XMapRaised(void*, unsigned long) {
     return 1;
 }
 
-__attribute__((visibility("default"))) int XMapSubwindows(void*, unsigned long) {
+int XMapSubwindows(void*, unsigned long) {
     return 1;
 }
 }
