@@ -38,7 +38,7 @@ def trouver(v, critere):
 
 
 def evenements(rapport, genre):
-    return trouver(rapport, lambda d: d.get("genre") == genre or d.get("evenement") == genre)
+    return trouver(rapport, lambda d: d.get("genre") == genre)
 
 
 def ordinateur(rapport):
@@ -92,7 +92,7 @@ class GardienRepos(unittest.TestCase):
     # --- what the tests share --------------------------------------------------------------
 
     def agent(self, limite=15):
-        """The guardian's agent, running (not stopped) and alone."""
+        """The guardian's latest agent that is not stopped."""
         def seul():
             agents = [a for a in self.scene.agents() if etat_processus(a) not in ("T", "t", "Z")]
             return agents[-1] if agents else None
@@ -120,21 +120,20 @@ class GardienRepos(unittest.TestCase):
         r = attendre(essai, limite, 1)
         return r or self.scene.rapport()
 
-    def regle(self, *arguments, repos=None):
+    def regle(self, *arguments, repos=False):
         """A rule of the parents, brought to the computer at once (a heartbeat answered after
-        it); then waits for the veil to be up (repos True) or down (False)."""
+        it); with `repos`, waits for the veil to be up."""
         self.scene.famille(*arguments)
         depuis_ms = time.time() * 1000
         r = self.rapport_apres(
             lambda r: (ordinateur(r).get("derniere_nouvelle_ms") or 0) > depuis_ms)
         self.assertGreater(ordinateur(r).get("derniere_nouvelle_ms") or 0, depuis_ms,
                            "no heartbeat after the rule changed")
-        if repos is not None:
+        if repos:
             def vu():
                 self.scene.reveiller()
-                return bool(attendre(self.scene.voile, 2, 0.2)) == repos
-            self.assertTrue(attendre(vu, 40, 0.5), f"veil not {'up' if repos else 'down'}: "
-                            f"{self.scene.rapport()}")
+                return attendre(self.scene.voile, 2, 0.2)
+            self.assertTrue(attendre(vu, 40, 0.5), f"no veil: {self.scene.rapport()}")
 
     def en_pause(self):
         """A family pause in force, as the earlier attempts leave it (set when run alone)."""
@@ -188,15 +187,15 @@ class GardienRepos(unittest.TestCase):
         jour_avant, avant = self.secondes_gardien()
         agent_jour = attendre(lambda: self.scene.reglage_agent("compteur_jour"), 10)
         agent_avant = self.scene.reglage_agent("compteur_s") or 0
+        import dbus
         # The zone in ~/.xsessionrc: the session's leader has it from the next login on.
-        with open(os.path.join(self.scene.maison, ".xsessionrc"), "w") as f:
-            f.write(f"export TZ={zone}\n")
+        self.enfant("sh", "-c", f"echo export TZ={zone} > ~/.xsessionrc")
         c1 = self.scene.session_logind("c1")
         chef = c1.Get("org.freedesktop.login1.Session", "Leader",
                       dbus_interface="org.freedesktop.DBus.Properties")
         meneur = self.scene._lancer("meneur-fuseau", ["sleep", "infinity"], enfant=True,
                                     env=self.scene.env_enfant(TZ=zone))
-        c1.UpdateProperties("org.freedesktop.login1.Session", {"Leader": meneur.pid},
+        c1.UpdateProperties("org.freedesktop.login1.Session", {"Leader": dbus.UInt32(meneur.pid)},
                             dbus_interface="org.freedesktop.DBus.Mock")
         pid = self.agent()
         self.enfant("kill", "-KILL", str(pid))
