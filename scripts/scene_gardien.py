@@ -17,6 +17,7 @@ import sys
 import tempfile
 import time
 
+from bureau_enfant import BureauEnfant, Saisie  # noqa: F401 (its callers import it from here)
 from logind_simule import ENFANT, LOGIND, MOCK, LogindSimule
 
 BUS_SYSTEME = "/run/dbus/system_bus_socket"
@@ -57,30 +58,6 @@ def _ppid(pid):
         return None
 
 
-class Saisie:
-    """The child at the keyboard: a pointer move through xdotool every `pas` seconds, as the
-    child, while `active` is set."""
-
-    def __init__(self, scene, pas=1.0):
-        import threading
-        self.scene, self.pas = scene, pas
-        self.active = threading.Event()
-        self.fin = threading.Event()
-        self.fil = threading.Thread(target=self._boucle, daemon=True)
-        self.fil.start()
-
-    def _boucle(self):
-        sens = 1
-        while not self.fin.wait(self.pas):
-            if self.active.is_set():
-                sens = -sens
-                self.scene.enfant(["xdotool", "mousemove_relative", "--", str(sens), "0"])
-
-    def arreter(self):
-        self.fin.set()
-        self.fil.join()
-
-
 def etat_processus(pid):
     """The state letter of /proc/PID/stat (R, S, T, t, Z…), None when the process is gone."""
     try:
@@ -90,7 +67,7 @@ def etat_processus(pid):
         return None
 
 
-class Scene(LogindSimule):
+class Scene(LogindSimule, BureauEnfant):
     def __init__(self, build, graphique=True, usage_gardien_s=None):
         self.build = os.path.realpath(build)
         self.graphique = graphique
@@ -314,47 +291,6 @@ class Scene(LogindSimule):
         chemin = os.path.join(dossier, f"{self.uid}.json")
         with open(os.open(chemin, os.O_WRONLY | os.O_CREAT, 0o600), "w") as f:
             json.dump({"jour": time.strftime("%Y-%m-%d"), "secondes": self.usage_gardien_s}, f)
-
-    # --- the child's desktop ---------------------------------------------------------------
-
-    def voile(self):
-        """The id of the agent's veil when one is mapped over the whole screen, else None."""
-        env = {"DISPLAY": self.affichage}
-        sortie = subprocess.run(["xwininfo", "-root", "-children"], capture_output=True,
-                                text=True, env=env).stdout
-        for ligne in sortie.splitlines():
-            if '"Tavi Home"' in ligne:
-                wid = ligne.split()[0]
-                info = subprocess.run(["xwininfo", "-id", wid], capture_output=True, text=True,
-                                      env=env).stdout
-                if "IsViewable" in info and "Width: 1024" in info:
-                    return wid
-        return None
-
-    def reglages_agent(self):
-        return os.path.join(self.maison, ".local/state/tavi-home/reglages.sqlite")
-
-    def reglage_agent(self, cle):
-        """A value of the agent's store, read as root without taking part in its writes."""
-        import sqlite3
-        base = sqlite3.connect(f"file:{self.reglages_agent()}?mode=ro", uri=True, timeout=5)
-        try:
-            ligne = base.execute("SELECT valeur FROM reglages WHERE cle = ?", (cle,)).fetchone()
-        finally:
-            base.close()
-        return ligne[0] if ligne else None
-
-    def ecrire_reglages_agent(self, valeurs):
-        """Rewrites numbers of the agent's store as the child does, with the sqlite3 module."""
-        programme = ("import json, sqlite3, sys\n"
-                     "b = sqlite3.connect(sys.argv[1], timeout=5)\n"
-                     "for cle, v in json.loads(sys.argv[2]).items():\n"
-                     "    b.execute('UPDATE reglages SET valeur = ? WHERE cle = ?', (v, cle))\n"
-                     "b.commit()\n")
-        r = self.enfant([sys.executable, "-c", programme, self.reglages_agent(),
-                         json.dumps(valeurs)], text=True)
-        if r.returncode != 0:
-            raise RuntimeError(f"the child's write failed: {r.stderr}")
 
     # --- the family server -----------------------------------------------------------------
 
