@@ -17,10 +17,10 @@ import sys
 import tempfile
 import time
 
-ENFANT = "tavienfant"
+from bureau_enfant import BureauEnfant, Saisie  # noqa: F401 (its callers import it from here)
+from logind_simule import ENFANT, LOGIND, MOCK, LogindSimule
+
 BUS_SYSTEME = "/run/dbus/system_bus_socket"
-MOCK = "org.freedesktop.DBus.Mock"
-LOGIND = "org.freedesktop.login1"
 
 
 class Manque(Exception):
@@ -67,10 +67,12 @@ def etat_processus(pid):
         return None
 
 
-class Scene:
-    def __init__(self, build, graphique=True):
+class Scene(LogindSimule, BureauEnfant):
+    def __init__(self, build, graphique=True, usage_gardien_s=None):
         self.build = os.path.realpath(build)
         self.graphique = graphique
+        # The seconds the guardian already counted today when it starts (a day under way).
+        self.usage_gardien_s = usage_gardien_s
         self.binaires = {
             "gardien": f"{self.build}/src/gardien/tavi-gardien",
             "agent": f"{self.build}/src/app/tavi-home",
@@ -112,6 +114,8 @@ class Scene:
             self._xvfb()
         self._session_enfant()
         self._famille()
+        if self.usage_gardien_s is not None:
+            self._usage_du_jour()
         self.demarrer_gardien()
 
     def _verifier(self):
@@ -177,6 +181,7 @@ class Scene:
   <listen>unix:path={BUS_SYSTEME}</listen>
   <auth>EXTERNAL</auth>
   <policy context="default">
+    <allow user="*"/>
     <allow send_destination="*"/>
     <allow receive_sender="*"/>
     <deny own="*"/>
@@ -197,6 +202,11 @@ class Scene:
         self.bus = dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"])
         if not attendre(lambda: self.bus.name_has_owner(LOGIND), 10):
             raise Manque("python3-dbusmock's logind did not take its name")
+        # The template's GetUser adds a number to a string and fails: the agent, which finds
+        # its session through its user, would see no logind at all.
+        self.bus.get_object(LOGIND, "/org/freedesktop/login1").AddMethod(
+            "org.freedesktop.login1.Manager", "GetUser", "u", "o",
+            'ret = "/org/freedesktop/login1/user/%u" % args[0]', dbus_interface=MOCK)
 
     def _xvfb(self):
         lu, ecrit = os.pipe()
@@ -274,6 +284,14 @@ class Scene:
             dbus.Struct(("c1", dbus.ObjectPath(chemin)), signature="so"),
             dbus_interface="org.freedesktop.DBus.Properties")
 
+    def _usage_du_jour(self):
+        dossier = os.path.join(self.etat_dir, "garde")
+        os.makedirs(self.etat_dir, 0o700, exist_ok=True)
+        os.makedirs(dossier, 0o700)
+        chemin = os.path.join(dossier, f"{self.uid}.json")
+        with open(os.open(chemin, os.O_WRONLY | os.O_CREAT, 0o600), "w") as f:
+            json.dump({"jour": time.strftime("%Y-%m-%d"), "secondes": self.usage_gardien_s}, f)
+
     # --- the family server -----------------------------------------------------------------
 
     def famille(self, *arguments):
@@ -331,6 +349,30 @@ class Scene:
             except ValueError:
                 pass
         return lignes
+
+    def compte_gardien(self):
+        """What `tavi-gardien etat` says of the child's account: the members of its entries
+        merged (usage, repos, voile, reaction, verrous...), {} when it names none."""
+        compte = {}
+
+        def parcourir(v):
+            if isinstance(v, dict):
+                if v.get("uid") == self.uid or v.get("compte") == ENFANT:
+                    compte.update({k: x for k, x in v.items() if k not in compte})
+                for x in v.values():
+                    parcourir(x)
+            elif isinstance(v, list):
+                for x in v:
+                    parcourir(x)
+        parcourir(self.etat())
+        return compte
+
+    def usage_gardien(self):
+        """The guardian's count of the child's day: (jour, secondes), (None, None) unknown."""
+        usage = self.compte_gardien().get("usage")
+        if not isinstance(usage, dict):
+            return None, None
+        return usage.get("jour"), usage.get("secondes")
 
     def jeton(self):
         """The real token, as root reads it from the guardian's state (None before pairing)."""
