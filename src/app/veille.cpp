@@ -22,6 +22,7 @@ void accorderApres(Boucle& boucle, std::chrono::milliseconds limite, Alimentatio
 Veille::Veille(Moteur& moteur, Alimentation& alimentation, Boucle& boucle)
     : alimentation_(alimentation) {
     alimentation.avantVeille = [&moteur, &boucle](Alimentation::Accord accord) {
+        moteur.versLaVeille();
         accorderApres(boucle, limite, std::move(accord),
                       [&moteur](auto fini) { moteur.annoncer("veille", std::move(fini)); });
     };

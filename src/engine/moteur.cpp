@@ -97,8 +97,9 @@ void Moteur::tic() {
     dernierTicEveille_ = eveille;
     if (!relie_) adopterAppairage();
 
-    // The rule veil stops the count; an application's nap does not.
-    const bool enPause = voile().motif() && voile().motif()->estPause();
+    // The rule veil stops the count, and so does the computer going to sleep; an
+    // application's nap does not.
+    const bool enPause = (voile().motif() && voile().motif()->estPause()) || versLaVeille_;
     // A long gap that the clock stopping during sleep saw too was no sleep: the process was
     // stopped (or starved) while the computer ran. Only its awake part may be use.
     const double arret = std::min(ecart, ecartEveille);

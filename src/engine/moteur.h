@@ -76,8 +76,14 @@ public:
     void demarrer();
     void tic();
     void evaluer();
-    // The computer woke from sleep: the next tick beats at once.
-    void auReveil() { prochainBattement_ = 0; }
+    // The computer is going to sleep: nothing counts until it wakes, whatever the seconds
+    // before the system freezes the agent show.
+    void versLaVeille() { versLaVeille_ = true; }
+    // The computer woke from sleep (or the sleep did not happen): the next tick beats at once.
+    void auReveil() {
+        versLaVeille_ = false;
+        prochainBattement_ = 0;
+    }
 
     // Heartbeat. `fini`, when given, is called on the main thread once the exchange is over,
     // whatever its outcome (at once when no heartbeat starts).
@@ -174,6 +180,7 @@ private:
     // The boot-time monotonic ms at which this process's engine was made.
     std::int64_t lanceMs_ = 0;
     std::int64_t prochainBattement_ = 0;
+    bool versLaVeille_ = false;
     bool battementEnCours_ = false;
     std::optional<std::int64_t> appliVoilee_;
     std::vector<std::unique_ptr<Minuterie>> minuteurs_;

@@ -152,4 +152,10 @@ TEST_F(BancMoteur, UnArretDeLAgentCompteQuandLaSaisieContinueEtSeSignale) {
               json({{"nature", "agent_arrete"}, {"detail", "36 s"}}));
     EXPECT_EQ(apres(40'000, 600'000, 2), 36 + 41);
     EXPECT_EQ(apres(40'000, 0, 45), 36 + 41);
+
+    // Announced by logind: nothing counts until the wake, however long the freeze takes.
+    moteur->versLaVeille();
+    EXPECT_EQ(apres(5'000, 0, 1), 36 + 41);
+    moteur->auReveil();
+    EXPECT_EQ(apres(0, 0, 1), 36 + 41 + 1);
 }
