@@ -45,6 +45,16 @@ def second_compte(scene):
     with os.fdopen(lu) as f:
         affichage = ":" + f.readline().strip()
     comme = ["setpriv", f"--reuid={e.pw_uid}", f"--regid={e.pw_gid}", "--init-groups", "--"]
+    # A session bus that activates nothing, as the first child's: the secret goes to its file.
+    conf = os.path.join(scene.dossier, "session2.conf")
+    with open(conf, "w") as f:
+        f.write(f"""<busconfig><type>session</type><listen>unix:path={execution}/bus</listen>
+<auth>EXTERNAL</auth><policy context="default"><allow send_destination="*"/><allow own="*"/>
+</policy></busconfig>""")
+    bus = scene._lancer("bus2", comme + ["dbus-daemon", "--config-file", conf, "--nofork",
+                                         "--print-address"], stdout=subprocess.PIPE)
+    if not bus.stdout.readline():
+        sys.exit("mesurer-gardien : le bus de session du second compte n'a pas démarré")
     chef = scene._lancer("chef2", comme + ["sleep", "infinity"])
     logind = scene.bus.get_object("org.freedesktop.login1", "/org/freedesktop/login1")
     chemin = logind.AddSession("c2", "seat1", dbus.UInt32(e.pw_uid), SECOND, True,
@@ -56,7 +66,8 @@ def second_compte(scene):
     scene.famille("enfant", "ajouter", "Tom", "--fuseau", "Europe/Paris")
     code = json.loads(scene.famille("code", "Tom").splitlines()[0])["code"]
     env = {"HOME": e.pw_dir, "PATH": "/usr/bin:/bin", "LANG": "C.UTF-8",
-           "XDG_RUNTIME_DIR": execution, "TAVI_RELAIS": scene.relais, "DISPLAY": affichage}
+           "XDG_RUNTIME_DIR": execution, "TAVI_RELAIS": scene.relais, "DISPLAY": affichage,
+           "DBUS_SESSION_BUS_ADDRESS": f"unix:path={execution}/bus"}
     r = subprocess.run(comme + [scene.binaires["tavi"], "rejoindre", code], env=env,
                        cwd=e.pw_dir, capture_output=True, text=True, timeout=60)
     if r.returncode != 0:
