@@ -46,14 +46,10 @@ def second_compte(scene):
         affichage = ":" + f.readline().strip()
     comme = ["setpriv", f"--reuid={e.pw_uid}", f"--regid={e.pw_gid}", "--init-groups", "--"]
     # A session bus that activates nothing, as the first child's: the secret goes to its file.
-    conf = os.path.join(scene.dossier, "session2.conf")
-    with open(conf, "w") as f:
-        f.write(f"""<busconfig><type>session</type><listen>unix:path={execution}/bus</listen>
-<auth>EXTERNAL</auth><policy context="default"><allow send_destination="*"/><allow own="*"/>
-</policy></busconfig>""")
-    bus = scene._lancer("bus2", comme + ["dbus-daemon", "--config-file", conf, "--nofork",
-                                         "--print-address"], stdout=subprocess.PIPE)
-    if not bus.stdout.readline():
+    if not scene.bus_prive("bus2", "session", f"{execution}/bus", """  <policy context="default">
+    <allow send_destination="*"/>
+    <allow own="*"/>
+  </policy>""", comme=comme):
         sys.exit("mesurer-gardien : le bus de session du second compte n'a pas démarré")
     chef = scene._lancer("chef2", comme + ["sleep", "infinity"])
     logind = scene.bus.get_object("org.freedesktop.login1", "/org/freedesktop/login1")

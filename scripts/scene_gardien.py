@@ -171,27 +171,34 @@ class Scene(LogindSimule, BureauEnfant):
         self.processus.append(p)
         return p
 
-    def _bus_systeme(self):
-        conf = os.path.join(self.prive, "systeme.conf")
+    def bus_prive(self, nom, type_, adresse, politique, enfant=False, comme=None):
+        """Starts a dbus-daemon of the scene: its configuration in NOM.conf, listening on the
+        socket `adresse` under the `politique` rules; as the child with `enfant`, or behind
+        `comme` (another user's argv prefix). False when it did not start."""
+        conf = os.path.join(self.dossier, nom + ".conf")
         with open(conf, "w") as f:
             f.write(f"""<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
-  <type>system</type>
-  <listen>unix:path={BUS_SYSTEME}</listen>
+  <type>{type_}</type>
+  <listen>unix:path={adresse}</listen>
   <auth>EXTERNAL</auth>
-  <policy context="default">
+{politique}
+</busconfig>
+""")
+        argv = (comme or []) + ["dbus-daemon", "--config-file", conf, "--nofork",
+                                "--print-address"]
+        p = self._lancer(nom, argv, enfant=enfant, stdout=subprocess.PIPE)
+        return bool(p.stdout.readline())
+
+    def _bus_systeme(self):
+        if not self.bus_prive("bus-systeme", "system", BUS_SYSTEME, """  <policy context="default">
     <allow user="*"/>
     <allow send_destination="*"/>
     <allow receive_sender="*"/>
     <deny own="*"/>
   </policy>
-  <policy user="root"><allow own="*"/></policy>
-</busconfig>
-""")
-        p = self._lancer("bus-systeme", ["dbus-daemon", "--config-file", conf, "--nofork",
-                                         "--print-address"], stdout=subprocess.PIPE)
-        if not p.stdout.readline():
+  <policy user="root"><allow own="*"/></policy>"""):
             raise Manque("the private system bus did not start")
         os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = f"unix:path={BUS_SYSTEME}"
 
@@ -246,25 +253,12 @@ class Scene(LogindSimule, BureauEnfant):
     def _session_enfant(self):
         # A session bus that activates nothing: no Secret Service answers, so the agent keeps
         # its secret in its fallback file, as on a desktop without a keyring.
-        conf = os.path.join(self.dossier, "session.conf")
-        with open(conf, "w") as f:
-            f.write(f"""<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:path={self.execution}/bus</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
+        if not self.bus_prive("bus-session", "session", f"{self.execution}/bus",
+                              """  <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
     <allow own="*"/>
-  </policy>
-</busconfig>
-""")
-        p = self._lancer("bus-session", ["dbus-daemon", "--config-file", conf, "--nofork",
-                                         "--print-address"], enfant=True,
-                         stdout=subprocess.PIPE)
-        if not p.stdout.readline():
+  </policy>""", enfant=True):
             raise Manque("the child's session bus did not start")
         # The session's leader: the guardian reads the session's environment from it.
         chef = self._lancer("chef", ["sleep", "infinity"], enfant=True)
